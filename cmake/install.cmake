@@ -1,0 +1,36 @@
+include(CMakePackageConfigHelpers)
+
+set(trkapi_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/trkapi)
+set(trkapi_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(TARGETS trkapi EXPORT trkapiTargets)
+install(FILES ${PROJECT_SOURCE_DIR}/include/trkapi/trkapi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/trkapi)
+install(EXPORT trkapiTargets NAMESPACE trkapi:: DESTINATION ${trkapi_package_dir})
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/trkapiConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/trkapiConfig.cmake
+    INSTALL_DESTINATION ${trkapi_package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/trkapiConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/trkapiConfig.cmake ${PROJECT_BINARY_DIR}/trkapiConfigVersion.cmake
+    DESTINATION ${trkapi_package_dir})
+
+# Paths relative to the .pc file itself, so that the installed tree may be moved and `cmake --install --prefix`
+# works. Absolute directories stay as they are.
+set(trkapi_pc_prefix ${CMAKE_INSTALL_PREFIX})
+set(trkapi_pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+set(trkapi_pc_includedir ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" AND NOT IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+    file(RELATIVE_PATH trkapi_pc_up /${trkapi_pkgconfig_dir} /)
+    string(REGEX REPLACE "/$" "" trkapi_pc_up "${trkapi_pc_up}")
+    set(trkapi_pc_prefix "\${pcfiledir}/${trkapi_pc_up}")
+    set(trkapi_pc_libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+    set(trkapi_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/trkapi.pc.in ${PROJECT_BINARY_DIR}/trkapi.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/trkapi.pc DESTINATION ${trkapi_pkgconfig_dir})
+
+if(TARGET trk)
+    file(RELATIVE_PATH trkapi_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(trk PROPERTIES INSTALL_RPATH "$ORIGIN/${trkapi_bin_to_lib}")
+    install(TARGETS trk)
+endif()

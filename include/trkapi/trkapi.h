@@ -1,0 +1,403 @@
+/*
+ * trkapi.h: read access to the recording files of Pupilon video eye trackers.
+ *
+ * Valid C99 and C++17. This is the only header a caller needs.
+ *
+ * A caller opens a recording, steps through its items in time order and fetches the items that it wants:
+ *
+ *     int error = 0;
+ *     _TRKFILE *recording = trk_open_file("trial.trk", TRK_OPEN_CHECK, TRK_EVENTS_ALL, 1, &error);
+ *     for (int code; (code = trk_get_next_data(recording)) != 0;) {
+ *         const ALLF_DATA *item = trk_get_float_data(recording);
+ *         if (item != NULL && code == REC_SAMPLE)
+ *             use(item->sample.time, item->sample.gaze_x[0], item->sample.gaze_y[0]);
+ *     }
+ *     trk_close_file(recording);
+ *
+ * Conventions, which hold for every call unless its own text says otherwise:
+ *
+ *  1. Handles. A handle comes from an open call and stays usable until trk_close_file. Apart from
+ *     trk_close_file, no call checks its handle: a null or closed handle is the caller's error.
+ *  2. Threads. Use a handle in one thread at a time. Different handles may be used in different threads at the
+ *     same time. The log hook is process-wide; set it before the threads start that use the library, and make
+ *     it safe to be called from all of them.
+ *  3. Returned records live in buffers of the handle. They are valid, and may be changed by the caller, until
+ *     the next call on the same handle that steps, fetches or closes. Copy what must live longer. A message
+ *     text that an event points at lives in another buffer of the handle, for the same time.
+ *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
+ *     or to standard output when none is set. No call throws an exception of the library; std::bad_alloc, from
+ *     memory running out, passes through to a C++ caller.
+ *  5. Units. Times are milliseconds of the tracker's clock. Gaze positions are display pixels, head-referenced
+ *     (HREF) positions lie on a plane 15000 units before the eye, raw pupil positions are camera units,
+ *     velocities are degrees of visual angle per second, resolutions are position units per degree. Pupil
+ *     sizes are area or diameter in the tracker's own units.
+ *  6. Eyes. Arrays of two are indexed 0 = left eye, 1 = right eye.
+ *  7. Missing values. A value that is not known reads MISSING_DATA (100000000.0). Two more markers stand in
+ *     samples: TRK_FIELD_ABSENT (-32768.0) in positions and pupil sizes that the record does not carry, and
+ *     TRK_WORD_ABSENT (32768) in 16-bit words that it does not carry.
+ */
+#ifndef TRKAPI_TRKAPI_H
+#define TRKAPI_TRKAPI_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define TRK_API __attribute__((visibility("default")))
+#else
+#define TRK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Missing values ------------------------------------------------------------------------------------- */
+
+/* A value marked as missing in the recording, lacking in this kind of record, or not computable. */
+#define MISSING_DATA 100000000.0f
+/* Initial value of a sample's positions: the record carries no such field group, or not for this eye. */
+#define TRK_FIELD_ABSENT (-32768.0f)
+/* FSAMPLE_REC.status, .input and .ext_type: the record does not carry this word. */
+#define TRK_WORD_ABSENT 32768
+
+/* ---- Data type codes ------------------------------------------------------------------------------------ */
+
+/* What an item is. The code comes from trk_get_next_data; events repeat it in FEVENT.type. */
+enum {
+    REC_EVENT1 = 1,        /* not delivered */
+    REC_EVENT2 = 2,        /* not delivered */
+    REC_SBLINK = 3,        /* start of a blink, one eye */
+    REC_EBLINK = 4,        /* end of a blink */
+    REC_SSACC = 5,         /* start of a saccade */
+    REC_ESACC = 6,         /* end of a saccade */
+    REC_SFIX = 7,          /* start of a fixation */
+    REC_EFIX = 8,          /* end of a fixation */
+    REC_EVENT9 = 9,        /* eye event without special handling */
+    REC_EVENT10 = 10,      /* eye event without special handling */
+    REC_STARTSAMPLES = 15, /* start of a recording block that carries samples */
+    REC_ENDSAMPLES = 16,   /* end of such a block */
+    REC_STARTEVENTS = 17,  /* start of a recording block that carries events */
+    REC_ENDEVENTS = 18,    /* end of such a block */
+    REC_MESSAGE = 24,      /* message with a text */
+    REC_BUTTON = 25,       /* button event */
+    REC_INPUT = 28,        /* event of the digital input port */
+    REC_RECORDING = 30,    /* start or end of a recording block, FRECORDING; made by the library */
+    REC_SAMPLE = 200       /* sample, FSAMPLE_REC */
+};
+
+/* ---- Records -------------------------------------------------------------------------------------------- */
+
+/* Bits of FSAMPLE_REC.flags. */
+enum {
+    TRK_SAMPLE_LEFT = 0x8000,            /* left-eye data present */
+    TRK_SAMPLE_RIGHT = 0x4000,           /* right-eye data present */
+    TRK_SAMPLE_FULL_TIME = 0x2000,       /* the file's record held a full 32-bit time stamp */
+    TRK_SAMPLE_PUPIL_POSITION = 0x1000,  /* raw pupil position present */
+    TRK_SAMPLE_HREF = 0x0800,            /* head-referenced position present */
+    TRK_SAMPLE_GAZE = 0x0400,            /* gaze position present */
+    TRK_SAMPLE_RESOLUTION = 0x0200,      /* resolution present */
+    TRK_SAMPLE_PUPIL_SIZE = 0x0100,      /* pupil size present */
+    TRK_SAMPLE_STATUS = 0x0080,          /* status word present */
+    TRK_SAMPLE_INPUT = 0x0040,           /* input word present */
+    TRK_SAMPLE_BUTTONS = 0x0020,         /* buttons word present */
+    TRK_SAMPLE_EXTENSION = 0x0010,       /* extension words present */
+    TRK_SAMPLE_SKIP_LIST1 = 0x0008,      /* the file's record held a first list of skipped blocks */
+    TRK_SAMPLE_SKIP_LIST2 = 0x0004,      /* the file's record held a second list of skipped blocks */
+    TRK_SAMPLE_DUPLICATE_TIME = 0x0002,  /* delivered under another time key than twice its time: the time stamp
+                                            repeats that of the sample before; always set from 2147483648 ms on */
+    TRK_SAMPLE_RECORD = 0x0001           /* always set in samples of the file; clear in dummy samples */
+};
+
+/*
+ * One time point, both eyes.
+ *
+ * A dummy sample, which stands for one that the tracker lost, has flags LEFT and RIGHT alone and MISSING_DATA in
+ * every float field but pupil_size, which repeats the last pupil sizes known. A sample inside a blink has
+ * MISSING_DATA for the gaze of the eye that blinks (files opened with TRK_OPEN_CHECK_AND_FILL).
+ *
+ * Velocities are computed by the library from the neighbouring samples: `vel` is the smoothed estimate, `fvel`
+ * the fast one. They read MISSING_DATA for an absent eye, beside a gap, at the edges of a recording block where
+ * neighbours are lacking, and after a jump into the middle of a block for want of the samples before it.
+ */
+typedef struct FSAMPLE_REC {
+    uint32_t time;         /* ms */
+    float pupil_x[2];      /* raw pupil position, camera units; TRK_FIELD_ABSENT when not carried */
+    float pupil_y[2];
+    float href_x[2];       /* head-referenced position, HREF units; TRK_FIELD_ABSENT when not carried */
+    float href_y[2];
+    float pupil_size[2];   /* tracker units; a sample without pupil size repeats the last one known, or 1000.0;
+                              TRK_FIELD_ABSENT for an absent eye of a sample that carries pupil size */
+    float gaze_x[2];       /* display pixels; MISSING_DATA when lost, TRK_FIELD_ABSENT when not carried */
+    float gaze_y[2];
+    float res_x;           /* resolution at the gaze position, pixels per degree; MISSING_DATA when not carried */
+    float res_y;
+    float gaze_vel_x[2];   /* smoothed velocities, degrees per second; MISSING_DATA when not computable */
+    float gaze_vel_y[2];
+    float href_vel_x[2];
+    float href_vel_y[2];
+    float pupil_vel_x[2];
+    float pupil_vel_y[2];
+    float gaze_fvel_x[2];  /* fast velocities, degrees per second; MISSING_DATA when not computable */
+    float gaze_fvel_y[2];
+    float href_fvel_x[2];
+    float href_fvel_y[2];
+    float pupil_fvel_x[2];
+    float pupil_fvel_y[2];
+    uint16_t ext_data[8];  /* extension words; 0 beyond those that the record carries */
+    uint16_t flags;        /* TRK_SAMPLE_* bits */
+    uint16_t input;        /* input port; TRK_WORD_ABSENT when not carried */
+    uint16_t buttons;      /* button state; 0 when not carried */
+    uint16_t ext_type;     /* header byte of the extension words; TRK_WORD_ABSENT when not carried */
+    uint16_t status;       /* status and error bits of the tracker; TRK_WORD_ABSENT when not carried */
+    uint64_t sort_key;     /* time key of the item: 2 x time, plus 1 for a repeated time stamp */
+} FSAMPLE_REC;
+
+/*
+ * Text of a message: `length` bytes, then at least one zero byte. The messages of a recording hold at most 498
+ * bytes, which may be of any value, zero included.
+ */
+typedef struct TRK_MESSAGE {
+    uint16_t length;
+    char text[500];
+} TRK_MESSAGE;
+
+/*
+ * Bits of FEVENT.read_flags: what the file's record carried. The position bits say which part of the event is
+ * meant (start, end, average) and which coordinates (raw, HREF, gaze); TRK_EVENT_PUPIL_SIZE, _VELOCITY and
+ * _RESOLUTION come with a bit of TRK_EVENT_AT_* in the same way.
+ */
+enum {
+    TRK_EVENT_AT_START = 0x0001,         /* also: start time present */
+    TRK_EVENT_AT_END = 0x0002,
+    TRK_EVENT_AT_AVERAGE = 0x0004,       /* average, or peak of a velocity */
+    TRK_EVENT_START_POSITION = 0x0008,
+    TRK_EVENT_END_POSITION = 0x0010,
+    TRK_EVENT_AVERAGE_POSITION = 0x0020,
+    TRK_EVENT_END_TIME = 0x0040,
+    TRK_EVENT_PUPIL_SIZE = 0x0080,
+    TRK_EVENT_VELOCITY = 0x0100,
+    TRK_EVENT_RESOLUTION = 0x0200,
+    TRK_EVENT_RAW = 0x0400,
+    TRK_EVENT_HREF = 0x0800,
+    TRK_EVENT_GAZE = 0x1000,
+    TRK_EVENT_STATUS = 0x2000
+};
+
+/*
+ * An event: what happened at one moment (messages, buttons, inputs, starts) or over a span (ends of blinks,
+ * saccades and fixations sum up the whole of it). A field that the file's record does not carry reads 0; a value
+ * that it marks as missing reads MISSING_DATA. Records that carry raw positions put them into the gaze fields,
+ * and the second value also into start_href_x (start and average) or end_href_x (end).
+ *
+ * In a start of a recording block several fields mean something else: start_pupil_size is the gaze divisor,
+ * end_pupil_size the velocity divisor, avg_velocity the sample rate in samples per second, end_res_x the mode
+ * word, aux_word2 and peak_velocity two block factors (1 when the record names none), status_word the block's
+ * content flags.
+ */
+typedef struct FEVENT {
+    uint32_t time;          /* ms; 0 for events read from the file */
+    int16_t type;           /* REC_* code */
+    uint16_t read_flags;    /* TRK_EVENT_* bits */
+    uint32_t start_time;    /* ms */
+    uint32_t end_time;      /* ms; 0 when the record carries none, start_time at the ends of a recording block */
+    float start_href_x;     /* positions at the start, HREF units and pixels */
+    float start_href_y;
+    float start_gaze_x;
+    float start_gaze_y;
+    float start_pupil_size; /* tracker units */
+    float end_href_x;       /* the same at the end */
+    float end_href_y;
+    float end_gaze_x;
+    float end_gaze_y;
+    float end_pupil_size;
+    float avg_href_x;       /* the same, averaged over the event */
+    float avg_href_y;
+    float avg_gaze_x;
+    float avg_gaze_y;
+    float avg_pupil_size;
+    float avg_velocity;     /* degrees per second */
+    float peak_velocity;
+    float start_velocity;
+    float end_velocity;
+    float start_res_x;      /* resolution, pixels per degree */
+    float end_res_x;
+    float start_res_y;
+    float end_res_y;
+    int16_t eye;            /* 0 left, 1 right */
+    uint16_t spare_word;    /* always 0 */
+    uint16_t status_word;   /* status bits of the tracker */
+    uint16_t aux_word1;     /* REC_INPUT: the value of the input port */
+    uint16_t aux_word2;
+    uint16_t parse_flags;   /* low byte of the file's tag word, bit 0 cleared */
+    const TRK_MESSAGE *message; /* text of a REC_MESSAGE, owned by the handle (convention 3); null without text */
+} FEVENT;
+
+/* Values of FRECORDING.state, .record_type and .eye. */
+enum { TRK_BLOCK_END = 0, TRK_BLOCK_START = 1 };
+enum { TRK_BLOCK_SAMPLES = 1, TRK_BLOCK_EVENTS = 2, TRK_BLOCK_SAMPLES_AND_EVENTS = 3 };
+enum { TRK_EYE_NONE = 0, TRK_EYE_LEFT = 1, TRK_EYE_RIGHT = 2, TRK_EYE_BOTH = 3 };
+
+/* Start or end of a recording block, a stretch in which the tracker recorded without a pause. */
+typedef struct FRECORDING {
+    uint32_t time;                 /* ms */
+    float sample_rate;             /* samples per second */
+    uint16_t event_content_flags;  /* content flags of the block's events; 0 at an end or when samples came first */
+    uint16_t sample_content_flags; /* content flags of the block's samples, TRK_SAMPLE_* bits; 0 at an end or when
+                                      events came first */
+    uint8_t state;                 /* TRK_BLOCK_START or TRK_BLOCK_END */
+    uint8_t record_type;           /* TRK_BLOCK_SAMPLES, _EVENTS or _SAMPLES_AND_EVENTS */
+    uint8_t pupil_mode;            /* 1 when the file states a pupil mode other than 1, else 0 */
+    uint8_t recording_mode;        /* 1 when the block's mode byte is not 0 */
+    uint8_t filter_level;          /* level of the tracker's filter */
+    uint8_t pos_type;              /* parse flags of the block's first record */
+    uint8_t eye;                   /* TRK_EYE_* */
+    uint64_t sort_key;             /* time key of the block: 2 x time */
+    float gaze_prescaler;          /* divisor of the block's gaze values; 0 when the block did not start with samples */
+    uint32_t window_size2;         /* height of the camera window, camera pixels: 190 */
+    uint32_t window_size1;         /* width of the camera window, camera pixels: 176 */
+    uint8_t close_pair;            /* 1 when less than 3 ms lie between this and a neighbouring start or end */
+} FRECORDING;
+
+/* Any item. Which member is valid follows from the code that trk_get_next_data returned. */
+typedef union ALLF_DATA {
+    FSAMPLE_REC sample;
+    FEVENT event;
+    FRECORDING recording;
+} ALLF_DATA;
+
+/*
+ * Options of an open file, given by trk_open_file_ex and read at every delivered sample. A fixed resolution in
+ * position units per degree, used for all velocities in place of each sample's own; MISSING_DATA in the first
+ * field means none.
+ */
+typedef struct CONFIG {
+    float velocity_param_1; /* horizontal */
+    float velocity_param_2; /* vertical */
+} CONFIG;
+
+/* An open recording. */
+typedef struct _TRKFILE _TRKFILE;
+
+/* Receives each diagnostic line, line end included. The text is the library's and valid during the call only. */
+typedef void (*TRK_LOG_FUNCTION)(const char *text);
+
+/* ---- Opening and closing -------------------------------------------------------------------------------- */
+
+/* Values of open_flags: one of the first three, plus any of the others. */
+enum {
+    TRK_OPEN_NO_CHECK = 0,       /* items are sorted by time, nothing is repaired */
+    TRK_OPEN_CHECK = 1,          /* samples outside recording blocks are dropped, eye events that lie outside are
+                                    moved onto the nearest block boundary */
+    TRK_OPEN_CHECK_AND_FILL = 2, /* besides, gaps in the samples are filled with dummy samples, several blinks in
+                                    one saccade become one, gaze inside blinks reads MISSING_DATA, and ends of
+                                    saccades and fixations take their start time from the matching start */
+    TRK_OPEN_TOLERANT = 4,       /* a damaged or cut recording opens with the items before the damage */
+    TRK_OPEN_KEEP_TIMES = 8,     /* never move the times of recordings that start late on the tracker's clock */
+    TRK_OPEN_MESSAGE_OFFSETS = 16 /* a number before a message text is an offset: it is cut off and subtracted
+                                    from the message's time */
+};
+
+/* Values of loadEvents. */
+enum {
+    TRK_EVENTS_BLOCKS_ONLY = 0, /* only the starts and ends of recording blocks */
+    TRK_EVENTS_ALL = 1          /* all events */
+};
+
+/*
+ * Opens a recording, plain or compressed, and indexes all of it.
+ *
+ * path          file name.
+ * open_flags    TRK_OPEN_* values.
+ * loadEvents    TRK_EVENTS_* values.
+ * load_samples  0: samples are not delivered; otherwise they are.
+ * config        options, or null for none. Not copied: it must live as long as the handle.
+ * error_value   receives 0 on success and -1 on failure; may be null.
+ *
+ * Returns the handle, to be closed with trk_close_file, or null when the file cannot be opened, is no recording,
+ * or (without TRK_OPEN_TOLERANT) breaks off or cannot be decoded. The reason goes to the log. A failed open holds
+ * nothing.
+ *
+ * Reads the whole recording once. A compressed recording is first inflated into an anonymous temporary file.
+ * Memory: about 24 bytes per item. Prints the line "loadEvents = N" to standard output at every call.
+ */
+TRK_API _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples,
+                                   CONFIG *config, int *error_value);
+
+/* The same without options. */
+TRK_API _TRKFILE *trk_open_file(const char *path, int open_flags, int loadEvents, int load_samples,
+                                int *error_value);
+
+/*
+ * Closes a recording and releases everything that the handle holds; records that it returned are gone.
+ * Null, and what is no open handle (any more), is accepted and ignored. Returns 0.
+ */
+TRK_API int trk_close_file(_TRKFILE *handle);
+
+/* Sends the diagnostic lines of all handles to `function`, or to standard output again when it is null. */
+TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function);
+
+/* ---- Walking through the items -------------------------------------------------------------------------- */
+
+/*
+ * Steps to the next item in time order.
+ * Returns its REC_* code, or 0 when there is no further item. Codes that are not named above come from unknown
+ * events in the recording; such items cannot be fetched.
+ */
+TRK_API int trk_get_next_data(_TRKFILE *handle);
+
+/*
+ * Fetches the current item, the one that trk_get_next_data stepped to last. It may be fetched again.
+ *
+ * Returns the record, or null when there is no current item or it cannot be read (the log says why). In
+ * recordings whose last sample lies at 400000000 ms or later, times are moved to count from the first sample
+ * or block, unless the file was opened with TRK_OPEN_KEEP_TIMES.
+ */
+TRK_API ALLF_DATA *trk_get_float_data(_TRKFILE *handle);
+
+/*
+ * The same when the current item is an event with one of the codes 1 to 10, 15 to 18, 24, 25 and 28 (first
+ * call), a sample (second), or a recording block (third); null when it is of another kind.
+ */
+TRK_API ALLF_DATA *trk_get_event_data(_TRKFILE *handle);
+TRK_API ALLF_DATA *trk_get_sample_data(_TRKFILE *handle);
+TRK_API ALLF_DATA *trk_get_recording_data(_TRKFILE *handle);
+
+/*
+ * Views of a fetched record by what stands in the place of FEVENT.type: trk_get_event returns the same pointer
+ * unless the value there is 30 or 200, trk_get_sample when it is 200, trk_get_recording when it is 30; otherwise
+ * null. In samples and recording blocks that place holds part of another field, so these calls are reliable for
+ * events only; use the code of trk_get_next_data to tell records apart. `record` must not be null.
+ */
+TRK_API FEVENT *trk_get_event(ALLF_DATA *record);
+TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record);
+TRK_API FRECORDING *trk_get_recording(ALLF_DATA *record);
+
+/* Number of items that a walk delivers, dummy samples and recording blocks included. */
+TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
+
+/* ---- About the recording -------------------------------------------------------------------------------- */
+
+/*
+ * Copies the preamble, the text before the records, into `buffer`: each line preceded by "** ", at most 1999
+ * characters in all. `length` is the size of the buffer in bytes; a longer text is cut. The copy ends with a
+ * zero byte; with a length of 0 or less, nothing is written. Returns 0.
+ */
+TRK_API int trk_get_preamble_text(_TRKFILE *handle, char *buffer, int length);
+
+/* Size in bytes of the buffer that the whole preamble text needs, the final zero byte included. */
+TRK_API int trk_get_preamble_text_length(_TRKFILE *handle);
+
+/* File format revision that the preamble states; 0 when it states none. */
+TRK_API int trk_get_revision(_TRKFILE *handle);
+
+/* Tracker model that the preamble states: 1, 2 (V2) or 3 (LX). */
+TRK_API int trk_get_pupilon_revision(_TRKFILE *handle);
+
+/* Version of the library. The text is constant. */
+TRK_API const char *trk_get_version(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,26 @@
+# shellcheck shell=bash disable=SC2034
+# To be sourced. need_packages NAME...: installs the Debian packages that are missing, without a question.
+# Does not touch apt when nothing is missing.
+
+build_packages=(g++ cmake ninja-build zlib1g-dev libcli11-dev)
+sanitizer_packages=(clang libclang-rt-14-dev)
+test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config)
+lint_packages=("${test_packages[@]}" clang-format clang-tidy)
+
+need_packages() {
+    local package missing=()
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+    done
+    [ "${#missing[@]}" -gt 0 ] || return 0
+
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "neither root nor sudo; install: ${missing[*]}" >&2; return 1; }
+        as_root=(sudo)
+    fi
+    echo "Installing: ${missing[*]}"
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
+    "${apt[@]}" update
+    "${apt[@]}" install --no-install-recommends "${missing[@]}"
+}

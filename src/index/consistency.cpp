@@ -1,0 +1,158 @@
+#include "index/consistency.h"
+
+#include "base/log.h"
+#include "index/eye_event_fixups.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <optional>
+
+namespace trk {
+
+namespace {
+
+constexpr int64_t kClosePairKeys = 6; // three milliseconds
+
+void markClosePairs(ItemIndex &index) {
+    std::deque<FRECORDING> &recordings = index.recordings();
+    for (std::size_t i = 1; i < recordings.size(); ++i) {
+        const uint64_t distance = ItemIndex::effectiveKey(recordings[i]) - ItemIndex::effectiveKey(recordings[i - 1]);
+        if (std::abs(int64_t{static_cast<int32_t>(distance)}) < kClosePairKeys) {
+            recordings[i - 1].close_pair = recordings[i].close_pair = 1;
+            index.orderChanged();
+        }
+    }
+}
+
+// One pass over the sorted index that drops samples outside recording blocks, puts an end of block that was
+// sorted behind the start of the same time before it, and pairs blinks.
+class ConsistencyWalk {
+  public:
+    ConsistencyWalk(ItemIndex &index, bool strict) : index_(index), items_(index.items()), strict_(strict) {}
+
+    void run() {
+        for (std::size_t next = 0; next < items_.size(); ++next) {
+            const TRKItem item = items_[next];
+            if (item.isSample() && outsideRecording_ && !moveEndBeforeStart()) {
+                print_log("WARNING: TRK FILE MAY BE CORRUPTED. Sample at %d found without start recording. "
+                          "Skipping this sample \n",
+                          static_cast<int>(item.sort_key >> 1));
+                continue;
+            }
+            if (kept_ != next) {
+                items_[kept_] = item;
+            }
+            if (!item.isSample()) {
+                seeEvent(items_[kept_]);
+            }
+            ++kept_;
+        }
+        if (kept_ != items_.size()) {
+            items_.resize(kept_);
+            index_.orderChanged();
+        }
+    }
+
+    [[nodiscard]] bool movedEndOfBlock() const { return movedEndOfBlock_; }
+
+  private:
+    static constexpr std::size_t kEyeValues = 16;
+
+    void seeEvent(TRKItem &item) {
+        if (item.isRecordingBlock()) {
+            const bool start = index_.recordingOf(item).state != TRK_BLOCK_END;
+            (start ? lastStartBlock_ : lastEndBlock_) = kept_;
+            outsideRecording_ = !start;
+        } else if (item.code() == REC_EBLINK) {
+            seeBlinkEnd(item);
+        } else if (item.code() == REC_SBLINK) {
+            seeBlinkStart(item);
+        }
+    }
+
+    void seeBlinkEnd(const TRKItem &item) {
+        if (endSeen_[item.eye()]) {
+            print_log("found EBLINK  with no SBLINK %u \n", timeOfKey(item.sort_key));
+        }
+        endSeen_[item.eye()] = true;
+        pairBlink(item.eye());
+    }
+
+    void seeBlinkStart(TRKItem &item) {
+        const unsigned eye = item.eye();
+        if (blinkOpen_[eye]) {
+            print_log("No matching EBLINK found for SBLINK  %u \n", timeOfKey(item.sort_key));
+        }
+        blinkOpen_[eye] = true;
+        if (strict_ && orphanEnd_ && endSeen_[eye]) {
+            // The blink's end was sorted before its start: start it at its end.
+            blinkOpen_[eye] = endSeen_[eye] = false;
+            item.sort_key = index_.effectiveKey(items_[*orphanEnd_]);
+            item.mark(kItemMoved);
+            index_.orderChanged();
+        }
+        pairBlink(eye);
+    }
+
+    void pairBlink(unsigned eye) {
+        if (!endSeen_[eye]) {
+            return;
+        }
+        if (blinkOpen_[eye]) {
+            blinkOpen_[eye] = endSeen_[eye] = false;
+        } else {
+            orphanEnd_ = kept_;
+        }
+    }
+
+    // Before a sample outside a recording: if the end of the last block was sorted behind a start of the same
+    // time, the sample belongs to the block that starts there. Puts the end before the start.
+    bool moveEndBeforeStart() {
+        if (!lastStartBlock_ || lastEndBlock_.value_or(0) < 1 ||
+            index_.effectiveKey(items_[*lastStartBlock_]) != index_.effectiveKey(items_[*lastEndBlock_])) {
+            return false;
+        }
+        const auto start = items_.begin() + static_cast<std::ptrdiff_t>(*lastStartBlock_);
+        const auto end = items_.begin() + static_cast<std::ptrdiff_t>(*lastEndBlock_);
+        std::rotate(start, end, end + 1);
+        index_.orderChanged();
+        movedEndOfBlock_ = true;
+        outsideRecording_ = false;
+        return true;
+    }
+
+    ItemIndex &index_;
+    std::vector<TRKItem> &items_;
+    bool strict_;
+    std::size_t kept_ = 0; // number of items seen and kept
+    bool outsideRecording_ = true;
+    bool movedEndOfBlock_ = false;
+    std::optional<std::size_t> lastStartBlock_;
+    std::optional<std::size_t> lastEndBlock_;
+    std::optional<std::size_t> orphanEnd_; // the last unmatched end of a blink; one for all eyes, never forgotten
+    std::array<bool, kEyeValues> blinkOpen_{};
+    std::array<bool, kEyeValues> endSeen_{};
+};
+
+} // namespace
+
+int checkConsistency(ItemIndex &index, bool strict) {
+    markClosePairs(index);
+    index.sortItems();
+    MergeEyeEventsOutsideOfTrials(index);
+    index.sortItems();
+    ConsistencyWalk walk(index, strict);
+    walk.run();
+    if (!strict) {
+        return 0;
+    }
+    if (!walk.movedEndOfBlock()) {
+        index.sortItems();
+    }
+    mergeBlinksInsideSaccade(index);
+    markSamplesInsideBlink(index);
+    return 0;
+}
+
+} // namespace trk

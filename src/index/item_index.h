@@ -1,0 +1,62 @@
+// The item index: every item of a recording once, and the recording blocks.
+#pragma once
+
+#include "index/item.h"
+
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <vector>
+
+namespace trk {
+
+class ItemIndex {
+  public:
+    [[nodiscard]] std::size_t size() const { return items_.size(); }
+    [[nodiscard]] const TRKItem &operator[](std::size_t index) const { return items_[index]; }
+
+    // The items themselves, for the passes that repair them. Whoever changes a key or the order calls
+    // orderChanged().
+    [[nodiscard]] std::vector<TRKItem> &items() { return items_; }
+    void orderChanged() { inOrder_ = false; }
+
+    void append(const TRKItem &item);
+    void appendRecordingBlock(const FRECORDING &recording);
+
+    [[nodiscard]] bool isFull() const { return items_.size() == items_.capacity(); }
+
+    // Makes room after `scanned` of `total` bytes were read; a total of 0 is unknown.
+    void makeRoom(int64_t scanned, int64_t total);
+
+    // Recording blocks in the order of the file. Their addresses stay the same for the life of the index.
+    [[nodiscard]] std::deque<FRECORDING> &recordings() { return recordings_; }
+    [[nodiscard]] const std::deque<FRECORDING> &recordings() const { return recordings_; }
+
+    // The record of a recording-block item.
+    [[nodiscard]] FRECORDING &recordingOf(const TRKItem &item) { return recordings_[item.sort_key]; }
+    [[nodiscard]] const FRECORDING &recordingOf(const TRKItem &item) const { return recordings_[item.sort_key]; }
+
+    // The key that an item is ordered by.
+    [[nodiscard]] uint64_t effectiveKey(const TRKItem &item) const {
+        return item.isRecordingBlock() ? effectiveKey(recordingOf(item)) : item.sort_key;
+    }
+    // A block that lies close to its neighbour is set off from it: an end half a millisecond, a start one and a
+    // half, so that the end comes first.
+    [[nodiscard]] static uint64_t effectiveKey(const FRECORDING &recording) {
+        if (recording.close_pair == 0) {
+            return recording.sort_key;
+        }
+        return recording.sort_key + (recording.state == TRK_BLOCK_START ? 3 : 1);
+    }
+
+    // Puts the items into time order. Large indexes are sorted in overlapping chunks: an item that lies 3000
+    // places or more from its place may not reach it.
+    void sortItems();
+
+  private:
+    std::vector<TRKItem> items_;
+    std::deque<FRECORDING> recordings_;
+    bool inOrder_ = false; // a whole sort found nothing to do and nothing was changed since
+};
+
+} // namespace trk

@@ -1,0 +1,72 @@
+// The one pass over the record stream that builds the item index.
+#pragma once
+
+#include "index/block_pairing.h"
+#include "index/gap_filler.h"
+#include "index/item_index.h"
+#include "records/record_reader.h"
+
+#include <cstdint>
+
+namespace trk {
+
+struct PrescanOptions {
+    bool tolerant = false; // a read failure ends the scan as the end of the file would
+    bool fillGaps = false;
+    bool loadEvents = true; // else only the starts and ends of recording blocks
+    bool loadSamples = true;
+};
+
+// What the scan learned besides the index.
+struct PrescanFacts {
+    static constexpr uint32_t kInputEvents = 1;  // an input event was indexed
+    static constexpr uint32_t kSampleInputs = 2; // some sample carries an input value
+
+    uint32_t firstSampleTime = 0; // time of the first record
+    uint32_t lastSampleTime = 0;  // largest time of a sample or event
+    uint32_t inputDataAvailability = 0;
+};
+
+// Reads the records from the stream's position to the end of the record stream into the index and sorts it.
+// Throws a TRKException when the stream breaks off or cannot be decoded, unless the scan is tolerant.
+class Prescan {
+  public:
+    Prescan(RecordReader &reader, ItemIndex &index, const PrescanOptions &options)
+        : reader_(reader), index_(index), options_(options), blocks_(index),
+          totalBytes_(reader.stream().sourceSize()) {}
+
+    PrescanFacts run();
+
+  private:
+    int nextRecord();
+    bool scanRecords();
+    bool scanSample();
+    bool scanEvent();
+    void indexSample();
+    void fillGap(uint64_t key);
+    void indexEvent();
+    void startBlock();
+    void endBlock();
+    void withdrawExtension();
+    [[nodiscard]] bool lacksTime() const;
+    [[nodiscard]] bool blockIsLoaded() const;
+    [[nodiscard]] unsigned eyeField() const;
+    void appendEvent(uint32_t time, unsigned eye);
+    void append(const TRKItem &item);
+
+    RecordReader &reader_;
+    ItemIndex &index_;
+    PrescanOptions options_;
+    BlockPairing blocks_;
+    GapFiller gaps_;
+    PrescanFacts facts_;
+    int64_t totalBytes_;
+
+    bool anyRecord_ = false;
+    int64_t bodyPosition_ = 0; // of the record at hand
+    uint16_t tagWord_ = 0;
+    Sample sample_{}; // the last sample read, indexed or not
+    EData event_;
+};
+
+} // namespace trk

@@ -1,0 +1,125 @@
+#include "io/input_stream.h"
+
+#include "base/exception.h"
+#include "base/log.h"
+
+#include <algorithm>
+#include <array>
+
+namespace trk {
+
+namespace {
+
+// After a jump the first refill is small, about what one batch of samples takes; sequential reading from there
+// doubles it up to the whole window.
+constexpr std::size_t kBlockAfterJump = std::size_t{32} * 1024;
+
+} // namespace
+
+InputStream::InputStream(std::size_t windowSize)
+    : window_(windowSize), cursor_(window_.data()), windowEnd_(window_.data()), nextBlock_(windowSize) {}
+
+bool InputStream::refill() {
+    if (sourceEnded_ || sourceFailed_) {
+        return false;
+    }
+    const std::ptrdiff_t read = readSource(window_.data(), nextBlock_);
+    sourceEnded_ = read == 0;
+    sourceFailed_ = read < 0;
+    if (read <= 0) {
+        return false;
+    }
+    windowOffset_ += windowEnd_ - window_.data();
+    cursor_ = window_.data();
+    windowEnd_ = cursor_ + read;
+    nextBlock_ = std::min(2 * nextBlock_, window_.size());
+    return true;
+}
+
+int InputStream::getRawData(void *buffer, int count) {
+    auto *destination = static_cast<uint8_t *>(buffer);
+    int missing = std::max(count, 0);
+    while (missing > 0) {
+        if (cursor_ == windowEnd_ && !refill()) {
+            endOfFile_ = sourceEnded_;
+            break;
+        }
+        const auto part = static_cast<int>(std::min<std::ptrdiff_t>(missing, windowEnd_ - cursor_));
+        std::memcpy(destination, cursor_, static_cast<std::size_t>(part));
+        destination += part;
+        cursor_ += part;
+        missing -= part;
+    }
+    return std::max(count, 0) - missing;
+}
+
+int InputStream::seek(int64_t position) {
+    const int64_t windowSize = windowEnd_ - window_.data();
+    const bool inWindow = position >= windowOffset_ && position - windowOffset_ <= windowSize;
+    if (!inWindow) {
+        if (position < 0 || !seekSource(position)) {
+            positionSkew_ = position - sourcePosition();
+            return -1;
+        }
+        windowEnd_ = window_.data();
+        windowOffset_ = position;
+        nextBlock_ = std::min(kBlockAfterJump, window_.size());
+        sourceEnded_ = sourceFailed_ = false;
+    }
+    cursor_ = window_.data() + (position - windowOffset_);
+    positionSkew_ = 0;
+    endOfFile_ = false;
+    return 0;
+}
+
+int InputStream::getTerminatedString(char *buffer, int size) {
+    int count = 0;
+    while (count < size - 1) {
+        if (cursor_ == windowEnd_ && !refill()) {
+            endOfFile_ = sourceEnded_;
+            break;
+        }
+        const char character = static_cast<char>(*cursor_++);
+        buffer[count++] = character;
+        if (character == '\n') {
+            break;
+        }
+    }
+    if (count == 0) {
+        return -1;
+    }
+    buffer[count] = '\0';
+    const auto length = static_cast<int>(std::strlen(buffer));
+    positionSkew_ += length - count;
+    return length;
+}
+
+uint8_t InputStream::getByteAtWindowEnd() {
+    uint8_t value = 0;
+    if (getRawData(&value, 1) != 1) {
+        print_log("error reading trk file 11\n");
+        throwException(kEndOfFile);
+    }
+    return value;
+}
+
+uint16_t InputStream::getWordAtWindowEnd() {
+    std::array<uint8_t, 2> bytes{};
+    const int read = getRawData(bytes.data(), 2);
+    if (read != 2) {
+        print_log("error reading trk file 7a r = %d \n", read);
+        throwException(kEndOfFile);
+    }
+    return loadWord(bytes.data());
+}
+
+uint32_t InputStream::getIntAtWindowEnd() {
+    std::array<uint8_t, 4> bytes{};
+    if (getRawData(bytes.data(), 4) != 4) {
+        print_log("error reading trk file 9\n");
+        throwException(kEndOfFile);
+    }
+    return loadInt(bytes.data());
+}
+
+} // namespace trk

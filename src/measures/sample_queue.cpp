@@ -1,0 +1,161 @@
+#include "measures/sample_queue.h"
+
+namespace trk {
+
+namespace {
+
+// Samples in the last 64 slots have too few behind them for the velocity.
+constexpr int kFirstSlotOfLookAhead = 448;
+constexpr uint64_t kLargestSpacing = 8; // key units, 250 samples per second
+
+} // namespace
+
+void SampleQueue::clear() {
+    head_ = count_ = uniformRun_ = 0;
+    lastPupilSize_ = {kUnknownPupilSize, kUnknownPupilSize};
+}
+
+void SampleQueue::shiftQueue() {
+    if (count_ < kShift) {
+        count_ = uniformRun_ = 0;
+    } else {
+        head_ = (head_ + kShift) % kCapacity;
+        count_ -= kShift;
+    }
+}
+
+// The distance of the first two keys, or of the last two when the first show a gap.
+uint64_t SampleQueue::spacing() const {
+    const uint64_t first = key(1) - key(0);
+    return first <= kLargestSpacing ? first : lastKey() - key(count_ - 2);
+}
+
+bool SampleQueue::isOutOfBoundsToAdd(uint64_t key) const {
+    if (count_ == 0) {
+        return false;
+    }
+    if (key < this->key(0)) {
+        return true;
+    }
+    if (key <= lastKey()) {
+        return false;
+    }
+    return count_ < 3 || lastKey() + spacing() < key;
+}
+
+void SampleQueue::addSample(Sample &sample, uint64_t key) {
+    if (count_ > 0 && lastKey() >= key) {
+        return;
+    }
+    for (std::size_t eye = 0; eye < kEyes; ++eye) {
+        if ((sample.flags & TRK_SAMPLE_PUPIL_SIZE) != 0) {
+            lastPupilSize_[eye] = sample.pupil_size[eye];
+        } else {
+            sample.pupil_size[eye] = lastPupilSize_[eye];
+        }
+    }
+    const uint64_t step = count_ > 0 ? key - lastKey() : runStep_;
+    uniformRun_ = step == runStep_ ? uniformRun_ + 1 : 2;
+    runStep_ = step;
+    Sample &entry = freeSlot();
+    if (&entry != &sample) {
+        entry = sample;
+    }
+    entry.sort_key = key;
+    keys_[slot(count_)] = key;
+    positions_[slot(count_)] = positionsOf(entry);
+    ++count_;
+}
+
+SampleQueue::KeyFinder::KeyFinder(const SampleQueue &queue) : queue_(queue) {
+    if (queue.count_ < 1) {
+        return;
+    }
+    first_ = queue.key(0);
+    last_ = queue.lastKey();
+    if (queue.count_ >= 3) {
+        const uint64_t step = queue.spacing();
+        if (step <= kLargestSpacing && std::has_single_bit(step)) {
+            stepShift_ = std::countr_zero(step);
+            uniform_ = queue.uniformRun_ >= queue.count_;
+        }
+        lastStep_ = last_ - queue.key(queue.count_ - 2);
+    }
+}
+
+int SampleQueue::KeyFinder::find(uint64_t key) const {
+    if (uniform_) {
+        const uint64_t distance = key - first_;
+        const uint64_t offGrid = distance & ((uint64_t{1} << stepShift_) - 1);
+        const bool found = key >= first_ && key <= last_ && offGrid == 0;
+        return found ? static_cast<int>(distance >> stepShift_) : -1;
+    }
+    if (queue_.count_ < 1) {
+        return -1;
+    }
+    const auto last = static_cast<uint64_t>(queue_.count_ - 1);
+    if (key == first_) {
+        return 0;
+    }
+    if (key == last_) {
+        return static_cast<int>(last);
+    }
+    if (stepShift_ < 0 || key <= first_ || key >= last_) {
+        return -1;
+    }
+    const uint64_t fromFront = (key - first_) >> stepShift_;
+    if (holds(fromFront, key)) {
+        return static_cast<int>(fromFront);
+    }
+    const uint64_t fromBack = last - ((last_ - key) >> stepShift_);
+    if (holds(fromBack, key)) {
+        return static_cast<int>(fromBack);
+    }
+    const uint64_t fromBackByLastStep = last - (last_ - key) / lastStep_;
+    return holds(fromBackByLastStep, key) ? static_cast<int>(fromBackByLastStep) : -1;
+}
+
+const Sample *SampleQueue::getOldSample(uint64_t key, int *position) const {
+    const int found = KeyFinder(*this).find(key);
+    if (position != nullptr) {
+        *position = found;
+    }
+    return found < 0 ? nullptr : &entry(found);
+}
+
+const Sample *SampleQueue::getOldSampleSlow(uint64_t key, int *position) const {
+    int found = 0;
+    while (found < count_ && this->key(found) != key) {
+        ++found;
+    }
+    if (position != nullptr) {
+        *position = found < count_ ? found : -1;
+    }
+    return found < count_ ? &entry(found) : nullptr;
+}
+
+const Sample *SampleQueue::getSample(std::size_t index, SampleRefill &refill) {
+    const uint64_t key = index_.effectiveKey(index_[index]);
+    int position = -1;
+    while (const Sample *const sample = getOldSample(key, &position)) {
+        if (position < kFirstSlotOfLookAhead) {
+            return sample;
+        }
+        refill.batchReadSample(index);
+    }
+    if (count_ > 0 && this->key(0) <= key && key <= lastKey()) {
+        return getOldSampleSlow(key);
+    }
+    refill.batchReadSample(index);
+    if (const Sample *const sample = getOldSample(key)) {
+        return sample;
+    }
+    if (const Sample *const sample = getOldSampleSlow(key)) {
+        return sample;
+    }
+    clear();
+    refill.batchReadSample(index);
+    return getOldSample(key);
+}
+
+} // namespace trk

@@ -1,0 +1,325 @@
+#include "records/record_reader.h"
+
+#include "base/exception.h"
+#include "base/log.h"
+#include "base/numeric.h"
+#include "records/codes.h"
+#include "records/scaling.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+namespace trk {
+
+namespace {
+
+constexpr uint16_t kLongestMessage = 498;
+constexpr float kDefaultSampleRate = 250.0F;
+// A block that names no rate keeps this one, and only this one, from the block before it. On purpose.
+constexpr float kKeptSampleRate = 500.0F;
+constexpr float kRateUnit = 1.0F / 65536; // rates are 16.16 fixed point
+
+// A number before a message text is a time offset when it stands in the first bytes, is short and is small.
+constexpr std::size_t kOffsetSearchLength = 20;
+constexpr std::size_t kLongestOffset = 7;
+constexpr int kLargestOffset = 999;
+
+// The value's integer part as the 16 bits that it was read from.
+uint16_t lowWord(float value) { return static_cast<uint16_t>(truncateTo<int32_t>(value)); }
+
+bool isStartOfBlock(int type) { return type == REC_STARTSAMPLES || type == REC_STARTEVENTS; }
+
+void cutMessageOffset(FEVENT &event, TRK_MESSAGE &message) {
+    const char *const text = message.text;
+    std::size_t start = 0;
+    while (start < kOffsetSearchLength && text[start] == ' ') {
+        ++start;
+    }
+    std::array<char, kLongestOffset + 1> digits{};
+    std::size_t copied = 0;
+    while (copied < kLongestOffset && text[start + copied] != ' ' && text[start + copied] != '\0') {
+        digits[copied] = text[start + copied];
+        ++copied;
+    }
+    const auto offset = static_cast<int>(std::strtol(digits.data(), nullptr, 10)); // at most 7 digits
+    if (offset == 0 || std::abs(offset) > kLargestOffset) {
+        return;
+    }
+    if (static_cast<int>(copied) >= message.length - 1) {
+        return; // the number is all of the text
+    }
+    event.start_time -= static_cast<uint32_t>(offset);
+    // Leading blanks go with the number but are not taken off the length, on purpose.
+    message.length = static_cast<uint16_t>(message.length - copied);
+    const std::size_t removed = start + copied;
+    std::memmove(message.text, message.text + removed, sizeof(message.text) - removed);
+    std::memset(message.text + sizeof(message.text) - removed, 0, removed);
+}
+
+} // namespace
+
+// Decodes one event body. Lives for one record.
+class RecordReader::EventDecoder {
+  public:
+    EventDecoder(RecordReader &reader, EData &out, uint16_t tagWord)
+        : stream_(*reader.stream_), state_(reader.state_), message_(reader.message_),
+          fileRevision_(reader.fileRevision_), cutMessageOffsets_(reader.cutMessageOffsets_), out_(out),
+          type_(eventCodeOfTag(tagWord)) {
+        out_.eye = eyeOfTag(tagWord);
+        out_.parse_flags = parseFlagsOfTag(tagWord);
+    }
+
+    int decode() {
+        while (const uint8_t fieldTag = stream_.getByte()) {
+            if (fieldTag == kMessageField) {
+                if (!readMessage()) {
+                    return kUnreadable;
+                }
+            } else {
+                readField(fieldTag);
+            }
+        }
+        if (!startTimeRead_ && endTimeRead_) {
+            out_.start_time = out_.end_time;
+        }
+        if (state_.sampleFlagsSeen == 0) {
+            state_.maxDecodedTime = out_.start_time;
+        }
+        out_.read_flags = readFlags_;
+        out_.type = type_;
+        applyType();
+        return 0;
+    }
+
+  private:
+    static constexpr uint8_t kMessageField = 0x5E;
+
+    float plain() { return plainValue(stream_.getWord()); }
+    float missingMarked() { return missingMarkedValue(stream_.getWord()); }
+    float scaledG() { return ScaledValue(state_.gazeDivisor)(stream_.getWord()); }
+    float scaledV() { return ScaledValue(state_.velocityDivisor)(stream_.getWord()); }
+    void carries(int flags) { readFlags_ = static_cast<uint16_t>(readFlags_ | flags); }
+
+    void readField(uint8_t fieldTag);
+    bool readMessage();
+    void applyType();
+    void startBlock();
+    void endBlock();
+    void applySampleRate();
+
+    InputStream &stream_;
+    DecodingState &state_;
+    TRK_MESSAGE &message_;
+    uint16_t fileRevision_;
+    bool cutMessageOffsets_;
+    EData &out_;
+    int16_t type_;
+    uint16_t readFlags_ = 0;
+    bool startTimeRead_ = false;
+    bool endTimeRead_ = false;
+    bool factor1Read_ = false;
+    bool factor2Read_ = false;
+};
+
+void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
+    switch (fieldTag) {
+    case 0x21: // "!"
+        out_.start_time = stream_.getInt();
+        startTimeRead_ = true;
+        return carries(0x0001);
+    case 0x41: // "A"
+        out_.end_time = stream_.getInt();
+        endTimeRead_ = true;
+        return carries(0x0040);
+    // A raw pair goes to the gaze fields; its second value also to an HREF x field, on purpose.
+    case 0x28: // "("
+        out_.start_gaze_x = plain();
+        out_.start_gaze_y = out_.start_href_x = plain();
+        return carries(0x0408);
+    case 0x29: // ")"
+        out_.start_href_x = missingMarked();
+        out_.start_href_y = missingMarked();
+        return carries(0x0808);
+    case 0x2A: // "*"
+        out_.start_gaze_x = scaledG();
+        out_.start_gaze_y = scaledG();
+        return carries(0x1008);
+    case 0x2B: // "+"
+        out_.start_res_x = scaledG();
+        out_.start_res_y = scaledG();
+        return carries(0x0201);
+    case 0x30: // "0"
+        out_.start_pupil_size = plain();
+        return carries(0x0081);
+    case 0x33: // "3"
+        out_.start_velocity = scaledV();
+        return carries(0x0101);
+    case 0x48: // "H"
+        out_.end_gaze_x = plain();
+        out_.end_gaze_y = out_.end_href_x = plain();
+        return carries(0x0410);
+    case 0x49: // "I"
+        out_.end_href_x = missingMarked();
+        out_.end_href_y = missingMarked();
+        return carries(0x0810);
+    case 0x4A: // "J"
+        out_.end_gaze_x = scaledG();
+        out_.end_gaze_y = scaledG();
+        return carries(0x1010);
+    case 0x4B: // "K"
+        out_.end_res_x = isStartOfBlock(type_) ? plain() : scaledG();
+        out_.end_res_y = isStartOfBlock(type_) ? plain() : scaledG();
+        return carries(0x0202);
+    case 0x51: // "Q"
+        out_.end_pupil_size = plain();
+        return carries(0x0082);
+    case 0x53: // "S"
+        out_.end_velocity = scaledV();
+        return carries(0x0102);
+    case 0x55: // "U"
+        out_.aux_word1 = stream_.getWord();
+        return;
+    case 0x56: // "V"
+        out_.aux_word2 = stream_.getWord();
+        factor1Read_ = true;
+        return;
+    case 0x68: // "h"
+        out_.avg_gaze_x = out_.avg_href_x = plain();
+        out_.avg_gaze_y = out_.start_href_x = plain();
+        return carries(0x0420);
+    case 0x69: // "i"
+        out_.avg_href_x = missingMarked();
+        out_.avg_href_y = missingMarked();
+        return carries(0x0820);
+    case 0x6A: // "j"
+        out_.avg_gaze_x = scaledG();
+        out_.avg_gaze_y = scaledG();
+        return carries(0x1020);
+    case 0x72: // "r"
+        out_.avg_pupil_size = plain();
+        return carries(0x0084);
+    case 0x73: // "s"
+        out_.avg_velocity = scaledV();
+        return carries(0x0104);
+    case 0x93:
+        if (isStartOfBlock(type_)) {
+            state_.blockFactor2 = plain();
+        } else {
+            out_.peak_velocity = scaledV();
+        }
+        factor2Read_ = true;
+        return carries(0x0104);
+    case 0xB4:
+        out_.status_word = stream_.getWord();
+        return carries(0x2000);
+    default:
+        // An unknown field is skipped by its tag alone: nothing tells how long its value is.
+        return;
+    }
+}
+
+// Returns false for a message that is too long; the rest of the body then stays unread.
+bool RecordReader::EventDecoder::readMessage() {
+    const uint16_t length = stream_.getWord();
+    if (length > kLongestMessage) {
+        return false;
+    }
+    message_ = {};
+    message_.length = length;
+    if (stream_.getRawData(message_.text, length) != length) {
+        print_log("error reading trk file 12\n");
+        throwException(kEndOfFile);
+    }
+    out_.message = &message_;
+    return true;
+}
+
+void RecordReader::EventDecoder::applyType() {
+    switch (type_) {
+    case REC_STARTSAMPLES:
+        state_.sampleFlagsSeen = out_.status_word;
+        state_.sampleBlockValue = lowWord(out_.avg_pupil_size);
+        if (state_.sampleBlockValue == 0) {
+            state_.sampleBlockValue = 1;
+        }
+        return startBlock();
+    case REC_STARTEVENTS:
+        state_.eventBlockFlags = out_.aux_word1;
+        state_.eventBlockStatus = out_.status_word;
+        return startBlock();
+    case REC_ENDSAMPLES:
+        state_.sampleFlagsSeen = 0;
+        return endBlock();
+    case REC_ENDEVENTS:
+        state_.eventBlockFlags = 0;
+        return endBlock();
+    case REC_MESSAGE:
+        if (cutMessageOffsets_ && out_.message != nullptr) {
+            cutMessageOffset(out_, message_);
+        }
+        return;
+    default:
+        return;
+    }
+}
+
+void RecordReader::EventDecoder::startBlock() {
+    state_.gazeDivisor = out_.start_pupil_size;
+    state_.velocityDivisor = out_.end_pupil_size;
+    if (!factor1Read_) {
+        out_.aux_word2 = 1;
+    }
+    state_.blockFactor1 = static_cast<float>(out_.aux_word2);
+    if (!factor2Read_) {
+        out_.peak_velocity = state_.blockFactor2 = 1.0F;
+    }
+    if (fileRevision_ == 0) {
+        state_.sampleRate = out_.avg_velocity = kDefaultSampleRate;
+        state_.recordingModeWord = 9;
+        state_.filterLevel = 1;
+        state_.modeLowBits = 1;
+    } else {
+        applySampleRate();
+        const uint16_t modeWord = lowWord(out_.end_res_x);
+        state_.recordingModeWord = static_cast<int16_t>(modeWord >> 8);
+        state_.filterLevel = static_cast<int16_t>(modeWord >> 4 & 0x0F);
+        state_.modeLowBits = static_cast<int16_t>(modeWord & 0x0F);
+    }
+    out_.end_time = out_.start_time;
+}
+
+void RecordReader::EventDecoder::applySampleRate() {
+    if (out_.end_time != 0) {
+        state_.sampleRate = out_.avg_velocity = static_cast<float>(out_.end_time) * kRateUnit;
+    } else if (state_.sampleRate != kKeptSampleRate) {
+        if (state_.sampleRate > kKeptSampleRate) {
+            print_log("Possible miss handle! sample per second is %f resetting to 250 \n",
+                      static_cast<double>(state_.sampleRate));
+        }
+        state_.sampleRate = out_.avg_velocity = kDefaultSampleRate;
+    }
+}
+
+// The end of a block that names no end time lies where it starts.
+void RecordReader::EventDecoder::endBlock() {
+    if (!endTimeRead_) {
+        out_.end_time = out_.start_time;
+    }
+}
+
+int RecordReader::read_combfile_event_noexcept(EData &out) {
+    if (!streamReady() || stream_->eof() || !preambleDone_) {
+        const int status = !streamReady() ? -1 : stream_->eof() ? 1 : 2;
+        print_log(" bad status  %d\n", status);
+        return kUnreadable;
+    }
+    uint16_t tagWord = 0;
+    if (const int result = takePendingTag(false, tagWord); result != 0) {
+        return result;
+    }
+    return EventDecoder(*this, out, tagWord).decode();
+}
+
+} // namespace trk

@@ -1,0 +1,181 @@
+#include "records/record_reader.h"
+
+#include "records/codes.h"
+#include "records/scaling.h"
+
+#include <algorithm>
+
+namespace trk {
+
+namespace {
+
+constexpr int kExtensionWords = 8;
+
+// Everything of a sample record behind its tag word but the skip lists: time, three positions of both eyes,
+// resolution, pupil sizes, three words, extension header and words.
+constexpr std::ptrdiff_t kLargestFixedPart = 4 + 3 * 8 + 4 + 4 + 3 * 2 + 1 + 2 * kExtensionWords;
+
+// What a sample reads before its record fills it: fields that a record does not carry never show what was
+// decoded before.
+constexpr Sample freshSample() {
+    Sample sample{};
+    for (const int eye : {0, 1}) {
+        sample.pupil_x[eye] = sample.pupil_y[eye] = TRK_FIELD_ABSENT;
+        sample.href_x[eye] = sample.href_y[eye] = TRK_FIELD_ABSENT;
+        sample.gaze_x[eye] = sample.gaze_y[eye] = TRK_FIELD_ABSENT;
+        sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
+        sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
+        sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
+        sample.gaze_fvel_x[eye] = sample.gaze_fvel_y[eye] = MISSING_DATA;
+        sample.href_fvel_x[eye] = sample.href_fvel_y[eye] = MISSING_DATA;
+        sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
+    }
+    sample.res_x = sample.res_y = MISSING_DATA;
+    sample.input = sample.ext_type = sample.status = TRK_WORD_ABSENT;
+    return sample;
+}
+
+constexpr Sample kFreshSample = freshSample();
+
+// Bytes that are known to lie in the window.
+class WindowSource {
+  public:
+    explicit WindowSource(const uint8_t *bytes) : bytes_(bytes) {}
+    uint8_t getByte() { return *bytes_++; }
+    uint16_t getWord() {
+        const uint16_t word = loadWord(bytes_);
+        bytes_ += 2;
+        return word;
+    }
+    uint32_t getInt() {
+        const uint32_t value = loadInt(bytes_);
+        bytes_ += 4;
+        return value;
+    }
+    [[nodiscard]] const uint8_t *next() const { return bytes_; }
+
+  private:
+    const uint8_t *bytes_;
+};
+
+template <class Source> uint32_t readTime(Source &source, uint16_t flags, uint32_t expectedTime, uint32_t &timeBase) {
+    if ((flags & TRK_SAMPLE_FULL_TIME) != 0) {
+        timeBase = source.getInt();
+    } else {
+        const uint32_t delta = source.getByte();
+        if (expectedTime != 0 && timeBase + delta != expectedTime) {
+            // A reader that jumped here knows the time from the index; anchor the following deltas on it.
+            timeBase = expectedTime - delta;
+        }
+        timeBase += delta;
+    }
+    return timeBase;
+}
+
+template <class Source, class Convert>
+void readPositions(Source &source, uint16_t flags, float (&x)[kEyes], float (&y)[kEyes], Convert convert) {
+    for (int eye = 0; eye < kEyes; ++eye) {
+        if ((flags & kEyePresent[eye]) != 0) {
+            x[eye] = convert(source.getWord());
+            y[eye] = convert(source.getWord());
+        }
+    }
+}
+
+template <class Source> void readPupilSizes(Source &source, Sample &out) {
+    for (int eye = 0; eye < kEyes; ++eye) {
+        out.pupil_size[eye] = out.hasEye(eye) ? plainValue(source.getWord()) : TRK_FIELD_ABSENT;
+    }
+}
+
+template <class Source> void readExtension(Source &source, Sample &out) {
+    out.ext_type = source.getByte();
+    const int words = std::min(out.ext_type & 0x0F, kExtensionWords);
+    for (int i = 0; i < words; ++i) {
+        out.ext_data[i] = source.getWord();
+    }
+}
+
+// All of the record but the skip lists, in the order of the file.
+template <class Source>
+void readFixedPart(Source &source, Sample &out, uint32_t expectedTime, DecodingState &state) {
+    const uint16_t flags = out.flags;
+    out.time = readTime(source, flags, expectedTime, state.sampleTimeBase);
+    if ((flags & TRK_SAMPLE_PUPIL_POSITION) != 0) {
+        readPositions(source, flags, out.pupil_x, out.pupil_y, plainValue);
+    }
+    if ((flags & TRK_SAMPLE_HREF) != 0) {
+        readPositions(source, flags, out.href_x, out.href_y, plainValue);
+    }
+    const ScaledValue scaled(state.gazeDivisor);
+    if ((flags & TRK_SAMPLE_GAZE) != 0) {
+        readPositions(source, flags, out.gaze_x, out.gaze_y, scaled);
+    }
+    if ((flags & TRK_SAMPLE_RESOLUTION) != 0) {
+        out.res_x = scaled(source.getWord());
+        out.res_y = scaled(source.getWord());
+    }
+    if ((flags & TRK_SAMPLE_PUPIL_SIZE) != 0) {
+        readPupilSizes(source, out);
+    }
+    if ((flags & TRK_SAMPLE_STATUS) != 0) {
+        out.status = source.getWord();
+    }
+    if ((flags & TRK_SAMPLE_INPUT) != 0) {
+        out.input = source.getWord();
+    }
+    if ((flags & TRK_SAMPLE_BUTTONS) != 0) {
+        out.buttons = source.getWord();
+    }
+    if ((flags & TRK_SAMPLE_EXTENSION) != 0) {
+        readExtension(source, out);
+    }
+}
+
+// Groups of length byte, kind byte and content, ended by a length of 0; their contents are not kept.
+void skipBlocks(InputStream &stream) {
+    while (const uint8_t length = stream.getByte()) {
+        stream.getByte();
+        for (int i = 0; i < length; ++i) {
+            stream.getByte();
+        }
+    }
+}
+
+} // namespace
+
+int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime) {
+    if (out == nullptr || !streamReady() || stream_->eof() || !preambleDone_) {
+        return kUnreadable;
+    }
+    uint16_t flags = 0;
+    if (const int result = takePendingTag(true, flags); result != 0) {
+        return result;
+    }
+    state_.sampleFlagsSeen |= flags;
+    *out = kFreshSample;
+    out->flags = flags;
+
+    InputStream &stream = *stream_;
+    if (const uint8_t *const bytes = stream.peek(kLargestFixedPart)) [[likely]] {
+        WindowSource source(bytes);
+        readFixedPart(source, *out, expectedTime, state_);
+        stream.consumeTo(source.next());
+    } else {
+        readFixedPart(stream, *out, expectedTime, state_);
+    }
+    if ((flags & TRK_SAMPLE_SKIP_LIST1) != 0) {
+        skipBlocks(stream);
+    }
+    if ((flags & TRK_SAMPLE_SKIP_LIST2) != 0) {
+        skipBlocks(stream);
+    }
+
+    if (state_.minDecodedTime == 0 || state_.minDecodedTime > out->time) {
+        state_.minDecodedTime = out->time;
+    }
+    state_.maxDecodedTime = std::max(state_.maxDecodedTime, out->time);
+    return 0;
+}
+
+} // namespace trk

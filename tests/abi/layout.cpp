@@ -1,0 +1,3 @@
+#include "trkapi/trkapi.h"
+
+#include "layout.h"

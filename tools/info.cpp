@@ -1,0 +1,276 @@
+#include "info.h"
+
+#include "progress.h"
+#include "summary.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+namespace tool {
+
+namespace {
+
+constexpr double kMillisecondsPerSecond = 1000.0;
+// From here on the tracker's millisecond clock gives several samples one time stamp.
+constexpr float kFastestDistinctRate = 1000.0F;
+
+using TableRow = std::vector<std::string>;
+
+// Columns are aligned as `alignment` says, one letter each: l or r.
+void writeTable(TextOutput &out, std::string_view title, std::string_view alignment,
+                const std::vector<TableRow> &rows) {
+    std::vector<std::size_t> widths(alignment.size(), 0);
+    for (const TableRow &row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    out.text("\n");
+    out.text(title);
+    out.text("\n");
+    for (const TableRow &row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const std::string padding(widths[i] - row[i].size(), ' ');
+            line += "  " + (alignment[i] == 'r' ? padding + row[i] : row[i] + padding);
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        out.text(line);
+        out.text("\n");
+    }
+}
+
+void writeFact(TextOutput &out, std::string_view name, std::string_view value) {
+    constexpr std::size_t kNameWidth = 14;
+    out.text("  ");
+    out.text(name);
+    out.text(std::string(kNameWidth - std::min(name.size(), kNameWidth - 1), ' '));
+    out.text(value);
+    out.text("\n");
+}
+
+std::string seconds(uint64_t milliseconds) {
+    return fixedPoint(static_cast<double>(milliseconds) / kMillisecondsPerSecond, 3);
+}
+
+std::string share(uint64_t part, uint64_t whole) {
+    if (whole == 0) {
+        return std::string(kMissing);
+    }
+    return fixedPoint(100.0 * static_cast<double>(part) / static_cast<double>(whole), 2) + " %";
+}
+
+std::string counted(uint64_t count, std::string_view thing) {
+    return std::to_string(count).append(" ").append(thing).append(count == 1 ? "" : "s");
+}
+
+std::string sampleRate(float rate) {
+    std::array<char, 32> digits{};
+    return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), rate).ptr};
+}
+
+// ---- The head ----
+
+std::string_view containerVariant(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 64> line{};
+    file.getline(line.data(), line.size());
+    return std::string_view(line.data()).find(" ZIP") == std::string_view::npos ? "plain" : "compressed";
+}
+
+std::string trackerText(_TRKFILE *handle) {
+    const int model = trk_get_pupilon_revision(handle);
+    const int revision = trk_get_revision(handle);
+    return "model " + std::to_string(model) + (model == 2 ? " (V2)" : "") + (model == 3 ? " (LX)" : "") +
+           (revision == 0 ? ", no file revision stated" : ", file revision " + std::to_string(revision));
+}
+
+std::string recordedText(const RecordingSummary &summary) {
+    if (summary.blocks.empty()) {
+        return "no recording block";
+    }
+    uint64_t duration = 0;
+    uint32_t first = summary.blocks.front().start;
+    uint32_t last = first;
+    for (const BlockSummary &block : summary.blocks) {
+        duration += block.duration();
+        first = std::min(first, block.start);
+        last = std::max(last, block.end);
+    }
+    return seconds(duration) + " s in " + counted(summary.blocks.size(), "block") + ", from " +
+           std::to_string(first) + " to " + std::to_string(last) + " ms (" + seconds(last - first) + " s)";
+}
+
+// The values of all blocks, each once, in the order of their appearance.
+template <typename TextOf>
+std::string distinct(const RecordingSummary &summary, TextOf textOf) {
+    std::vector<std::string> seen;
+    std::string all;
+    for (const BlockSummary &block : summary.blocks) {
+        const std::string text(textOf(block));
+        if (std::ranges::find(seen, text) == seen.end()) {
+            seen.push_back(text);
+            all.append(all.empty() ? "" : ", ").append(text);
+        }
+    }
+    return all.empty() ? std::string(kMissing) : all;
+}
+
+void writePreamble(TextOutput &out, _TRKFILE *handle) {
+    std::string text(static_cast<std::size_t>(std::max(trk_get_preamble_text_length(handle), 1)), '\0');
+    trk_get_preamble_text(handle, text.data(), static_cast<int>(text.size()));
+    text.resize(text.find('\0'));
+    out.text("\nPreamble\n");
+    constexpr std::string_view kMark = "** ";
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        out.text("  ");
+        out.text(escaped(line.starts_with(kMark) ? line.substr(kMark.size()) : line));
+        out.text("\n");
+    }
+}
+
+// ---- The tables ----
+
+void writeItemCounts(TextOutput &out, const RecordingSummary &summary) {
+    constexpr std::array<std::pair<int, std::string_view>, 5> kNamed{{
+        {REC_SAMPLE, "samples"},
+        {REC_MESSAGE, "messages"},
+        {REC_BUTTON, "button events"},
+        {REC_INPUT, "input events"},
+        {REC_RECORDING, "starts and ends of blocks"},
+    }};
+    std::vector<TableRow> rows;
+    uint64_t rest = summary.items();
+    for (const auto &[code, name] : kNamed) {
+        rows.push_back({std::string(name), std::to_string(summary.countOf(code)), ""});
+        rest -= summary.countOf(code);
+    }
+    for (int code = REC_SBLINK; code <= REC_EFIX; ++code) {
+        rest -= summary.countOf(code);
+    }
+    std::string &aboutSamples = rows.front().back();
+    aboutSamples = std::to_string(summary.dummySamples) + " of them dummies in place of lost ones, " +
+                   std::to_string(summary.repeatedTimes) + " with a repeated time stamp";
+    if (std::ranges::any_of(
+            summary.blocks, [](float rate) { return rate > kFastestDistinctRate; }, &BlockSummary::sampleRate)) {
+        aboutSamples += " (natural above 1000 samples/s)";
+    }
+    rows.push_back({"other events", std::to_string(rest), ""});
+    if (summary.unreadable != 0) {
+        rows.push_back({"unreadable", std::to_string(summary.unreadable), "counted above by their codes"});
+    }
+    writeTable(out, "Items: " + std::to_string(summary.items()), "lrl", rows);
+}
+
+std::string eyeEventsText(const EyeEvents &events) {
+    std::string text = std::to_string(events.ends);
+    if (events.starts != events.ends) {
+        text += " (" + counted(events.starts, "start") + ")";
+    }
+    return text;
+}
+
+void writeEyeTable(TextOutput &out, const RecordingSummary &summary) {
+    std::vector<TableRow> rows{{"", "left", "right"}};
+    const auto addRow = [&rows](std::string_view name, auto textOfEye) {
+        rows.push_back({std::string(name), textOfEye(kLeft), textOfEye(kRight)});
+    };
+    addRow("samples", [&](Eye eye) { return std::to_string(summary.eyeSamples[eye].count); });
+    addRow("gaze missing",
+           [&](Eye eye) { return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze); });
+    addRow("inside blinks",
+           [&](Eye eye) { return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count); });
+    constexpr std::array<std::string_view, kFixations + 1> kNames{"blinks", "saccades", "fixations"};
+    for (std::size_t kind = 0; kind < kNames.size(); ++kind) {
+        const auto &eyes = summary.eyeEvents[kind];
+        addRow(kNames[kind], [&](Eye eye) { return eyeEventsText(eyes[eye]); });
+        addRow("  mean ms", [&](Eye eye) {
+            const EyeEvents &events = eyes[eye];
+            return events.timed == 0
+                       ? std::string(kMissing)
+                       : fixedPoint(static_cast<double>(events.duration) / static_cast<double>(events.timed), 1);
+        });
+    }
+    writeTable(out, "Eyes", "lrr", rows);
+}
+
+void writeBlocks(TextOutput &out, const RecordingSummary &summary) {
+    std::vector<TableRow> rows{{"#", "start ms", "end ms", "duration s", "eyes", "samples/s", "samples", "events",
+                                "holds", "content of samples"}};
+    for (const BlockSummary &block : summary.blocks) {
+        rows.push_back({std::to_string(rows.size()), std::to_string(block.start),
+                        block.endIsLost ? "lost" : std::to_string(block.end), seconds(block.duration()),
+                        std::string(eyeName(block.eyes)), sampleRate(block.sampleRate),
+                        std::to_string(block.samples), std::to_string(block.events),
+                        std::string(recordTypeName(block.recordType)), contentNames(block.content)});
+    }
+    writeTable(out, "Recording blocks", "rrrrlrrrll", rows);
+}
+
+void writeLog(TextOutput &out, const LogLines &log) {
+    std::vector<TableRow> rows;
+    for (const LogLines::Group &group : log.groups()) {
+        rows.push_back({std::to_string(group.count) + " x", group.first, group.count > 1 ? "(the first)" : ""});
+    }
+    if (log.ungrouped() != 0) {
+        rows.push_back({std::to_string(log.ungrouped()) + " x", "other lines"});
+    }
+    writeTable(out, rows.empty() ? "Defects logged: none" : "Defects logged", "rll", rows);
+}
+
+void describe(TextOutput &out, const std::string &path, const OpenOptions &options) {
+    const Recording recording(path, options, OnDamage::ShowIntactPart);
+    _TRKFILE *const handle = recording.handle();
+    RecordingSummary summary;
+    {
+        Progress progress(trk_get_element_count(handle), true);
+        for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
+            const Item item{code, trk_get_float_data(handle)};
+            item.record == nullptr ? summary.addUnreadable(code) : summary.add(item);
+        }
+    }
+    out.text(escaped(path));
+    out.text("\n");
+    if (!recording.damage().empty()) {
+        writeFact(out, "DAMAGED",
+                  "recording is damaged: shows the items before the damage (" + recording.damage() + ")");
+    }
+    writeFact(out, "container", containerVariant(path));
+    writeFact(out, "tracker", trackerText(handle));
+    writeFact(out, "recorded", recordedText(summary));
+    writeFact(out, "eyes", distinct(summary, [](const BlockSummary &block) { return eyeName(block.eyes); }));
+    writeFact(out, "samples/s", distinct(summary, [](const BlockSummary &b) { return sampleRate(b.sampleRate); }));
+    writePreamble(out, handle);
+    writeItemCounts(out, summary);
+    writeEyeTable(out, summary);
+    writeLog(out, recording.log());
+    writeBlocks(out, summary);
+}
+
+} // namespace
+
+int info(const InfoOptions &options) {
+    TextOutput out(std::string(TextOutput::kStandardOutput), "");
+    int status = EXIT_SUCCESS;
+    bool isFirst = true;
+    for (const std::string &path : options.files) {
+        try {
+            out.text(isFirst ? "" : "\n");
+            describe(out, path, options.open);
+            isFirst = false;
+            out.flush();
+        } catch (const CannotRead &error) {
+            std::fprintf(stderr, "trk: %s: %s\n", escaped(path).c_str(), error.what());
+            status = EXIT_FAILURE;
+        }
+    }
+    out.finish();
+    return status;
+}
+
+} // namespace tool

@@ -1,0 +1,20 @@
+// trk info: a recording at a glance.
+#pragma once
+
+#include "open_recording.h"
+#include "text_output.h"
+
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    OpenOptions open;
+};
+
+// Reports what cannot be read and goes on. Returns the exit status. Throws OutputError and OutputClosed.
+int info(const InfoOptions &options);
+
+} // namespace tool

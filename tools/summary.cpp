@@ -1,0 +1,121 @@
+#include "summary.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace tool {
+
+namespace {
+
+constexpr std::array<int, kEyes> kEyeFlags{TRK_EYE_LEFT, TRK_EYE_RIGHT};
+constexpr uint16_t kContentFlags = TRK_SAMPLE_PUPIL_POSITION | TRK_SAMPLE_HREF | TRK_SAMPLE_GAZE |
+                                   TRK_SAMPLE_RESOLUTION | TRK_SAMPLE_PUPIL_SIZE | TRK_SAMPLE_STATUS |
+                                   TRK_SAMPLE_INPUT | TRK_SAMPLE_BUTTONS | TRK_SAMPLE_EXTENSION;
+
+} // namespace
+
+uint64_t RecordingSummary::items() const { return std::accumulate(counts_.begin(), counts_.end(), uint64_t{0}); }
+
+void RecordingSummary::add(const Item &item) {
+    ++counts_[static_cast<std::size_t>(item.code)];
+    if (item.code == REC_SAMPLE) {
+        addSample(item);
+    } else if (item.code == REC_RECORDING) {
+        addRecording(*item.recording());
+    } else {
+        addEvent(item);
+    }
+}
+
+void RecordingSummary::addUnreadable(int code) {
+    ++counts_[static_cast<std::size_t>(code)];
+    ++unreadable;
+}
+
+void RecordingSummary::addSample(const Item &item) {
+    const FSAMPLE_REC &sample = *item.sample();
+    if (item.isDummySample()) {
+        ++dummySamples;
+    } else if (sample.sort_key % 2 != 0) {
+        ++repeatedTimes;
+    }
+    int eyes = eyesOf(sample.flags);
+    if (block_ != nullptr) {
+        ++block_->samples;
+        if (block_->endIsLost) {
+            block_->end = std::max(block_->end, sample.time);
+        }
+        if (!block_->contentIsAnnounced) {
+            block_->content |= sample.flags & kContentFlags;
+        }
+        // A dummy sample claims both eyes whatever was recorded.
+        if (item.isDummySample() && block_->eyes != TRK_EYE_NONE) {
+            eyes = block_->eyes;
+        }
+    }
+    for (const Eye eye : {kLeft, kRight}) {
+        if ((eyes & kEyeFlags[eye]) != 0) {
+            addSampleOfEye(item, eye);
+        }
+    }
+}
+
+void RecordingSummary::addSampleOfEye(const Item &item, Eye eye) {
+    const FSAMPLE_REC &sample = *item.sample();
+    EyeSamples &samples = eyeSamples[eye];
+    ++samples.count;
+    samples.insideBlink += insideBlink_[eye] ? 1 : 0;
+    if (item.isDummySample() || (sample.flags & TRK_SAMPLE_GAZE) != 0) {
+        ++samples.withGaze;
+        const bool isMissing = sample.gaze_x[eye] == MISSING_DATA || sample.gaze_y[eye] == MISSING_DATA;
+        samples.gazeMissing += isMissing ? 1 : 0;
+    }
+}
+
+void RecordingSummary::addRecording(const FRECORDING &recording) {
+    insideBlink_ = {};
+    if (recording.state == TRK_BLOCK_START) {
+        const bool isAnnounced = recording.sample_content_flags != 0;
+        blocks.push_back({.start = recording.time,
+                          .end = recording.time,
+                          .eyes = recording.eye,
+                          .sampleRate = recording.sample_rate,
+                          .recordType = recording.record_type,
+                          .content = static_cast<uint16_t>(recording.sample_content_flags & kContentFlags),
+                          .contentIsAnnounced = isAnnounced});
+        block_ = &blocks.back();
+    } else if (block_ != nullptr) {
+        block_->end = recording.time;
+        block_->endIsLost = false;
+        block_ = nullptr;
+    }
+}
+
+void RecordingSummary::addEvent(const Item &item) {
+    if (block_ != nullptr) {
+        ++block_->events;
+    }
+    if (item.code < REC_SBLINK || item.code > REC_EFIX) {
+        return;
+    }
+    // Codes run from blinks to fixations, start and end of each.
+    const int place = item.code - REC_SBLINK;
+    const bool isStart = place % 2 == 0;
+    const FEVENT &event = *item.event();
+    const Eye eye = event.eye == 0 ? kLeft : kRight;
+    EyeEvents &events = eyeEvents[static_cast<std::size_t>(place / 2)][eye];
+    if (isStart) {
+        ++events.starts;
+    } else {
+        ++events.ends;
+        if (event.start_time <= event.end_time) {
+            ++events.timed;
+            events.duration += event.end_time - event.start_time;
+        }
+    }
+    if (place / 2 == kBlinks) {
+        insideBlink_[eye] = isStart;
+    }
+}
+
+} // namespace tool

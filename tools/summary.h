@@ -1,0 +1,71 @@
+// Figures that sum up a recording, gathered in one walk over its items.
+#pragma once
+
+#include "items.h"
+
+#include <array>
+#include <vector>
+
+namespace tool {
+
+struct BlockSummary {
+    uint32_t start = 0;
+    uint32_t end = 0; // time of the last sample where the end is lost
+    bool endIsLost = true;
+    int eyes = TRK_EYE_NONE;
+    float sampleRate = 0;
+    int recordType = 0;   // TRK_BLOCK_* value
+    uint16_t content = 0; // TRK_SAMPLE_* bits: what the start announces, else what the samples carry
+    bool contentIsAnnounced = false;
+    uint64_t samples = 0;
+    uint64_t events = 0; // messages included
+
+    [[nodiscard]] uint32_t duration() const { return end > start ? end - start : 0; } // ms
+};
+
+// Samples of one eye, dummy samples included.
+struct EyeSamples {
+    uint64_t count = 0;
+    uint64_t withGaze = 0; // that carry a place for gaze, be it missing
+    uint64_t gazeMissing = 0;
+    uint64_t insideBlink = 0;
+};
+
+// Events of one kind and eye.
+struct EyeEvents {
+    uint64_t starts = 0;
+    uint64_t ends = 0;
+    uint64_t timed = 0;    // ends whose start is known
+    uint64_t duration = 0; // ms, of the timed ones
+};
+
+enum EyeEventKind : int { kBlinks, kSaccades, kFixations };
+
+class RecordingSummary {
+  public:
+    void add(const Item &item);
+    void addUnreadable(int code);
+
+    [[nodiscard]] uint64_t countOf(int code) const { return counts_[static_cast<std::size_t>(code)]; }
+    [[nodiscard]] uint64_t items() const;
+
+    std::vector<BlockSummary> blocks;
+    std::array<EyeSamples, kEyes> eyeSamples;
+    std::array<std::array<EyeEvents, kEyes>, kFixations + 1> eyeEvents;
+    uint64_t dummySamples = 0;
+    uint64_t repeatedTimes = 0;
+    uint64_t unreadable = 0;
+
+  private:
+    void addSample(const Item &item);
+    void addSampleOfEye(const Item &item, Eye eye);
+    void addRecording(const FRECORDING &recording);
+    void addEvent(const Item &item);
+
+    static constexpr std::size_t kCodes = 256;
+    std::array<uint64_t, kCodes> counts_{};
+    BlockSummary *block_ = nullptr; // the block in force, in `blocks`
+    std::array<bool, kEyes> insideBlink_{};
+};
+
+} // namespace tool
