@@ -3,7 +3,7 @@ add_library(trkapi_options INTERFACE)
 target_compile_features(trkapi_options INTERFACE cxx_std_20)
 
 target_compile_options(trkapi_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wformat=2 -Wundef -Wvla
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align -Wformat=2 -Wundef -Wvla
     -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>

@@ -10,7 +10,8 @@ lint_packages=("${test_packages[@]}" clang-format clang-tidy)
 need_packages() {
     local package missing=()
     for package in "$@"; do
-        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -x installed >/dev/null ||
+            missing+=("$package")
     done
     [ "${#missing[@]}" -gt 0 ] || return 0
 

@@ -73,8 +73,9 @@ int dump(const DumpOptions &options) {
     if (unreadable == 0) {
         return EXIT_SUCCESS;
     }
-    std::fprintf(stderr, "trk: %s: %llu items could not be read (%s)\n", escaped(options.file).c_str(),
-                 static_cast<unsigned long long>(unreadable), recording.log().last().c_str());
+    std::fprintf(stderr, "trk: %s: %llu %s could not be read (%s)\n", escaped(options.file).c_str(),
+                 static_cast<unsigned long long>(unreadable), unreadable == 1 ? "item" : "items",
+                 recording.log().last().c_str());
     return EXIT_FAILURE;
 }
 

@@ -35,27 +35,21 @@ void eye(TextOutput &out, const Item &item) {
 
 // ---- Samples ----
 
-template <auto Field, Eye Side>
-void ofEye(TextOutput &out, const Item &item) {
+template <auto Field, Eye Side> void ofEye(TextOutput &out, const Item &item) {
     const FSAMPLE_REC *sample = item.sample();
     measurement(out, sample == nullptr ? MISSING_DATA : (sample->*Field)[Side]);
 }
 
 // The library repeats the last pupil size in samples without one; here only what was measured counts.
-template <Eye Side>
-void pupilSize(TextOutput &out, const Item &item) {
+template <Eye Side> void pupilSize(TextOutput &out, const Item &item) {
     const FSAMPLE_REC *sample = item.sample();
     const bool measured = sample != nullptr && (sample->flags & TRK_SAMPLE_PUPIL_SIZE) != 0;
     measurement(out, measured ? sample->pupil_size[Side] : MISSING_DATA);
 }
 
-template <auto Field>
-void ofSample(TextOutput &out, const Item &item) {
-    measurement(out, item.sample()->*Field);
-}
+template <auto Field> void ofSample(TextOutput &out, const Item &item) { measurement(out, item.sample()->*Field); }
 
-template <auto Field, int Flag>
-void wordOfSample(TextOutput &out, const Item &item) {
+template <auto Field, int Flag> void wordOfSample(TextOutput &out, const Item &item) {
     const FSAMPLE_REC *sample = item.sample();
     if (sample != nullptr && (sample->flags & Flag) != 0 && sample->*Field != TRK_WORD_ABSENT) {
         out.number(sample->*Field);
@@ -104,8 +98,7 @@ void endTime(TextOutput &out, const Item &item) {
 // A value that is there when the record carried this part of the event (start, end, average) and this quantity.
 // The flags do not tell a start time from the start of a quantity, nor average from peak velocity; a zero in a
 // field for which they stand was not recorded.
-template <auto Field, int Part, int Quantity>
-void ofEvent(TextOutput &out, const Item &item) {
+template <auto Field, int Part, int Quantity> void ofEvent(TextOutput &out, const Item &item) {
     constexpr bool kZeroIsMissing = (Part & (TRK_EVENT_AT_START | TRK_EVENT_AT_END | TRK_EVENT_AT_AVERAGE)) != 0;
     const FEVENT *event = item.event();
     const bool carried = event != nullptr && !item.isBlockMark() && (event->read_flags & Part) != 0 &&
@@ -117,15 +110,9 @@ void ofEvent(TextOutput &out, const Item &item) {
     }
 }
 
-template <auto Field>
-void wordOfEvent(TextOutput &out, const Item &item) {
-    out.number(item.event()->*Field);
-}
+template <auto Field> void wordOfEvent(TextOutput &out, const Item &item) { out.number(item.event()->*Field); }
 
-template <auto Field>
-void flagsOfEvent(TextOutput &out, const Item &item) {
-    out.flagWord(item.event()->*Field);
-}
+template <auto Field> void flagsOfEvent(TextOutput &out, const Item &item) { out.flagWord(item.event()->*Field); }
 
 void messageLength(TextOutput &out, const Item &item) {
     const TRK_MESSAGE *message = item.event()->message;
@@ -145,18 +132,13 @@ void messageText(TextOutput &out, const Item &item) {
 
 // ---- Recording blocks ----
 
-template <auto Field>
-void ofRecording(TextOutput &out, const Item &item) {
-    out.number(item.recording()->*Field);
-}
+template <auto Field> void ofRecording(TextOutput &out, const Item &item) { out.number(item.recording()->*Field); }
 
-template <auto Field>
-void flagsOfRecording(TextOutput &out, const Item &item) {
+template <auto Field> void flagsOfRecording(TextOutput &out, const Item &item) {
     out.flagWord(item.recording()->*Field);
 }
 
-template <auto Field>
-void byteOfRecording(TextOutput &out, const Item &item) {
+template <auto Field> void byteOfRecording(TextOutput &out, const Item &item) {
     out.number(static_cast<unsigned>(item.recording()->*Field));
 }
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <utility>
 
 namespace tool {
 
@@ -104,19 +105,28 @@ std::string recordedText(const RecordingSummary &summary) {
            std::to_string(first) + " to " + std::to_string(last) + " ms (" + seconds(last - first) + " s)";
 }
 
-// The values of all blocks, each once, in the order of their appearance.
+// What all blocks have in common, or else each of their values with the number of blocks that have it.
 template <typename TextOf>
-std::string distinct(const RecordingSummary &summary, TextOf textOf) {
-    std::vector<std::string> seen;
-    std::string all;
+void writeBlockFact(TextOutput &out, std::string_view name, const RecordingSummary &summary, TextOf textOf) {
+    using Value = std::pair<std::string, std::size_t>;
+    std::vector<Value> values;
     for (const BlockSummary &block : summary.blocks) {
         const std::string text(textOf(block));
-        if (std::ranges::find(seen, text) == seen.end()) {
-            seen.push_back(text);
-            all.append(all.empty() ? "" : ", ").append(text);
+        const auto known = std::ranges::find(values, text, &Value::first);
+        if (known == values.end()) {
+            values.emplace_back(text, 1);
+        } else {
+            ++known->second;
         }
     }
-    return all.empty() ? std::string(kMissing) : all;
+    std::string all;
+    for (const auto &[text, count] : values) {
+        all += (all.empty() ? "" : "; ") + (text.empty() ? std::string(kMissing) : text);
+        if (values.size() > 1) {
+            all += " (" + counted(count, "block") + ")";
+        }
+    }
+    writeFact(out, name, all.empty() ? kMissing : all);
 }
 
 void writePreamble(TextOutput &out, _TRKFILE *handle) {
@@ -136,33 +146,35 @@ void writePreamble(TextOutput &out, _TRKFILE *handle) {
 
 // ---- The tables ----
 
+std::string aboutSamples(const RecordingSummary &summary) {
+    const bool isFast = std::ranges::any_of(
+        summary.blocks, [](float rate) { return rate > kFastestDistinctRate; }, &BlockSummary::sampleRate);
+    return std::to_string(summary.dummySamples) + " of them dummies in place of lost ones, " +
+           std::to_string(summary.repeatedTimes) + " with a repeated time stamp" +
+           (isFast ? " (natural above 1000 samples/s)" : "");
+}
+
 void writeItemCounts(TextOutput &out, const RecordingSummary &summary) {
-    constexpr std::array<std::pair<int, std::string_view>, 5> kNamed{{
-        {REC_SAMPLE, "samples"},
-        {REC_MESSAGE, "messages"},
-        {REC_BUTTON, "button events"},
-        {REC_INPUT, "input events"},
-        {REC_RECORDING, "starts and ends of blocks"},
-    }};
-    std::vector<TableRow> rows;
-    uint64_t rest = summary.items();
-    for (const auto &[code, name] : kNamed) {
-        rows.push_back({std::string(name), std::to_string(summary.countOf(code)), ""});
-        rest -= summary.countOf(code);
+    const uint64_t eyeEvents = summary.countOf(REC_EVENT1, REC_EVENT10);
+    const uint64_t marks = summary.countOf(REC_STARTSAMPLES, REC_ENDEVENTS) + summary.countOf(REC_RECORDING);
+    const uint64_t samples = summary.countOf(REC_SAMPLE);
+    const uint64_t messages = summary.countOf(REC_MESSAGE);
+    const uint64_t buttons = summary.countOf(REC_BUTTON);
+    const uint64_t inputs = summary.countOf(REC_INPUT);
+    const uint64_t others = summary.items() - eyeEvents - marks - samples - messages - buttons - inputs;
+    std::vector<TableRow> rows{
+        {"samples", std::to_string(samples), aboutSamples(summary)},
+        {"messages", std::to_string(messages)},
+        {"eye events", std::to_string(eyeEvents)},
+        {"button events", std::to_string(buttons)},
+        {"input events", std::to_string(inputs)},
+        {"block starts and ends", std::to_string(marks)},
+    };
+    if (others != 0) {
+        rows.push_back({"of unknown kind", std::to_string(others)});
     }
-    for (int code = REC_SBLINK; code <= REC_EFIX; ++code) {
-        rest -= summary.countOf(code);
-    }
-    std::string &aboutSamples = rows.front().back();
-    aboutSamples = std::to_string(summary.dummySamples) + " of them dummies in place of lost ones, " +
-                   std::to_string(summary.repeatedTimes) + " with a repeated time stamp";
-    if (std::ranges::any_of(
-            summary.blocks, [](float rate) { return rate > kFastestDistinctRate; }, &BlockSummary::sampleRate)) {
-        aboutSamples += " (natural above 1000 samples/s)";
-    }
-    rows.push_back({"other events", std::to_string(rest), ""});
     if (summary.unreadable != 0) {
-        rows.push_back({"unreadable", std::to_string(summary.unreadable), "counted above by their codes"});
+        rows.push_back({"unreadable", std::to_string(summary.unreadable), "counted above, too"});
     }
     writeTable(out, "Items: " + std::to_string(summary.items()), "lrl", rows);
 }
@@ -200,16 +212,16 @@ void writeEyeTable(TextOutput &out, const RecordingSummary &summary) {
 }
 
 void writeBlocks(TextOutput &out, const RecordingSummary &summary) {
-    std::vector<TableRow> rows{{"#", "start ms", "end ms", "duration s", "eyes", "samples/s", "samples", "events",
-                                "holds", "content of samples"}};
+    std::vector<TableRow> rows{
+        {"#", "start ms", "end ms", "duration s", "eyes", "samples/s", "samples", "events", "content"}};
     for (const BlockSummary &block : summary.blocks) {
         rows.push_back({std::to_string(rows.size()), std::to_string(block.start),
                         block.endIsLost ? "lost" : std::to_string(block.end), seconds(block.duration()),
                         std::string(eyeName(block.eyes)), sampleRate(block.sampleRate),
                         std::to_string(block.samples), std::to_string(block.events),
-                        std::string(recordTypeName(block.recordType)), contentNames(block.content)});
+                        std::string(recordTypeName(block.recordType))});
     }
-    writeTable(out, "Recording blocks", "rrrrlrrrll", rows);
+    writeTable(out, "Recording blocks", "rrrrlrrrl", rows);
 }
 
 void writeLog(TextOutput &out, const LogLines &log) {
@@ -223,8 +235,7 @@ void writeLog(TextOutput &out, const LogLines &log) {
     writeTable(out, rows.empty() ? "Defects logged: none" : "Defects logged", "rll", rows);
 }
 
-void describe(TextOutput &out, const std::string &path, const OpenOptions &options) {
-    const Recording recording(path, options, OnDamage::ShowIntactPart);
+void describe(TextOutput &out, const std::string &path, const Recording &recording) {
     _TRKFILE *const handle = recording.handle();
     RecordingSummary summary;
     {
@@ -243,8 +254,11 @@ void describe(TextOutput &out, const std::string &path, const OpenOptions &optio
     writeFact(out, "container", containerVariant(path));
     writeFact(out, "tracker", trackerText(handle));
     writeFact(out, "recorded", recordedText(summary));
-    writeFact(out, "eyes", distinct(summary, [](const BlockSummary &block) { return eyeName(block.eyes); }));
-    writeFact(out, "samples/s", distinct(summary, [](const BlockSummary &b) { return sampleRate(b.sampleRate); }));
+    writeBlockFact(out, "eyes", summary, [](const BlockSummary &block) { return eyeName(block.eyes); });
+    writeBlockFact(out, "samples/s", summary,
+                   [](const BlockSummary &block) { return sampleRate(block.sampleRate); });
+    writeBlockFact(out, "samples hold", summary,
+                   [](const BlockSummary &block) { return contentNames(block.content); });
     writePreamble(out, handle);
     writeItemCounts(out, summary);
     writeEyeTable(out, summary);
@@ -260,9 +274,9 @@ int info(const InfoOptions &options) {
     bool isFirst = true;
     for (const std::string &path : options.files) {
         try {
-            out.text(isFirst ? "" : "\n");
-            describe(out, path, options.open);
-            isFirst = false;
+            const Recording recording(path, options.open, OnDamage::ShowIntactPart);
+            out.text(std::exchange(isFirst, false) ? "" : "\n");
+            describe(out, path, recording);
             out.flush();
         } catch (const CannotRead &error) {
             std::fprintf(stderr, "trk: %s: %s\n", escaped(path).c_str(), error.what());

@@ -106,7 +106,10 @@ int main(int argc, char **argv) {
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
-            return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
+            if (app.exit(error) != 0) {
+                return kUsageError;
+            }
+            return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
         }
         return status;
     } catch (const tool::OutputClosed &) {

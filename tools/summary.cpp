@@ -14,7 +14,11 @@ constexpr uint16_t kContentFlags = TRK_SAMPLE_PUPIL_POSITION | TRK_SAMPLE_HREF |
 
 } // namespace
 
-uint64_t RecordingSummary::items() const { return std::accumulate(counts_.begin(), counts_.end(), uint64_t{0}); }
+uint64_t RecordingSummary::items() const { return countOf(0, static_cast<int>(kCodes) - 1); }
+
+uint64_t RecordingSummary::countOf(int firstCode, int lastCode) const {
+    return std::accumulate(counts_.begin() + firstCode, counts_.begin() + lastCode + 1, uint64_t{0});
+}
 
 void RecordingSummary::add(const Item &item) {
     ++counts_[static_cast<std::size_t>(item.code)];
@@ -40,17 +44,16 @@ void RecordingSummary::addSample(const Item &item) {
         ++repeatedTimes;
     }
     int eyes = eyesOf(sample.flags);
-    if (block_ != nullptr) {
-        ++block_->samples;
-        if (block_->endIsLost) {
-            block_->end = std::max(block_->end, sample.time);
-        }
-        if (!block_->contentIsAnnounced) {
-            block_->content |= sample.flags & kContentFlags;
+    if (insideBlock_) {
+        BlockSummary &block = blocks.back();
+        ++block.samples;
+        block.end = std::max(block.end, sample.time);
+        if (!block.contentIsAnnounced) {
+            block.content |= sample.flags & kContentFlags;
         }
         // A dummy sample claims both eyes whatever was recorded.
-        if (item.isDummySample() && block_->eyes != TRK_EYE_NONE) {
-            eyes = block_->eyes;
+        if (item.isDummySample() && block.eyes != TRK_EYE_NONE) {
+            eyes = block.eyes;
         }
     }
     for (const Eye eye : {kLeft, kRight}) {
@@ -64,11 +67,11 @@ void RecordingSummary::addSampleOfEye(const Item &item, Eye eye) {
     const FSAMPLE_REC &sample = *item.sample();
     EyeSamples &samples = eyeSamples[eye];
     ++samples.count;
-    samples.insideBlink += insideBlink_[eye] ? 1 : 0;
+    samples.insideBlink += insideBlink_[eye] ? 1U : 0U;
     if (item.isDummySample() || (sample.flags & TRK_SAMPLE_GAZE) != 0) {
         ++samples.withGaze;
         const bool isMissing = sample.gaze_x[eye] == MISSING_DATA || sample.gaze_y[eye] == MISSING_DATA;
-        samples.gazeMissing += isMissing ? 1 : 0;
+        samples.gazeMissing += isMissing ? 1U : 0U;
     }
 }
 
@@ -83,17 +86,16 @@ void RecordingSummary::addRecording(const FRECORDING &recording) {
                           .recordType = recording.record_type,
                           .content = static_cast<uint16_t>(recording.sample_content_flags & kContentFlags),
                           .contentIsAnnounced = isAnnounced});
-        block_ = &blocks.back();
-    } else if (block_ != nullptr) {
-        block_->end = recording.time;
-        block_->endIsLost = false;
-        block_ = nullptr;
+    } else if (insideBlock_) {
+        blocks.back().end = recording.time;
+        blocks.back().endIsLost = false;
     }
+    insideBlock_ = recording.state == TRK_BLOCK_START;
 }
 
 void RecordingSummary::addEvent(const Item &item) {
-    if (block_ != nullptr) {
-        ++block_->events;
+    if (insideBlock_ && !item.isBlockMark()) {
+        ++blocks.back().events;
     }
     if (item.code < REC_SBLINK || item.code > REC_EFIX) {
         return;

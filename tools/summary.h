@@ -18,7 +18,7 @@ struct BlockSummary {
     uint16_t content = 0; // TRK_SAMPLE_* bits: what the start announces, else what the samples carry
     bool contentIsAnnounced = false;
     uint64_t samples = 0;
-    uint64_t events = 0; // messages included
+    uint64_t events = 0; // messages included, marks of the block itself left out
 
     [[nodiscard]] uint32_t duration() const { return end > start ? end - start : 0; } // ms
 };
@@ -46,7 +46,8 @@ class RecordingSummary {
     void add(const Item &item);
     void addUnreadable(int code);
 
-    [[nodiscard]] uint64_t countOf(int code) const { return counts_[static_cast<std::size_t>(code)]; }
+    [[nodiscard]] uint64_t countOf(int code) const { return countOf(code, code); }
+    [[nodiscard]] uint64_t countOf(int firstCode, int lastCode) const;
     [[nodiscard]] uint64_t items() const;
 
     std::vector<BlockSummary> blocks;
@@ -64,7 +65,7 @@ class RecordingSummary {
 
     static constexpr std::size_t kCodes = 256;
     std::array<uint64_t, kCodes> counts_{};
-    BlockSummary *block_ = nullptr; // the block in force, in `blocks`
+    bool insideBlock_ = false; // the last of `blocks` is in force
     std::array<bool, kEyes> insideBlink_{};
 };
 

@@ -67,6 +67,12 @@ PrescanFacts TRKFile::buildIndex(const OpenRequest &request) {
     return facts;
 }
 
+void TRKFile::gotoIndex(int index) {
+    if (index >= 0 && static_cast<std::size_t>(index) < index_.size()) {
+        delivery_.setCurrentIndex(static_cast<uint32_t>(index));
+    }
+}
+
 ALLF_DATA *TRKFile::getFloatData() {
     ALLF_DATA *const record = delivery_.getFloatData();
     // Before the first step nothing was decoded, and there is nothing to adjust.

@@ -39,6 +39,10 @@ class TRKFile {
     // Steps to the next item; its code, or 0.
     int getNextData() { return delivery_.step(); }
 
+    // Moves the read position to a 0-based item number: the item there is the next one stepped to. A number out of
+    // range changes nothing.
+    void gotoIndex(int index);
+
     // The current item with its times adjusted, or null.
     ALLF_DATA *getFloatData();
 

@@ -13,8 +13,8 @@ std::optional<uint32_t> blinkStartBefore(const ItemIndex &index, std::size_t bli
     for (std::size_t i = blinkEnd; i-- > 0;) {
         const TRKItem &item = index[i];
         const unsigned code = item.code();
-        const bool paired = (code >= REC_EVENT1 && code <= REC_EFIX) ||
-                            (code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS);
+        const bool paired =
+            (code >= REC_EVENT1 && code <= REC_EFIX) || (code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS);
         const bool passedOver = code == REC_EVENT1 || code == REC_STARTSAMPLES || code == REC_STARTEVENTS;
         if (!paired || passedOver || item.eye() != eye) {
             continue;

@@ -62,17 +62,16 @@ int ItemReader::readSample(std::size_t index, const FRECORDING *block, FSAMPLE_R
     if (queued == nullptr) {
         return kUnknownItem;
     }
-    Sample sample = *queued;
+    out = *queued;
     if (block != nullptr) {
-        const FixedResolution fixed =
-            config_ == nullptr ? FixedResolution{}
-                               : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
-        velocity_.setVelocity(sample, fixed, truncateTo<int>(block->sample_rate));
+        const FixedResolution fixed = config_ == nullptr
+                                          ? FixedResolution{}
+                                          : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
+        velocity_.setVelocity(out, fixed, truncateTo<int>(block->sample_rate));
     } else {
         print_log("WARNING: TRK FILE MAY BE CORRUPTED. Samples %ld found without start recording \n",
-                  static_cast<long>(sample.time));
+                  static_cast<long>(out.time));
     }
-    out = sample;
     return 0;
 }
 

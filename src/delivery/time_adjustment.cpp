@@ -39,8 +39,7 @@ void TimeAdjustment::adjustTimes(const TRKItem *item, ALLF_DATA &record) {
     if (isEventCode(code)) {
         FEVENT &event = record.event;
         const bool ownTime = event.time != 0 && event.time < event.start_time;
-        if (timeBase_ == 0 &&
-            !begin(ownTime ? event.time : event.start_time, "Enabling time offset fixup \n")) {
+        if (timeBase_ == 0 && !begin(ownTime ? event.time : event.start_time, "Enabling time offset fixup \n")) {
             return;
         }
         event.time -= firstSampleTime_;

@@ -74,9 +74,8 @@ void BlockPairing::joinOrAppend(Pending &pending, const FRECORDING &recording) {
     if (partner != nullptr && recording.sort_key <= partner->sort_key + window &&
         partner->sort_key <= recording.sort_key + window) {
         partner->record_type = TRK_BLOCK_SAMPLES_AND_EVENTS;
-        partner->sort_key = recording.state == TRK_BLOCK_START
-                                ? std::min(partner->sort_key, recording.sort_key)
-                                : std::max(partner->sort_key, recording.sort_key);
+        partner->sort_key = recording.state == TRK_BLOCK_START ? std::min(partner->sort_key, recording.sort_key)
+                                                               : std::max(partner->sort_key, recording.sort_key);
         partner->time = timeOfKey(partner->sort_key);
         if (partner->pos_type == 0) {
             partner->pos_type = recording.pos_type;

@@ -17,7 +17,8 @@ constexpr int64_t kClosePairKeys = 6; // three milliseconds
 void markClosePairs(ItemIndex &index) {
     std::deque<FRECORDING> &recordings = index.recordings();
     for (std::size_t i = 1; i < recordings.size(); ++i) {
-        const uint64_t distance = ItemIndex::effectiveKey(recordings[i]) - ItemIndex::effectiveKey(recordings[i - 1]);
+        const uint64_t distance =
+            ItemIndex::effectiveKey(recordings[i]) - ItemIndex::effectiveKey(recordings[i - 1]);
         if (std::abs(int64_t{static_cast<int32_t>(distance)}) < kClosePairKeys) {
             recordings[i - 1].close_pair = recordings[i].close_pair = 1;
             index.orderChanged();

@@ -72,7 +72,7 @@ class OutsideEventMover {
 
     ItemIndex &index_;
     bool inside_ = false;
-    bool blinkStartMoved_ = false; // one flag for both eyes
+    bool blinkStartMoved_ = false;     // one flag for both eyes
     std::optional<uint64_t> startKey_; // of the last start of a block
     std::optional<uint64_t> endKey_;   // of the last end of a block
     std::vector<TRKItem *> pendingStarts_;
@@ -185,7 +185,9 @@ void markSamplesInsideBlink(ItemIndex &index) {
             }
             continue;
         }
-        const uint16_t eye = item.eye() == 1 ? kItemInLeftBlink : item.eye() == 2 ? kItemInRightBlink : uint16_t{0};
+        const uint16_t eye = item.eye() == 1   ? kItemInLeftBlink
+                             : item.eye() == 2 ? kItemInRightBlink
+                                               : uint16_t{0};
         if (item.code() == REC_SBLINK) {
             openBlinks |= eye;
         } else if (item.code() == REC_EBLINK) {

@@ -56,8 +56,8 @@ GapFiller::Gap GapFiller::check(uint64_t key, float sampleRate) {
     }
     const auto missing = static_cast<int32_t>((key - keyOfTime(previousTime)) / period_);
     print_log("Missing %d samples. Inserting dummy samples \n", missing);
-    print_log("Missing (%llu-%llu) samples. Calculating speriod \n",
-              static_cast<unsigned long long>(previousTime), static_cast<unsigned long long>(timeOfKey(key)));
+    print_log("Missing (%llu-%llu) samples. Calculating speriod \n", static_cast<unsigned long long>(previousTime),
+              static_cast<unsigned long long>(timeOfKey(key)));
     std::fflush(nullptr);
     if (missing > kLargestGap) {
         print_log("Missing samples are over 10000, skip it without addimg missing samples\n ");

@@ -10,10 +10,10 @@ namespace trk {
 inline constexpr int64_t kNoFilePosition = -1; // of a dummy sample
 
 // Bits of TRKItem::item_type above the code and the eye.
-inline constexpr uint16_t kItemMoved = 0x1000;          // eye event: its key was moved
-inline constexpr uint16_t kItemBlinkRepaired = 0x2000;  // end of blink: its start was moved or merged
-inline constexpr uint16_t kItemInLeftBlink = 0x1000;    // sample: inside a left-eye blink
-inline constexpr uint16_t kItemInRightBlink = 0x2000;   // sample: inside a right-eye blink
+inline constexpr uint16_t kItemMoved = 0x1000;         // eye event: its key was moved
+inline constexpr uint16_t kItemBlinkRepaired = 0x2000; // end of blink: its start was moved or merged
+inline constexpr uint16_t kItemInLeftBlink = 0x1000;   // sample: inside a left-eye blink
+inline constexpr uint16_t kItemInRightBlink = 0x2000;  // sample: inside a right-eye blink
 
 struct TRKItem {
     int64_t file_position; // of the record's body; kNoFilePosition for a dummy sample, 0 for a recording block

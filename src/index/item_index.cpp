@@ -82,11 +82,6 @@ class StableSorter {
 
 } // namespace
 
-void ItemIndex::append(const TRKItem &item) {
-    items_.push_back(item);
-    inOrder_ = false;
-}
-
 void ItemIndex::appendRecordingBlock(const FRECORDING &recording) {
     recordings_.push_back(recording);
     append({0, REC_RECORDING, 0, recordings_.size() - 1});

@@ -20,7 +20,10 @@ class ItemIndex {
     [[nodiscard]] std::vector<TRKItem> &items() { return items_; }
     void orderChanged() { inOrder_ = false; }
 
-    void append(const TRKItem &item);
+    void append(const TRKItem &item) {
+        items_.push_back(item);
+        inOrder_ = false;
+    }
     void appendRecordingBlock(const FRECORDING &recording);
 
     [[nodiscard]] bool isFull() const { return items_.size() == items_.capacity(); }

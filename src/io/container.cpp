@@ -65,8 +65,7 @@ ContainerVariant readMagicLine(InputStream &stream) {
     if (stream.getTerminatedString(line.data(), kMagicLineLimit) == 0) {
         throwNoText();
     }
-    const auto *const magic =
-        std::ranges::find(kMagicLines, std::string_view(line.data()), &MagicLine::line);
+    const auto *const magic = std::ranges::find(kMagicLines, std::string_view(line.data()), &MagicLine::line);
     if (magic == kMagicLines.end()) {
         throwException("Bad magic.  Corrupt trk file. \n");
     }

@@ -9,9 +9,11 @@
 
 namespace trk {
 
-inline uint16_t loadWord(const uint8_t *bytes) {
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+inline uint16_t wordFromBigEndian(uint16_t word) {
+    return std::endian::native == std::endian::little ? static_cast<uint16_t>(word << 8 | word >> 8) : word;
 }
+
+inline uint16_t loadWord(const uint8_t *bytes) { return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]); }
 
 inline uint32_t loadInt(const uint8_t *bytes) {
     return static_cast<uint32_t>(loadWord(bytes)) << 16 | loadWord(bytes + 2);

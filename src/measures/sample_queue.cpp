@@ -6,7 +6,8 @@ namespace {
 
 // Samples in the last 64 slots have too few behind them for the velocity.
 constexpr int kFirstSlotOfLookAhead = 448;
-constexpr uint64_t kLargestSpacing = 8; // key units, 250 samples per second
+constexpr uint64_t kLargestSpacing = 8;           // key units, 250 samples per second
+constexpr uint32_t kSearchableSpacings = 0x00116; // 1, 2, 4 and 8
 
 } // namespace
 
@@ -63,8 +64,8 @@ void SampleQueue::addSample(Sample &sample, uint64_t key) {
     }
     entry.sort_key = key;
     keys_[slot(count_)] = key;
-    positions_[slot(count_)] = positionsOf(entry);
     ++count_;
+    ++added_;
 }
 
 SampleQueue::KeyFinder::KeyFinder(const SampleQueue &queue) : queue_(queue) {
@@ -75,7 +76,8 @@ SampleQueue::KeyFinder::KeyFinder(const SampleQueue &queue) : queue_(queue) {
     last_ = queue.lastKey();
     if (queue.count_ >= 3) {
         const uint64_t step = queue.spacing();
-        if (step <= kLargestSpacing && std::has_single_bit(step)) {
+        if (step <= kLargestSpacing && (kSearchableSpacings >> step & 1U) != 0) {
+            step_ = step;
             stepShift_ = std::countr_zero(step);
             uniform_ = queue.uniformRun_ >= queue.count_;
         }
@@ -83,13 +85,7 @@ SampleQueue::KeyFinder::KeyFinder(const SampleQueue &queue) : queue_(queue) {
     }
 }
 
-int SampleQueue::KeyFinder::find(uint64_t key) const {
-    if (uniform_) {
-        const uint64_t distance = key - first_;
-        const uint64_t offGrid = distance & ((uint64_t{1} << stepShift_) - 1);
-        const bool found = key >= first_ && key <= last_ && offGrid == 0;
-        return found ? static_cast<int>(distance >> stepShift_) : -1;
-    }
+int SampleQueue::KeyFinder::findInBrokenSpacing(uint64_t key) const {
     if (queue_.count_ < 1) {
         return -1;
     }
@@ -100,7 +96,7 @@ int SampleQueue::KeyFinder::find(uint64_t key) const {
     if (key == last_) {
         return static_cast<int>(last);
     }
-    if (stepShift_ < 0 || key <= first_ || key >= last_) {
+    if (step_ == 0 || key <= first_ || key >= last_) {
         return -1;
     }
     const uint64_t fromFront = (key - first_) >> stepShift_;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "index/item_index.h"
-#include "measures/lanes.h"
 #include "records/sample.h"
 
 #include <array>
@@ -31,9 +30,9 @@ class SampleQueue {
     [[nodiscard]] const Sample &entry(int position) const { return entries_[slot(position)]; }
     [[nodiscard]] uint64_t key(int position) const { return keys_[slot(position)]; }
 
-    // The eye positions of an entry; null for position -1.
-    [[nodiscard]] const PositionLanes *positionsAt(int position) const {
-        return position < 0 ? nullptr : &positions_[slot(position)];
+    // How many samples were added before this one in the life of the queue: tells entries apart for good.
+    [[nodiscard]] uint64_t serial(int position) const {
+        return added_ - static_cast<uint64_t>(count_ - position);
     }
 
     void clear();
@@ -66,9 +65,20 @@ class SampleQueue {
       public:
         explicit KeyFinder(const SampleQueue &queue);
         // Position of the entry with this key, or -1.
-        [[nodiscard]] int find(uint64_t key) const;
+        [[nodiscard]] int find(uint64_t key) const {
+            if (uniform_) [[likely]] {
+                const uint64_t distance = key - first_;
+                const bool found = distance <= last_ - first_ && (distance & (step_ - 1)) == 0;
+                return found ? static_cast<int>(distance >> stepShift_) : -1;
+            }
+            return findInBrokenSpacing(key);
+        }
+        [[nodiscard]] bool isUniform() const { return uniform_; }
+        // Distance of the keys in a uniform queue.
+        [[nodiscard]] uint64_t spacing() const { return step_; }
 
       private:
+        [[nodiscard]] int findInBrokenSpacing(uint64_t key) const;
         [[nodiscard]] bool holds(uint64_t position, uint64_t key) const {
             return position < static_cast<uint64_t>(queue_.count_) &&
                    queue_.key(static_cast<int>(position)) == key;
@@ -78,7 +88,8 @@ class SampleQueue {
         uint64_t first_ = 0;
         uint64_t last_ = 0;
         uint64_t lastStep_ = 0; // distance of the last two keys
-        int stepShift_ = -1;    // log2 of the spacing; -1: it is none that can be searched by
+        uint64_t step_ = 0;     // the spacing, a power of 2; 0: it is none that can be searched by
+        int stepShift_ = 0;     // log2 of the spacing
         bool uniform_ = false;  // all keys have this spacing
     };
 
@@ -86,7 +97,7 @@ class SampleQueue {
     static constexpr int kShift = 128;
 
     [[nodiscard]] std::size_t slot(int position) const {
-        return static_cast<std::size_t>(head_ + position) % kCapacity;
+        return static_cast<unsigned>(head_ + position) % unsigned{kCapacity};
     }
     [[nodiscard]] uint64_t lastKey() const { return key(count_ - 1); }
     [[nodiscard]] uint64_t spacing() const;
@@ -94,11 +105,11 @@ class SampleQueue {
     const ItemIndex &index_;
     int head_ = 0; // slot of the oldest entry
     int count_ = 0;
+    uint64_t added_ = 0;
     int uniformRun_ = 0; // number of entries at the end, at least, whose keys have one spacing
     uint64_t runStep_ = 0;
     std::array<float, kEyes> lastPupilSize_{kUnknownPupilSize, kUnknownPupilSize};
     std::array<uint64_t, kCapacity> keys_{};
-    std::array<PositionLanes, kCapacity> positions_{};
     std::array<Sample, kCapacity> entries_{};
 
     static constexpr float kUnknownPupilSize = 1000.0F;

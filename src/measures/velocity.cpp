@@ -1,10 +1,8 @@
 #include "measures/velocity.h"
 
 #include "base/numeric.h"
-#include "measures/lanes.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
@@ -21,161 +19,84 @@ constexpr double kDegreesPerRadian = 57.2958;
 constexpr float kSmallestResolution = 0.01F;
 constexpr float kLargestResolution = 10000.0F;
 
-// The samples around one sample, by their distance in sample intervals from -19 to 19. Only those that the model
-// needs are looked up.
-class Neighbourhood {
+constexpr Lanes kMissingLanes = Lanes::filledWith(MISSING_DATA);
+constexpr LaneMask kAllLanes = LaneMask::all();
+
+} // namespace
+
+// How the high-speed model takes the samples of a range of rates together. On either side of the sample stand two
+// groups; the nearer one on the right begins at `nearBehind`. What lies between the groups must be known as well.
+struct VelocityComputer::Band {
+    float belowRate; // samples per second
+    int nearBehind;
+    int groupSize;
+    float scale;
+
+    [[nodiscard]] int farBehind() const { return nearBehind + groupSize; }
+    [[nodiscard]] int nearBefore() const { return 1 - farBehind(); }
+    [[nodiscard]] int farBefore() const { return nearBefore() - groupSize; }
+    [[nodiscard]] int halfSpan() const { return -farBefore(); }
+};
+
+// The positions of the samples around one sample, by their distance in sample intervals; null where there is no
+// sample. Only distances that were looked up may be asked for.
+class VelocityComputer::Neighbourhood {
   public:
-    static constexpr int kReach = 19;
-
-    explicit Neighbourhood(const PositionLanes &centre) : at_{} { at_[kReach] = &centre; }
-
-    void set(int distance, const PositionLanes *positions) { at_[place(distance)] = positions; }
-    [[nodiscard]] bool has(int distance) const { return at_[place(distance)] != nullptr; }
-    [[nodiscard]] const Lanes &operator[](int distance) const { return at_[place(distance)]->position; }
+    [[nodiscard]] const PositionLanes *&at(int distance) { return at_[place(distance)]; }
+    [[nodiscard]] const PositionLanes *at(int distance) const { return at_[place(distance)]; }
 
     // One lane of one sample; MISSING_DATA where there is no sample.
     [[nodiscard]] float position(int distance, std::size_t lane) const {
-        return has(distance) ? (*this)[distance].value[lane] : MISSING_DATA;
+        return at(distance) != nullptr ? at(distance)->position.value[lane] : MISSING_DATA;
     }
 
     // The lanes that are not known in a sample.
-    [[nodiscard]] LaneMask missingAt(int distance) const {
-        return has(distance) ? at_[place(distance)]->missing : kAllLanes;
+    [[nodiscard]] const LaneMask &missing(int distance) const {
+        return at(distance) != nullptr ? at(distance)->missing : kAllLanes;
     }
 
   private:
-    static std::size_t place(int distance) { return static_cast<std::size_t>(distance + kReach); }
+    static std::size_t place(int distance) { return static_cast<std::size_t>(distance + kLargestHalfSpan); }
 
-    std::array<const PositionLanes *, 2 * kReach + 1> at_;
+    std::array<const PositionLanes *, 2 * kLargestHalfSpan + 1> at_;
 };
 
-struct Velocities {
-    Lanes smoothed = Lanes::filledWith(MISSING_DATA);
-    Lanes fast = Lanes::filledWith(MISSING_DATA);
-};
+namespace {
 
-// The means of four groups of positions, two on either side of the sample, from left to right. Group sizes and
-// distances grow with the sample rate; all the sums run from left to right.
-struct GroupMeans {
-    Lanes a, b, c, d;
-};
-
-Lanes meanOf2(const Neighbourhood &at, int first) { return (at[first] + at[first + 1]) * 0.5F; }
-
-Lanes meanOf4(const Neighbourhood &at, int first) {
-    return (at[first] + at[first + 1] + at[first + 2] + at[first + 3]) * 0.25F;
+// The mean positions of a group; `at` gives its samples. Sums run from left to right.
+template <class At> PositionLanes meanOf(int groupSize, At at) {
+    PositionLanes mean = at(0);
+    for (int i = 1; i < groupSize; ++i) {
+        mean.missing |= at(i).missing;
+    }
+    const auto meanOfPair = [&at](int i) { return (at(i).position + at(i + 1).position) * 0.5F; };
+    if (groupSize == 2) {
+        mean.position = meanOfPair(0);
+    } else if (groupSize == 4) {
+        mean.position = (at(0).position + at(1).position + at(2).position + at(3).position) * 0.25F;
+    } else if (groupSize == 8) {
+        mean.position = (meanOfPair(0) + meanOfPair(2) + meanOfPair(4) + meanOfPair(6)) * 0.25F;
+    }
+    return mean;
 }
 
-Lanes meanOf4Pairs(const Neighbourhood &at, int first) {
-    return (meanOf2(at, first) + meanOf2(at, first + 2) + meanOf2(at, first + 4) + meanOf2(at, first + 6)) * 0.25F;
+// The velocities from the means of the four groups, from left to right. The factor 250 is the same for all rates
+// on purpose: the distance of the groups and the scale stand in for the sampling interval. That 0.167 is not one
+// sixth is on purpose as well.
+Velocities velocitiesOfGroups(const Lanes &a, const Lanes &b, const Lanes &c, const Lanes &d,
+                              const Lanes &resolution, float scale) {
+    const Lanes perDegree = Lanes::filledWith(250.0F) / resolution;
+    return {.smoothed = perDegree * ((-a - b + c + d) * 0.167F) * scale,
+            .fast = perDegree * ((c - b) * 0.5F) * scale};
 }
 
-struct Band {
-    float belowRate; // samples per second
-    int halfSpan;
-    float scale;
-    GroupMeans (*means)(const Neighbourhood &at);
-};
-
-constexpr std::array kBands{
-    Band{500.0F, 2, 1.0F,
-         [](const Neighbourhood &at) { return GroupMeans{at[-2], at[-1], at[1], at[2]}; }},
-    Band{1000.0F, 4, 1.2F,
-         [](const Neighbourhood &at) {
-             return GroupMeans{meanOf2(at, -4), meanOf2(at, -2), meanOf2(at, 1), meanOf2(at, 3)};
-         }},
-    Band{2000.0F, 9, 1.0909091F,
-         [](const Neighbourhood &at) {
-             return GroupMeans{meanOf4(at, -9), meanOf4(at, -5), meanOf4(at, 2), meanOf4(at, 6)};
-         }},
-    Band{INFINITY, 19, 1.0434783F,
-         [](const Neighbourhood &at) {
-             return GroupMeans{meanOf4Pairs(at, -19), meanOf4Pairs(at, -11), meanOf4Pairs(at, 4),
-                               meanOf4Pairs(at, 12)};
-         }},
-};
-
-const Band &bandOf(float rate) {
-    std::size_t band = 0;
-    while (rate >= kBands[band].belowRate) {
-        ++band;
-    }
-    return kBands[band];
-}
-
-void setMissing(Lanes &lanes, LaneMask missing) {
-    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
-        if ((missing >> lane & 1U) != 0) {
-            lanes.value[lane] = MISSING_DATA;
-        }
-    }
-}
-
-// The model of high-speed trackers: all positions of the span or nothing.
-Velocities calcVelocity_pn7200(const Neighbourhood &at, const Lanes &resolution, float rate) {
-    // The factor is the same for all rates on purpose: the distance of the groups and the scale stand in for the
-    // sampling interval. That 0.167 is not one sixth is on purpose as well.
-    constexpr float kRateFactor = 250.0F;
-    constexpr float kSmoothedFactor = 0.167F;
-    const Band &band = bandOf(rate);
-    LaneMask missing = 0;
-    for (int distance = -band.halfSpan; distance <= band.halfSpan; ++distance) {
-        missing |= at.missingAt(distance);
-    }
-    Velocities result;
-    if (missing == kAllLanes) {
-        return result;
-    }
-    const GroupMeans mean = band.means(at);
-    const Lanes perDegree = Lanes::filledWith(kRateFactor) / resolution;
-    result.fast = perDegree * ((mean.c - mean.b) * 0.5F) * band.scale;
-    result.smoothed = perDegree * ((-mean.a - mean.b + mean.c + mean.d) * kSmoothedFactor) * band.scale;
-    setMissing(result.fast, missing);
-    setMissing(result.smoothed, missing);
-    return result;
-}
-
-// One lane of the other model where neighbours are missing: it makes do with the next two points, or with one
-// and the sample itself.
-float velocityFromNearest(const Neighbourhood &at, std::size_t lane, float resolution, float rate) {
-    const float before = at.position(-1, lane);
-    const float here = at.position(0, lane);
-    const float after = at.position(1, lane);
-    if (before != MISSING_DATA && after != MISSING_DATA) {
-        return (after - before) * rate * 0.5F / resolution;
-    }
-    if (here == MISSING_DATA) {
+// One lane of the plain model where a neighbour is missing: the other one and the sample itself must do.
+float velocityFromCentre(float before, float here, float after, float resolution, float rate) {
+    const bool bothMissing = before == MISSING_DATA && after == MISSING_DATA;
+    if (bothMissing || here == MISSING_DATA) {
         return MISSING_DATA;
     }
-    if (after != MISSING_DATA) {
-        return (after - here) * rate / resolution;
-    }
-    return before != MISSING_DATA ? (here - before) * rate / resolution : MISSING_DATA;
-}
-
-// The model of all other trackers.
-Velocities calcVelocity_non_pn7200(const Neighbourhood &at, const Lanes &resolution, float rate) {
-    const LaneMask missingPair = at.missingAt(-1) | at.missingAt(1);
-    const LaneMask missing = missingPair | at.missingAt(-2) | at.missingAt(2);
-    Velocities result;
-    if (missingPair != kAllLanes) {
-        result.fast = (at[1] - at[-1]) * rate * 0.5F / resolution;
-    }
-    for (std::size_t lane = 0; lane < Lanes::kCount && missingPair != 0; ++lane) {
-        if ((missingPair >> lane & 1U) != 0) {
-            result.fast.value[lane] = velocityFromNearest(at, lane, resolution.value[lane], rate);
-        }
-    }
-    result.smoothed = result.fast;
-    if (missing != kAllLanes) {
-        const Lanes fourPoints = (-at[-2] - at[-1] + at[1] + at[2]) * rate / 6.0F / resolution;
-        for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
-            if ((missing >> lane & 1U) == 0) {
-                result.smoothed.value[lane] = fourPoints.value[lane];
-            }
-        }
-    }
-    return result;
+    return (before == MISSING_DATA ? after - here : here - before) * rate / resolution;
 }
 
 // A resolution out of bounds, on either axis, is none.
@@ -184,50 +105,68 @@ FixedResolution checked(FixedResolution resolution) {
     return plausible(resolution.x) && plausible(resolution.y) ? resolution : FixedResolution{};
 }
 
-// HREF units per degree at a position on the HREF plane.
-FixedResolution hrefResolution(double x, double y) {
-    const double distanceSquared = x * x + y * y + kHrefDistanceSquared;
-    return {static_cast<float>(distanceSquared / std::sqrt(y * y + kHrefDistanceSquared) / kDegreesPerRadian),
-            static_cast<float>(distanceSquared / std::sqrt(x * x + kHrefDistanceSquared) / kDegreesPerRadian)};
+// HREF units per degree at the positions of a group on the HREF plane, computed side by side.
+std::array<float, Lanes::kGroup> hrefResolutions(const float *group) {
+    std::array<double, Lanes::kGroup> square;
+    for (std::size_t i = 0; i < Lanes::kGroup; ++i) {
+        square[i] = static_cast<double>(group[i]) * static_cast<double>(group[i]);
+    }
+    std::array<float, Lanes::kGroup> resolution;
+    for (std::size_t i = 0; i < Lanes::kGroup; ++i) {
+        const std::size_t eye = i % kEyes;
+        const std::size_t otherAxis = (i + kEyes) % Lanes::kGroup;
+        const double distanceSquared = square[eye] + square[eye + kEyes] + kHrefDistanceSquared;
+        const double perRadian = distanceSquared / std::sqrt(square[otherAxis] + kHrefDistanceSquared);
+        resolution[i] = static_cast<float>(perRadian / kDegreesPerRadian);
+    }
+    return resolution;
 }
 
 // The resolution of each lane; MISSING_DATA where there is none.
 Lanes resolutionOf(const Sample &sample, const PositionLanes &centre, FixedResolution fixed) {
     const bool isFixed = fixed.x != MISSING_DATA;
     const FixedResolution common = isFixed ? fixed : checked({sample.res_x, sample.res_y});
-    Lanes lanes{};
-    for (std::size_t group = 0; group < Lanes::kCount; group += 2 * kEyes) {
-        for (std::size_t eye = 0; eye < kEyes; ++eye) {
-            const std::size_t laneX = group + eye;
-            const std::size_t laneY = laneX + kEyes;
-            FixedResolution resolution = common;
-            const bool known = (centre.missing >> laneX & 1U) == 0 && (centre.missing >> laneY & 1U) == 0;
-            if (!isFixed && group == Lanes::kHrefGroup && known) {
-                resolution = checked(hrefResolution(static_cast<double>(centre.position.value[laneX]),
-                                                    static_cast<double>(centre.position.value[laneY])));
-            }
-            lanes.value[laneX] = resolution.x;
-            lanes.value[laneY] = resolution.y;
+    Lanes lanes;
+    for (std::size_t group = 0; group < Lanes::kCount; group += Lanes::kGroup) {
+        lanes.value[group] = lanes.value[group + 1] = common.x;
+        lanes.value[group + 2] = lanes.value[group + 3] = common.y;
+    }
+    if (isFixed) {
+        return lanes;
+    }
+    const auto href = hrefResolutions(&centre.position.value[Lanes::kHref]);
+    for (std::size_t eye = 0; eye < kEyes; ++eye) {
+        const std::size_t x = Lanes::kHref + eye;
+        const std::size_t y = x + kEyes;
+        if (!centre.missing[x] && !centre.missing[y]) {
+            const FixedResolution own = checked({href[eye], href[eye + kEyes]});
+            lanes.value[x] = own.x;
+            lanes.value[y] = own.y;
         }
     }
     return lanes;
 }
 
 LaneMask lanesWithout(const Lanes &resolution) {
-    LaneMask without = 0;
+    LaneMask without;
     for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
         const float value = resolution.value[lane];
         const bool usable = value != MISSING_DATA && value > kSmallestResolution;
-        without |= static_cast<LaneMask>((usable ? 0U : 1U) << lane);
+        without.bits[lane] = usable ? 0 : LaneMask::kSet;
     }
     return without;
 }
 
-constexpr std::size_t kVelocityBytes = sizeof(Lanes::value);
-constexpr std::size_t kSmoothedOffset = offsetof(FSAMPLE_REC, gaze_vel_x);
-constexpr std::size_t kFastOffset = offsetof(FSAMPLE_REC, gaze_fvel_x);
-static_assert(kFastOffset == kSmoothedOffset + kVelocityBytes);
-static_assert(offsetof(FSAMPLE_REC, ext_data) == kFastOffset + kVelocityBytes);
+// The lanes stand in the order of the sample's fields. Those of an absent eye are missing, as they were.
+void store(const Velocities &velocities, Sample &sample) {
+    constexpr std::size_t kBytes = sizeof(Lanes::value);
+    constexpr std::size_t kSmoothed = offsetof(FSAMPLE_REC, gaze_vel_x);
+    constexpr std::size_t kFast = offsetof(FSAMPLE_REC, gaze_fvel_x);
+    static_assert(kFast == kSmoothed + kBytes && offsetof(FSAMPLE_REC, ext_data) == kFast + kBytes);
+    auto *const bytes = reinterpret_cast<unsigned char *>(&sample);
+    std::memcpy(bytes + kSmoothed, velocities.smoothed.value.data(), kBytes);
+    std::memcpy(bytes + kFast, velocities.fast.value.data(), kBytes);
+}
 
 } // namespace
 
@@ -236,40 +175,173 @@ VelocityComputer::VelocityComputer(const SampleQueue &queue, int trackerModel)
     setRate(0);
 }
 
+const VelocityComputer::Band &VelocityComputer::bandOf(float rate) {
+    static constexpr std::array kBands{
+        Band{500.0F, 1, 1, 1.0F},
+        Band{1000.0F, 1, 2, 1.2F},
+        Band{2000.0F, 2, 4, 1.0909091F},
+        Band{INFINITY, 4, 8, 1.0434783F},
+    };
+    return *std::ranges::find_if(kBands, [rate](const Band &band) { return rate < band.belowRate; });
+}
+
 void VelocityComputer::setRate(int rate) {
     rate_ = rate;
-    halfSpan_ = highSpeed_ ? bandOf(static_cast<float>(rate)).halfSpan : kPlainHalfSpan;
-    const float interval = 1000.0F / static_cast<float>(rate); // milliseconds
-    for (std::size_t distance = 1; distance < keyOffsets_.size(); ++distance) {
-        keyOffsets_[distance] = truncateTo<uint64_t>(2.0F * (interval * static_cast<float>(distance)));
+    const Band &band = bandOf(static_cast<float>(rate));
+    if (band_ != &band) {
+        band_ = &band;
+        for (Cached &cached : cache_) {
+            cached.groupSerial = Cached::kNever;
+        }
     }
+    halfSpan_ = highSpeed_ ? band.halfSpan() : kPlainHalfSpan;
+    const float interval = 1000.0F / static_cast<float>(rate); // milliseconds
+    for (std::size_t i = 0; i < keyOffsets_.size(); ++i) {
+        keyOffsets_[i] = truncateTo<uint64_t>(2.0F * (interval * static_cast<float>(i + 1)));
+    }
+}
+
+// Whether the neighbours needed stand side by side in a queue with this spacing of keys.
+bool VelocityComputer::standInARow(uint64_t spacing) const {
+    for (std::size_t i = 0; i < static_cast<std::size_t>(halfSpan_); ++i) {
+        if (keyOffsets_[i] != (i + 1) * spacing) {
+            return false;
+        }
+    }
+    return true;
+}
+
+const PositionLanes &VelocityComputer::positionsAt(int position) {
+    const uint64_t serial = queue_.serial(position);
+    Cached &cached = cache_[serial % cache_.size()];
+    if (cached.positionSerial != serial) {
+        cached.position = getSampleData(queue_.entry(position));
+        cached.positionSerial = serial;
+    }
+    return cached.position;
+}
+
+const PositionLanes &VelocityComputer::groupAt(int position) {
+    const uint64_t serial = queue_.serial(position);
+    Cached &cached = cache_[serial % cache_.size()];
+    if (cached.groupSerial != serial) {
+        cached.group = meanOf(band_->groupSize,
+                              [this, position](int i) -> const PositionLanes & { return positionsAt(position + i); });
+        cached.groupSerial = serial;
+    }
+    return cached.group;
+}
+
+// Looks the neighbours up one by one; returns whether all are there.
+bool VelocityComputer::findNeighbours(uint64_t key, const SampleQueue::KeyFinder &finder,
+                                      Neighbourhood &neighbours) {
+    bool complete = true;
+    const auto find = [&](int distance, uint64_t neighboursKey) {
+        const int position = finder.find(neighboursKey);
+        complete = complete && position >= 0;
+        neighbours.at(distance) = position >= 0 ? &positionsAt(position) : nullptr;
+    };
+    for (int distance = 1; distance <= halfSpan_; ++distance) {
+        const uint64_t offset = keyOffsets_[static_cast<std::size_t>(distance - 1)];
+        find(-distance, key - offset);
+        find(distance, key + offset);
+    }
+    return complete;
+}
+
+// The model of high-speed trackers: all positions of the span or nothing.
+Velocities VelocityComputer::calcVelocity_pn7200(uint64_t key, const PositionLanes &centre,
+                                                 const Lanes &resolution) {
+    const Band &band = *band_;
+    const SampleQueue::KeyFinder finder(queue_);
+    LaneMask missing = centre.missing;
+    const auto fromGroups = [&](auto groupAtDistance, auto positionAtDistance) {
+        const PositionLanes &a = groupAtDistance(band.farBefore());
+        const PositionLanes &b = groupAtDistance(band.nearBefore());
+        const PositionLanes &c = groupAtDistance(band.nearBehind);
+        const PositionLanes &d = groupAtDistance(band.farBehind());
+        for (const PositionLanes *const group : {&a, &b, &c, &d}) {
+            missing |= group->missing;
+        }
+        for (int distance = 1; distance < band.nearBehind; ++distance) {
+            missing |= positionAtDistance(-distance).missing;
+            missing |= positionAtDistance(distance).missing;
+        }
+        const Velocities found =
+            velocitiesOfGroups(a.position, b.position, c.position, d.position, resolution, band.scale);
+        return Velocities{.smoothed = missing.select(kMissingLanes, found.smoothed),
+                          .fast = missing.select(kMissingLanes, found.fast)};
+    };
+
+    const int place = finder.find(key);
+    if (place >= 0 && finder.isUniform() && standInARow(finder.spacing())) {
+        if (place < halfSpan_ || place + halfSpan_ >= queue_.count()) {
+            return {kMissingLanes, kMissingLanes};
+        }
+        return fromGroups([&](int first) -> const PositionLanes & { return groupAt(place + first); },
+                          [&](int distance) -> const PositionLanes & { return positionsAt(place + distance); });
+    }
+    Neighbourhood neighbours;
+    if (!findNeighbours(key, finder, neighbours)) {
+        return {kMissingLanes, kMissingLanes};
+    }
+    std::array<PositionLanes, 4> groups;
+    std::size_t next = 0;
+    return fromGroups(
+        [&](int first) -> const PositionLanes & {
+            groups[next] = meanOf(band.groupSize, [&neighbours, first](int i) -> const PositionLanes & {
+                return *neighbours.at(first + i);
+            });
+            return groups[next++];
+        },
+        [&](int distance) -> const PositionLanes & { return *neighbours.at(distance); });
+}
+
+// The model of all other trackers: it makes do with fewer positions where some are missing.
+Velocities VelocityComputer::calcVelocity_non_pn7200(uint64_t key, const PositionLanes &centre,
+                                                     const Lanes &resolution) {
+    Neighbourhood near;
+    findNeighbours(key, SampleQueue::KeyFinder(queue_), near);
+    LaneMask missingPair = near.missing(-1);
+    missingPair |= near.missing(1);
+    LaneMask missing = missingPair;
+    missing |= near.missing(-2);
+    missing |= near.missing(2);
+
+    const auto rate = static_cast<float>(rate_);
+    const auto position = [&near](int distance) -> const Lanes & { return near.at(distance)->position; };
+    Lanes fast = kMissingLanes;
+    if (!missingPair.isAll()) {
+        fast = (position(1) - position(-1)) * rate * 0.5F / resolution;
+    }
+    if (!missingPair.isNone()) {
+        for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
+            if (missingPair[lane]) {
+                fast.value[lane] = velocityFromCentre(near.position(-1, lane), centre.position.value[lane],
+                                                      near.position(1, lane), resolution.value[lane], rate);
+            }
+        }
+    }
+    if (missing.isAll()) {
+        return {fast, fast};
+    }
+    const Lanes smoothed =
+        (-position(-2) - position(-1) + position(1) + position(2)) * rate / 6.0F / resolution;
+    return {.smoothed = missing.select(fast, smoothed), .fast = fast};
 }
 
 void VelocityComputer::setVelocity(Sample &sample, FixedResolution fixed, int rate) {
     if (rate != rate_) {
         setRate(rate);
     }
-    const PositionLanes centre = positionsOf(sample);
-    Neighbourhood neighbours(centre);
-    const SampleQueue::KeyFinder finder(queue_);
-    for (int distance = 1; distance <= halfSpan_; ++distance) {
-        const uint64_t offset = keyOffsets_[static_cast<std::size_t>(distance)];
-        neighbours.set(-distance, queue_.positionsAt(finder.find(sample.sort_key - offset)));
-        neighbours.set(distance, queue_.positionsAt(finder.find(sample.sort_key + offset)));
-    }
-
+    const PositionLanes centre = getSampleData(sample);
     const Lanes resolution = resolutionOf(sample, centre, fixed);
-    const auto samplesPerSecond = static_cast<float>(rate);
-    Velocities velocities = highSpeed_ ? calcVelocity_pn7200(neighbours, resolution, samplesPerSecond)
-                                       : calcVelocity_non_pn7200(neighbours, resolution, samplesPerSecond);
+    const Velocities velocities = highSpeed_ ? calcVelocity_pn7200(sample.sort_key, centre, resolution)
+                                             : calcVelocity_non_pn7200(sample.sort_key, centre, resolution);
     const LaneMask without = lanesWithout(resolution);
-    setMissing(velocities.smoothed, without);
-    setMissing(velocities.fast, without);
-
-    // The lanes stand in the order of the sample's fields. Those of an absent eye are missing as they were.
-    auto *const bytes = reinterpret_cast<unsigned char *>(&sample);
-    std::memcpy(bytes + kSmoothedOffset, velocities.smoothed.value.data(), kVelocityBytes);
-    std::memcpy(bytes + kFastOffset, velocities.fast.value.data(), kVelocityBytes);
+    store({.smoothed = without.select(kMissingLanes, velocities.smoothed),
+           .fast = without.select(kMissingLanes, velocities.fast)},
+          sample);
 }
 
 } // namespace trk

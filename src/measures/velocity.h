@@ -1,6 +1,7 @@
 // Velocities of the eyes, from the samples around one sample.
 #pragma once
 
+#include "measures/lanes.h"
 #include "measures/sample_queue.h"
 
 #include <array>
@@ -12,6 +13,12 @@ namespace trk {
 struct FixedResolution {
     float x = MISSING_DATA;
     float y = MISSING_DATA;
+};
+
+// Smoothed and fast velocities of one sample, degrees per second.
+struct Velocities {
+    Lanes smoothed;
+    Lanes fast;
 };
 
 class VelocityComputer {
@@ -26,13 +33,36 @@ class VelocityComputer {
   private:
     static constexpr int kLargestHalfSpan = 19;
 
+    // What was already worked out for an entry of the queue, by the entry's serial number.
+    struct Cached {
+        static constexpr uint64_t kNever = ~uint64_t{0};
+
+        uint64_t positionSerial = kNever;
+        uint64_t groupSerial = kNever;
+        PositionLanes position;
+        PositionLanes group; // mean of the group that begins with this entry
+    };
+
+    class Neighbourhood;
+    struct Band;
+
     void setRate(int rate);
+    [[nodiscard]] static const Band &bandOf(float rate);
+    [[nodiscard]] bool standInARow(uint64_t spacing) const;
+    const PositionLanes &positionsAt(int position);
+    const PositionLanes &groupAt(int position);
+    bool findNeighbours(uint64_t key, const SampleQueue::KeyFinder &finder, Neighbourhood &neighbours);
+
+    Velocities calcVelocity_pn7200(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
+    Velocities calcVelocity_non_pn7200(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
 
     const SampleQueue &queue_;
     bool highSpeed_;
     int rate_ = 0;
-    int halfSpan_ = 0;                                         // neighbours needed on either side
-    std::array<uint64_t, kLargestHalfSpan + 1> keyOffsets_{}; // of the neighbours, by their distance
+    const Band *band_ = nullptr;                           // of the rate
+    int halfSpan_ = 0;                                     // neighbours needed on either side
+    std::array<uint64_t, kLargestHalfSpan> keyOffsets_{}; // of the neighbours, the nearest first
+    std::array<Cached, SampleQueue::kCapacity> cache_;
 };
 
 } // namespace trk

@@ -4,6 +4,8 @@
 #include "records/scaling.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 namespace trk {
 
@@ -17,12 +19,12 @@ constexpr std::ptrdiff_t kLargestFixedPart = 4 + 3 * 8 + 4 + 4 + 3 * 2 + 1 + 2 *
 
 // What a sample reads before its record fills it: fields that a record does not carry never show what was
 // decoded before.
-constexpr Sample freshSample() {
-    Sample sample{};
-    for (const int eye : {0, 1}) {
+void reset(Sample &sample) {
+    for (int eye = 0; eye < kEyes; ++eye) {
         sample.pupil_x[eye] = sample.pupil_y[eye] = TRK_FIELD_ABSENT;
         sample.href_x[eye] = sample.href_y[eye] = TRK_FIELD_ABSENT;
         sample.gaze_x[eye] = sample.gaze_y[eye] = TRK_FIELD_ABSENT;
+        sample.pupil_size[eye] = 0;
         sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
         sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
         sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
@@ -31,11 +33,11 @@ constexpr Sample freshSample() {
         sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
     }
     sample.res_x = sample.res_y = MISSING_DATA;
+    std::ranges::fill(sample.ext_data, uint16_t{0});
     sample.input = sample.ext_type = sample.status = TRK_WORD_ABSENT;
-    return sample;
+    sample.buttons = 0;
+    sample.sort_key = 0;
 }
-
-constexpr Sample kFreshSample = freshSample();
 
 // Bytes that are known to lie in the window.
 class WindowSource {
@@ -52,13 +54,49 @@ class WindowSource {
         bytes_ += 4;
         return value;
     }
+    template <std::size_t kCount> std::array<uint16_t, kCount> getWords() {
+        std::array<uint16_t, kCount> words;
+        std::memcpy(words.data(), bytes_, sizeof(words));
+        for (uint16_t &word : words) {
+            word = wordFromBigEndian(word);
+        }
+        bytes_ += sizeof(words);
+        return words;
+    }
     [[nodiscard]] const uint8_t *next() const { return bytes_; }
 
   private:
     const uint8_t *bytes_;
 };
 
-template <class Source> uint32_t readTime(Source &source, uint16_t flags, uint32_t expectedTime, uint32_t &timeBase) {
+// Bytes that may lie behind the end of the window.
+class StreamSource {
+  public:
+    explicit StreamSource(InputStream &stream) : stream_(stream) {}
+    uint8_t getByte() { return stream_.getByte(); }
+    uint16_t getWord() { return stream_.getWord(); }
+    uint32_t getInt() { return stream_.getInt(); }
+    template <std::size_t kCount> std::array<uint16_t, kCount> getWords() {
+        std::array<uint16_t, kCount> words;
+        std::ranges::generate(words, [this] { return stream_.getWord(); });
+        return words;
+    }
+
+  private:
+    InputStream &stream_;
+};
+
+template <std::size_t kCount, class Convert>
+std::array<float, kCount> convertAll(const std::array<uint16_t, kCount> &words, Convert convert) {
+    std::array<float, kCount> values;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        values[i] = convert(words[i]);
+    }
+    return values;
+}
+
+template <class Source>
+uint32_t readTime(Source &source, uint16_t flags, uint32_t expectedTime, uint32_t &timeBase) {
     if ((flags & TRK_SAMPLE_FULL_TIME) != 0) {
         timeBase = source.getInt();
     } else {
@@ -74,17 +112,24 @@ template <class Source> uint32_t readTime(Source &source, uint16_t flags, uint32
 
 template <class Source, class Convert>
 void readPositions(Source &source, uint16_t flags, float (&x)[kEyes], float (&y)[kEyes], Convert convert) {
-    for (int eye = 0; eye < kEyes; ++eye) {
-        if ((flags & kEyePresent[eye]) != 0) {
-            x[eye] = convert(source.getWord());
-            y[eye] = convert(source.getWord());
-        }
+    constexpr uint16_t kBothEyes = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
+    if ((flags & kBothEyes) == kBothEyes) {
+        const auto values = convertAll(source.template getWords<std::size_t{2} * kEyes>(), convert);
+        x[0] = values[0];
+        y[0] = values[1];
+        x[1] = values[2];
+        y[1] = values[3];
+    } else if ((flags & kBothEyes) != 0) {
+        const auto values = convertAll(source.template getWords<2>(), convert);
+        const int eye = (flags & TRK_SAMPLE_LEFT) != 0 ? 0 : 1;
+        x[eye] = values[0];
+        y[eye] = values[1];
     }
 }
 
 template <class Source> void readPupilSizes(Source &source, Sample &out) {
     for (int eye = 0; eye < kEyes; ++eye) {
-        out.pupil_size[eye] = out.hasEye(eye) ? plainValue(source.getWord()) : TRK_FIELD_ABSENT;
+        out.pupil_size[eye] = (out.flags & kEyePresent[eye]) != 0 ? plainValue(source.getWord()) : TRK_FIELD_ABSENT;
     }
 }
 
@@ -153,7 +198,7 @@ int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTi
         return result;
     }
     state_.sampleFlagsSeen |= flags;
-    *out = kFreshSample;
+    reset(*out);
     out->flags = flags;
 
     InputStream &stream = *stream_;
@@ -162,7 +207,8 @@ int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTi
         readFixedPart(source, *out, expectedTime, state_);
         stream.consumeTo(source.next());
     } else {
-        readFixedPart(stream, *out, expectedTime, state_);
+        StreamSource source(stream);
+        readFixedPart(source, *out, expectedTime, state_);
     }
     if ((flags & TRK_SAMPLE_SKIP_LIST1) != 0) {
         skipBlocks(stream);

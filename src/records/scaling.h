@@ -20,7 +20,8 @@ class ScaledValue {
   public:
     explicit ScaledValue(float divisor) : divisor_(divisor > kSmallestDivisor ? divisor : 1.0F) {}
     float operator()(uint16_t word) const {
-        return word == kMissingWord ? MISSING_DATA : plainValue(word) / divisor_;
+        const float value = plainValue(word) / divisor_;
+        return word == kMissingWord ? MISSING_DATA : value;
     }
 
   private:

@@ -91,8 +91,14 @@ void addUnevenBlocks(RecordingWriter &writer) {
     writer.startEvents({.time = 1208, .rate = {}, .eyes = RightEye, .modeWord = {}, .pupilMode = {}});
     writer.event(EventRecord(REC_EFIX, RightEye).endTime(1210).raw("\x7F")).event(EventRecord(REC_SFIX, RightEye));
     writer.event(endEvents(1212, RightEye).endTime(1214));
-    writer.startSamples({.time = 5000, .rate = 250, .content = 0x0510}).sample(5000, {1, 2}).sample(5004, {3, 4});
-    writer.sample({.time = 5008, .extension = ExtensionBlock{0xF1, {9}}}).endSamples(5012);
+    writer.startSamples({.time = 5000, .rate = 250, .content = 0x0F10});
+    for (const int step : {0, 1, 2, 3, 4, 5}) {
+        writer.sample({.time = 5000 + 4 * static_cast<uint32_t>(step),
+                       .href = EyePositions{{100 * step, -50 * step}, {}},
+                       .gaze = EyePositions{{20 * step, 30 * step}, {}},
+                       .resolution = Position{40, 41}});
+    }
+    writer.sample({.time = 5024, .extension = ExtensionBlock{0xF1, {9}}}).endSamples(5028);
 }
 
 } // namespace
@@ -106,9 +112,9 @@ RecordingWriter richRecording() {
     addEventsBetweenBlocks(writer);
     addBinocularBlock(writer);
     addUnevenBlocks(writer);
-    writer.message(5013, std::string_view("a\0b", 3)).message(5014, std::string(kLongestMessage, 'm'));
+    writer.message(5029, std::string_view("a\0b", 3)).message(5030, std::string(kLongestMessage, 'm'));
     for (const int code : {0, kUnknownCode, int{REC_RECORDING}}) {
-        writer.event(EventRecord(code, LeftEye).startTime(5015));
+        writer.event(EventRecord(code, LeftEye).startTime(5031));
     }
     return writer.end();
 }

@@ -19,7 +19,9 @@ refuses() {
     [ "$(wc -l <err)" -eq 1 ] && grep -q -- "$pattern" err || fail "$*: says '$(cat err)'"
 }
 # Every cell of column $2 of the table $1.
-cells() { awk -F'\t' -v name="$2" 'NR == 1 { for (i = 1; i <= NF; i++) if ($i == name) c = i } NR > 1 { print $c }' "$1"; }
+cells() {
+    awk -F'\t' -v name="$2" 'NR == 1 { for (i = 1; i <= NF; i++) if ($i == name) c = i } NR > 1 { print $c }' "$1"
+}
 has() { grep -qE -- "$2" "$1" || fail "$1 lacks '$2': $(cat "$1")"; }
 hex() { printf "$(tr -d ' \n' <<<"$1" | sed 's/../\\x&/g')"; }
 
@@ -41,8 +43,10 @@ unreadable="2800 21000003ec 00"
 { start && hex "$block $message $unreadable $samples $fixation $tail"; } >odd.trk
 
 "$trk" dump hand.trk | tr '\t' ' ' >hand.txt
-diff - hand.txt <<'END' || fail "dump of all kinds"
-kind time start end eye gaze_x_left gaze_y_left pupil_size_left gaze_x_right gaze_y_right pupil_size_right start_gaze_x start_gaze_y end_gaze_x end_gaze_y avg_gaze_x avg_gaze_y avg_pupil_size peak_velocity input buttons sample_rate text
+header="kind time start end eye gaze_x_left gaze_y_left pupil_size_left gaze_x_right gaze_y_right \
+pupil_size_right start_gaze_x start_gaze_y end_gaze_x end_gaze_y avg_gaze_x avg_gaze_y avg_pupil_size \
+peak_velocity input buttons sample_rate text"
+{ echo "$header" && cat; } <<'END' | diff - hand.txt || fail "dump of all kinds"
 recording_start 1000 . . left . . . . . . . . . . . . . . . . 1000 .
 samples_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 .
 events_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 .
@@ -62,11 +66,13 @@ END
 
 # One kind at a time has the columns of that kind; several have those of the whole table.
 "$trk" dump --kind messages hand.trk >messages.txt
-[ "$(cat messages.txt)" = "$(printf 'kind\ttime\tlength\ttext\nmessage\t1001\t8\tG0%s' '\t\\\x00\n.!')" ] || fail "messages"
+[ "$(tr '\t\n' ' |' <messages.txt)" = 'kind time length text|message 1001 8 G0\t\\\x00\n.!|' ] || fail "messages"
 "$trk" dump --kind recordings hand.trk >recordings.txt
-has recordings.txt $'^recording_start\t1000\tleft\t1000\tsamples\\+events\t0x8540\t0x0000\t10\t0\t0\t1\t0\t176\t190\t0$'
+grep -qx 'recording_start 1000 left 1000 samples+events 0x8540 0x0000 10 0 0 1 0 176 190 0' \
+    <(tr '\t' ' ' <recordings.txt) || fail "recordings"
 "$trk" dump --kind samples hand.trk >samples.txt
-[ "$(cells samples.txt flags | tr '\n' ' ')" = "0xa541 0x8541 0x8541 0xc000 0xc000 0x8541 " ] || fail "sample flags"
+[ "$(cells samples.txt flags | tr '\n' ' ')" = "0xa541 0x8541 0x8541 0xc000 0xc000 0x8541 " ] ||
+    fail "sample flags"
 "$trk" dump --kind events hand.trk >events.txt
 [ "$(cells events.txt avg_pupil_size | tr '\n' ' ')" = ". . . 1200 . . " ] || fail "event values"
 "$trk" dump --kind samples,messages --kind recordings hand.trk | tr '\t' ' ' >several.txt
@@ -91,7 +97,9 @@ has info.txt '^  gaze missing +50\.00 % +\.$' # 1001 and the two dummies, of six
 has info.txt '^  fixations +1 +0$'
 has info.txt '^    mean ms +5\.0 +\.$'
 has info.txt '^  1 x  Missing 3 samples\. Inserting dummy samples$'
-has info.txt '^  1 +1000 +1006 +0\.006 +left +1000 +6 +6 +samples\+events +gaze, pupil size, input$'
+has info.txt '^  1 +1000 +1006 +0\.006 +left +1000 +6 +3 +samples\+events$'
+has info.txt '^  samples hold +gaze, pupil size, input$'
+has info.txt '^  block starts and ends +6$'
 
 # ---- What cannot be read ----
 
@@ -105,18 +113,18 @@ refuses 1 '^trk: empty.trk: file is empty' "$trk" dump empty.trk
 refuses 1 '^trk: bad.trk: Bad magic' "$trk" dump -o kept.txt bad.trk
 [ ! -e kept.txt ] || fail "-o made a file for a bad recording"
 refuses 1 '^trk: cut.trk: recording is damaged (.*--tolerant' "$trk" dump cut.trk
-refuses 1 '^trk: odd.trk: 1 items could not be read (Read error)' "$trk" dump odd.trk
+refuses 1 '^trk: odd.trk: 1 item could not be read (Read error)' "$trk" dump odd.trk
 tr '\t' ' ' <out | cmp - hand.txt || fail "the items beside an unreadable one"
 refuses 1 'hand.trk: is the recording itself' "$trk" dump -o hand.trk hand.trk
 refuses 1 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
-refuses 1 'standard output' bash -c '"$0" dump hand.trk >&-' "$trk"
+refuses 1 '^trk: standard output: ' bash -c '"$0" dump hand.trk >&-' "$trk"
 for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info"; do
     status=0
     "$trk" $usage >out 2>err || status=$?
     [ "$status" -eq 2 ] && [ -s err ] && [ ! -s out ] || fail "usage error '$usage': status $status"
 done
 "$trk" dump --tolerant cut.trk | tr '\t' ' ' >cut.txt
-[ "$(wc -l <cut.txt)" -ge 10 ] && head -n 5 hand.txt | cmp - <(head -n 5 cut.txt) || fail "--tolerant"
+head -n 9 hand.txt | cmp - cut.txt || fail "--tolerant" # up to 1002; the next sample breaks off
 refuses 1 '^trk: none.trk: ' "$trk" info none.trk cut.trk hand.trk
 has out 'recording is damaged: shows the items before the damage'
 tail -n "$(wc -l <info.txt)" out | cmp - info.txt || fail "info goes on after an unreadable file"
@@ -124,7 +132,7 @@ tail -n "$(wc -l <info.txt)" out | cmp - info.txt || fail "info goes on after an
 # ---- The example recording ----
 
 "$make_example" plain.trk
-"$make_example" --compressed compressed.trk
+"$make_example" compressed.trk --compressed
 for file in plain compressed; do
     "$trk" dump $file.trk >$file.txt
     "$trk" info $file.trk >$file.info

@@ -1,0 +1,133 @@
+// Opens recordings through the public calls and walks them.
+#pragma once
+
+#include "support/recording_writer.h"
+#include "trkapi/trkapi.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace trk_test {
+
+using LogLines = std::vector<std::string>;
+
+// Gathers the diagnostic lines while it lives; one at a time.
+class LogCapture {
+  public:
+    LogCapture() {
+        trk_set_log_function([](const char *text) { lines.emplace_back(text); });
+    }
+    ~LogCapture() {
+        trk_set_log_function(nullptr);
+        lines.clear();
+    }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+
+    // The lines since the last call.
+    static LogLines take() { return std::exchange(lines, {}); }
+
+  private:
+    static inline LogLines lines;
+};
+
+struct OpenOptions {
+    int flags = TRK_OPEN_NO_CHECK;
+    int loadEvents = TRK_EVENTS_ALL;
+    int loadSamples = 1;
+    CONFIG *config = nullptr;
+};
+
+// What one step and one fetch gave.
+struct Item {
+    int code = 0;
+    bool fetched = false; // false: the fetch gave null, and the record is all zeros
+    ALLF_DATA record{};
+    std::string message{}; // text of the event's message; the record's own pointer is null here
+
+    const FSAMPLE_REC &sample() const { return record.sample; }
+    const FEVENT &event() const { return record.event; }
+    const FRECORDING &recording() const { return record.recording; }
+    uint32_t time() const {
+        return code == REC_SAMPLE ? sample().time : code == REC_RECORDING ? recording().time : event().start_time;
+    }
+    // The record's bytes without the padding between its fields.
+    Bytes fields() const {
+        const Bytes all(reinterpret_cast<const char *>(&record), sizeof(record));
+        const auto upTo = [&all](size_t end, size_t start = 0) { return all.substr(start, end - start); };
+        return code == REC_SAMPLE ? upTo(offsetof(FSAMPLE_REC, status) + 2) + std::to_string(sample().sort_key)
+               : code == REC_RECORDING
+                   ? upTo(offsetof(FRECORDING, eye) + 1) +
+                         upTo(offsetof(FRECORDING, close_pair) + 1, offsetof(FRECORDING, sort_key))
+                   : upTo(offsetof(FEVENT, parse_flags) + 2);
+    }
+    bool operator==(const Item &other) const {
+        return code == other.code && fetched == other.fetched && message == other.message &&
+               fields() == other.fields();
+    }
+};
+
+inline void PrintTo(const Item &item, std::ostream *out) {
+    *out << "code " << item.code << " at " << item.time() << (item.fetched ? " " : " unread ") << item.message;
+}
+
+// An open recording, or a failed attempt.
+class Recording {
+  public:
+    explicit Recording(const std::string &path, const OpenOptions &options = {})
+        : handle_(trk_open_file_ex(path.c_str(), options.flags, options.loadEvents, options.loadSamples,
+                                   options.config, &error_),
+                  &trk_close_file) {}
+
+    explicit operator bool() const { return handle_ != nullptr; }
+    _TRKFILE *handle() const { return handle_.get(); }
+    int error() const { return error_; }
+    int step() { return trk_get_next_data(handle()); }
+
+    // Fetches the current item, whose code is given.
+    Item fetch(int code) {
+        Item item{.code = code};
+        if (const ALLF_DATA *const record = trk_get_float_data(handle())) {
+            item.fetched = true;
+            item.record = *record;
+            const bool event = code != REC_SAMPLE && code != REC_RECORDING;
+            if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
+                item.message.assign(message->text, message->length);
+            }
+        }
+        return item;
+    }
+
+    // All items from the current position to the end, every one fetched.
+    std::vector<Item> walk() {
+        std::vector<Item> items;
+        while (const int code = step()) {
+            if (items.size() == trk_get_element_count(handle())) {
+                throw std::runtime_error("the walk does not end");
+            }
+            items.push_back(fetch(code));
+        }
+        return items;
+    }
+
+  private:
+    int error_ = 1;
+    std::unique_ptr<_TRKFILE, int (*)(_TRKFILE *)> handle_;
+};
+
+// Opens `bytes` as a recording. Its file is gone from the directory once it is open.
+inline Recording openBytes(const Bytes &bytes, const OpenOptions &options = {}) {
+    static const TemporaryDirectory directory;
+    const std::string path = directory.save("recording.trk", bytes);
+    Recording recording(path, options);
+    std::filesystem::remove(path);
+    return recording;
+}
+
+} // namespace trk_test
