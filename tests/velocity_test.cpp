@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 
 namespace {
@@ -113,50 +114,56 @@ TEST(Velocity, HrefResolutionByHand) {
     }
 }
 
+// One computer sees several recordings' worth of refills and rates, as it does in an open file.
 TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
     std::mt19937 random(1);
     const auto pick = [&random]<class T>(std::initializer_list<T> choices) {
         return choices.begin()[random() % choices.size()];
     };
+    const auto queues = std::make_unique<Queues[]>(4);
+    trk::VelocityComputer computers[]{
+        {queues[0].queue, 1}, {queues[1].queue, 2}, {queues[2].queue, 3}, {queues[3].queue, 4}};
     std::ptrdiff_t known = 0;
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < 200; ++round) {
+        const std::size_t model = random() % 4;
+        auto &[index, queue, plain] = queues[model];
         const int rate = pick({60, 250, 333, 500, 999, 1000, 1500, 2000, 4001});
-        const Keys::value_type rightStep = rate < 250 ? 33 : rate > 2000 ? 1 : 2000U / static_cast<unsigned>(rate);
-        const auto step =
-            random() % 6 != 0 ? rightStep : pick(std::initializer_list<uint64_t>{1, 2, 3, 4, 8, 9, 16});
-        const int model = pick({1, 2, 3, 4});
+        const uint64_t rightStep = rate < 250 ? 33 : rate > 2000 ? 1 : 2000U / static_cast<unsigned>(rate);
+        const uint64_t step = random() % 6 != 0 ? rightStep : pick({1U, 2U, 3U, 4U, 8U, 9U, 16U});
         const unsigned oddOnes = pick({3U, 40U, 2000U}); // one in so many
         const auto odd = [&] { return random() % oddOnes == 0; };
-        const auto fixed =
-            pick(std::initializer_list<trk::FixedResolution>{{}, {}, {30, 40}, {0.005F, 40}, {30, MISSING_DATA}});
+        const auto fixed = std::array<trk::FixedResolution, 5>{
+            {{}, {}, {30, 40}, {0.005F, 40}, {30, MISSING_DATA}}}[random() % 5];
         const unsigned flags = pick({0xDF00U, 0xDF00U, 0x8500U, 0x4E01U, 0xC100U});
-        Queues queues;
-        auto key = pick(std::initializer_list<uint64_t>{0, 9, 8000});
-        for (std::size_t left = 1 + random() % 1200; left > 0; --left) {
+        if (random() % 2 == 0) {
+            queue.clear();
+            plain.clear();
+        }
+        uint64_t key = plain.count() > 0 ? queue.key(queue.count() - 1) : random() % 9;
+        for (std::size_t left = 1 + random() % 900; left > 0; --left) {
             Floats floats = floatsOf(emptySample(0));
             std::generate_n(floats.begin(), kPositions, [&] {
                 return odd() ? pick({MISSING_DATA, 1e7F, 14.9F}) : static_cast<float>(random() % 60000) / 10 - 15;
             });
             floats[kPositions] = odd() ? pick({0.01F, 10000.0F, -3.0F, 0.02F}) : 35.5F;
             floats[kPositions + 1] = odd() ? pick({0.01F, 9999.9F, 1e7F}) : 34.25F;
-            if (queues.queue.isFull()) {
-                queues.queue.shiftQueue();
-                queues.plain.shift();
+            if (queue.isFull()) {
+                queue.shiftQueue();
+                plain.shift();
             }
-            queues.add(sampleOf(odd() ? static_cast<unsigned>(random()) : flags, floats), key);
-            key += odd() ? pick(std::initializer_list<uint64_t>{0, 1, step - 1, 2 * step, 100}) : step;
+            queues[model].add(sampleOf(odd() ? static_cast<unsigned>(random()) : flags, floats), key);
+            key += odd() ? std::array{uint64_t{0}, uint64_t{1}, step - 1, 2 * step}[random() % 4] : step;
         }
-        ASSERT_EQ(static_cast<std::size_t>(queues.queue.count()), queues.plain.count());
-        trk::VelocityComputer computer(queues.queue, model);
-        for (std::size_t i = 0; i < queues.plain.count(); ++i) {
-            Sample sample = queues.queue.entry(static_cast<int>(i));
-            FSAMPLE_REC expected = queues.plain[i];
-            computer.setVelocity(sample, fixed, rate);
-            plainSetVelocity(queues.plain, expected, fixed.x, fixed.y, rate, model);
+        ASSERT_EQ(static_cast<std::size_t>(queue.count()), plain.count());
+        for (std::size_t i = 0; i < plain.count(); ++i) {
+            Sample sample = queue.entry(static_cast<int>(i));
+            FSAMPLE_REC expected = plain[i];
+            computers[model].setVelocity(sample, fixed, rate);
+            plainSetVelocity(plain, expected, fixed.x, fixed.y, rate, static_cast<int>(model) + 1);
             ASSERT_EQ(sample.sort_key, expected.sort_key);
             const Floats floats = floatsOf(sample);
             ASSERT_EQ(std::memcmp(floats.data(), floatsOf(expected).data(), sizeof(floats)), 0)
-                << "round " << round << " sample " << i << " rate " << rate << " model " << model;
+                << "round " << round << " sample " << i << " rate " << rate << " model " << model + 1;
             known += std::count_if(floats.begin() + kFirstVelocity, floats.end(),
                                    [](float velocity) { return velocity != MISSING_DATA; });
         }

@@ -57,7 +57,7 @@ bool Prescan::scanRecords() {
 }
 
 bool Prescan::scanSample() {
-    if (reader_.read_combfile_sample(&sample_, 0, true) < 0) {
+    if (reader_.read_combfile_sample(&sample_, 0, true, SampleDetail::Scan) < 0) {
         print_log("error reading trk file 2\n");
         if (!options_.tolerant) {
             throwException("Error reading Sample - type");

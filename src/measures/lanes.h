@@ -9,6 +9,10 @@
 #include <cstdint>
 #include <cstring>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace trk {
 
 // Lanes 0-3 gaze, 4-7 HREF, 8-11 raw pupil; in each group x left, x right, y left, y right. Groups stand in the
@@ -55,59 +59,42 @@ struct Lanes {
     }
 };
 
-// For each lane all bits set, or none.
-struct LaneMask {
-    static constexpr uint32_t kSet = 0xFFFFFFFF;
+// One bit per lane.
+using LaneMask = uint32_t;
+inline constexpr LaneMask kAllLanes = (1U << Lanes::kCount) - 1;
 
-    std::array<uint32_t, Lanes::kCount> bits;
+// The lanes that read MISSING_DATA.
+[[nodiscard]] inline LaneMask missingIn(const Lanes &lanes) {
+    LaneMask mask = 0;
+    for (std::size_t group = 0; group < Lanes::kCount; group += Lanes::kGroup) {
+#ifdef __SSE2__
+        const __m128 values = _mm_loadu_ps(&lanes.value[group]);
+        const int missing = _mm_movemask_ps(_mm_cmpeq_ps(values, _mm_set1_ps(MISSING_DATA)));
+        mask |= static_cast<LaneMask>(missing) << group;
+#else
+        for (std::size_t lane = group; lane < group + Lanes::kGroup; ++lane) {
+            mask |= (lanes.value[lane] == MISSING_DATA ? LaneMask{1} : LaneMask{0}) << lane;
+        }
+#endif
+    }
+    return mask;
+}
 
-    static constexpr LaneMask all() {
-        LaneMask mask{};
-        mask.bits.fill(kSet);
-        return mask;
-    }
-    static LaneMask missingIn(const Lanes &lanes) {
-        LaneMask mask;
-        for (std::size_t i = 0; i < Lanes::kCount; ++i) {
-            mask.bits[i] = lanes.value[i] == MISSING_DATA ? kSet : 0;
-        }
-        return mask;
-    }
+[[nodiscard]] constexpr bool hasLane(LaneMask mask, std::size_t lane) { return (mask >> lane & 1U) != 0; }
 
-    [[nodiscard]] bool operator[](std::size_t lane) const { return bits[lane] != 0; }
-    [[nodiscard]] bool isAll() const {
-        uint32_t common = kSet;
-        for (const uint32_t lane : bits) {
-            common &= lane;
-        }
-        return common == kSet;
+// Puts the lanes of `from` where the mask is set.
+inline void replaceLanes(Lanes &lanes, LaneMask mask, const Lanes &from) {
+    if (mask == 0) [[likely]] {
+        return;
     }
-    [[nodiscard]] bool isNone() const {
-        uint32_t any = 0;
-        for (const uint32_t lane : bits) {
-            any |= lane;
+    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
+        if (hasLane(mask, lane)) {
+            lanes.value[lane] = from.value[lane];
         }
-        return any == 0;
     }
-    LaneMask &operator|=(const LaneMask &other) {
-        for (std::size_t i = 0; i < Lanes::kCount; ++i) {
-            bits[i] |= other.bits[i];
-        }
-        return *this;
-    }
+}
 
-    // The lanes of `chosen` where the mask is set, else those of `other`.
-    [[nodiscard]] Lanes select(const Lanes &chosen, const Lanes &other) const {
-        Lanes result;
-        for (std::size_t i = 0; i < Lanes::kCount; ++i) {
-            result.value[i] = std::bit_cast<float>((std::bit_cast<uint32_t>(chosen.value[i]) & bits[i]) |
-                                                   (std::bit_cast<uint32_t>(other.value[i]) & ~bits[i]));
-        }
-        return result;
-    }
-};
-
-struct PositionLanes {
+struct alignas(64) PositionLanes {
     Lanes position;   // MISSING_DATA where there is none
     LaneMask missing; // the lanes that read MISSING_DATA
 };
@@ -125,22 +112,28 @@ inline PositionLanes getSampleData(const FSAMPLE_REC &sample) {
     static_assert(offsetof(FSAMPLE_REC, href_y) == offsetof(FSAMPLE_REC, href_x) + 2 * sizeof(float));
     static_assert(offsetof(FSAMPLE_REC, pupil_y) == offsetof(FSAMPLE_REC, pupil_x) + 2 * sizeof(float));
 
+    // For each combination of usable eyes (bit 0 left, bit 1 right) the lanes of a group.
+    constexpr uint32_t kSet = 0xFFFFFFFF;
+    static constexpr std::array<std::array<uint32_t, Lanes::kGroup>, 4> kEyeLanes{
+        {{0, 0, 0, 0}, {kSet, 0, kSet, 0}, {0, kSet, 0, kSet}, {kSet, kSet, kSet, kSet}}};
+
     const bool sized = (sample.flags & TRK_SAMPLE_PUPIL_SIZE) != 0;
     const bool left = (sample.flags & TRK_SAMPLE_LEFT) != 0 && !(sized && sample.pupil_size[0] < kSmallestPupil);
     const bool right = (sample.flags & TRK_SAMPLE_RIGHT) != 0 && !(sized && sample.pupil_size[1] < kSmallestPupil);
-    Lanes stored;
-    LaneMask usable;
+    const unsigned eyes = (left ? 1U : 0U) | (right ? 2U : 0U);
+    PositionLanes lanes;
     for (std::size_t group = 0; group < kOffsets.size(); ++group) {
-        std::memcpy(&stored.value[group * Lanes::kGroup],
-                    reinterpret_cast<const unsigned char *>(&sample) + kOffsets[group],
-                    Lanes::kGroup * sizeof(float));
         const bool present = (sample.flags & kPresent[group]) != 0;
-        uint32_t *const bits = &usable.bits[group * Lanes::kGroup];
-        bits[0] = bits[2] = present && left ? LaneMask::kSet : 0;
-        bits[1] = bits[3] = present && right ? LaneMask::kSet : 0;
+        const auto &usable = kEyeLanes[present ? eyes : 0];
+        std::array<uint32_t, Lanes::kGroup> bits;
+        std::memcpy(bits.data(), reinterpret_cast<const unsigned char *>(&sample) + kOffsets[group], sizeof(bits));
+        for (std::size_t i = 0; i < Lanes::kGroup; ++i) {
+            bits[i] = (bits[i] & usable[i]) | (std::bit_cast<uint32_t>(MISSING_DATA) & ~usable[i]);
+        }
+        std::memcpy(&lanes.position.value[group * Lanes::kGroup], bits.data(), sizeof(bits));
     }
-    const Lanes position = usable.select(stored, Lanes::filledWith(MISSING_DATA));
-    return {position, LaneMask::missingIn(position)};
+    lanes.missing = missingIn(lanes.position);
+    return lanes;
 }
 
 } // namespace trk

@@ -12,11 +12,13 @@ constexpr uint32_t kSearchableSpacings = 0x00116; // 1, 2, 4 and 8
 } // namespace
 
 void SampleQueue::clear() {
+    spacingIsStale_ = true;
     head_ = count_ = uniformRun_ = 0;
     lastPupilSize_ = {kUnknownPupilSize, kUnknownPupilSize};
 }
 
 void SampleQueue::shiftQueue() {
+    spacingIsStale_ = true;
     if (count_ < kShift) {
         count_ = uniformRun_ = 0;
     } else {
@@ -26,7 +28,7 @@ void SampleQueue::shiftQueue() {
 }
 
 // The distance of the first two keys, or of the last two when the first show a gap.
-uint64_t SampleQueue::spacing() const {
+uint64_t SampleQueue::firstSpacing() const {
     const uint64_t first = key(1) - key(0);
     return first <= kLargestSpacing ? first : lastKey() - key(count_ - 2);
 }
@@ -41,7 +43,7 @@ bool SampleQueue::isOutOfBoundsToAdd(uint64_t key) const {
     if (key <= lastKey()) {
         return false;
     }
-    return count_ < 3 || lastKey() + spacing() < key;
+    return count_ < 3 || lastKey() + firstSpacing() < key;
 }
 
 void SampleQueue::addSample(Sample &sample, uint64_t key) {
@@ -58,6 +60,7 @@ void SampleQueue::addSample(Sample &sample, uint64_t key) {
     const uint64_t step = count_ > 0 ? key - lastKey() : runStep_;
     uniformRun_ = step == runStep_ ? uniformRun_ + 1 : 2;
     runStep_ = step;
+    spacingIsStale_ = true;
     Sample &entry = freeSlot();
     if (&entry != &sample) {
         entry = sample;
@@ -68,51 +71,53 @@ void SampleQueue::addSample(Sample &sample, uint64_t key) {
     ++added_;
 }
 
-SampleQueue::KeyFinder::KeyFinder(const SampleQueue &queue) : queue_(queue) {
-    if (queue.count_ < 1) {
-        return;
+SampleQueue::Spacing SampleQueue::spacingOfKeys() const {
+    Spacing spacing;
+    if (count_ < 1) {
+        return spacing;
     }
-    first_ = queue.key(0);
-    last_ = queue.lastKey();
-    if (queue.count_ >= 3) {
-        const uint64_t step = queue.spacing();
+    spacing.first = key(0);
+    spacing.last = lastKey();
+    if (count_ >= 3) {
+        const uint64_t step = firstSpacing();
         if (step <= kLargestSpacing && (kSearchableSpacings >> step & 1U) != 0) {
-            step_ = step;
-            stepShift_ = std::countr_zero(step);
-            uniform_ = queue.uniformRun_ >= queue.count_;
+            spacing.step = step;
+            spacing.shift = std::countr_zero(step);
+            spacing.uniform = uniformRun_ >= count_;
         }
-        lastStep_ = last_ - queue.key(queue.count_ - 2);
+        spacing.lastStep = spacing.last - key(count_ - 2);
     }
+    return spacing;
 }
 
-int SampleQueue::KeyFinder::findInBrokenSpacing(uint64_t key) const {
-    if (queue_.count_ < 1) {
+int SampleQueue::findInBrokenSpacing(uint64_t key) const {
+    if (count_ < 1) {
         return -1;
     }
-    const auto last = static_cast<uint64_t>(queue_.count_ - 1);
-    if (key == first_) {
+    const auto last = static_cast<uint64_t>(count_ - 1);
+    if (key == spacing_.first) {
         return 0;
     }
-    if (key == last_) {
+    if (key == spacing_.last) {
         return static_cast<int>(last);
     }
-    if (step_ == 0 || key <= first_ || key >= last_) {
+    if (spacing_.step == 0 || key <= spacing_.first || key >= spacing_.last) {
         return -1;
     }
-    const uint64_t fromFront = (key - first_) >> stepShift_;
+    const uint64_t fromFront = (key - spacing_.first) >> spacing_.shift;
     if (holds(fromFront, key)) {
         return static_cast<int>(fromFront);
     }
-    const uint64_t fromBack = last - ((last_ - key) >> stepShift_);
+    const uint64_t fromBack = last - ((spacing_.last - key) >> spacing_.shift);
     if (holds(fromBack, key)) {
         return static_cast<int>(fromBack);
     }
-    const uint64_t fromBackByLastStep = last - (last_ - key) / lastStep_;
+    const uint64_t fromBackByLastStep = last - (spacing_.last - key) / spacing_.lastStep;
     return holds(fromBackByLastStep, key) ? static_cast<int>(fromBackByLastStep) : -1;
 }
 
 const Sample *SampleQueue::getOldSample(uint64_t key, int *position) const {
-    const int found = KeyFinder(*this).find(key);
+    const int found = find(key);
     if (position != nullptr) {
         *position = found;
     }

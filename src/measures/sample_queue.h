@@ -31,9 +31,7 @@ class SampleQueue {
     [[nodiscard]] uint64_t key(int position) const { return keys_[slot(position)]; }
 
     // How many samples were added before this one in the life of the queue: tells entries apart for good.
-    [[nodiscard]] uint64_t serial(int position) const {
-        return added_ - static_cast<uint64_t>(count_ - position);
-    }
+    [[nodiscard]] uint64_t serial(int position) const { return added_ - static_cast<uint64_t>(count_ - position); }
 
     void clear();
 
@@ -50,8 +48,25 @@ class SampleQueue {
     // the last ones seen. The queue must not be full.
     void addSample(Sample &sample, uint64_t key);
 
-    // Finds entries with exactly this key by the spacing of the keys; there is no search where it is broken.
-    // Null when none is found; `position` (when given) is then -1.
+    // Finds the entry with exactly this key by the spacing of the keys; there is no search where that is broken.
+    // Returns its position, or -1.
+    [[nodiscard]] int find(uint64_t key) const {
+        refreshSpacing();
+        if (spacing_.uniform) [[likely]] {
+            const uint64_t distance = key - spacing_.first;
+            const bool found = distance <= spacing_.last - spacing_.first && (distance & (spacing_.step - 1)) == 0;
+            return found ? static_cast<int>(distance >> spacing_.shift) : -1;
+        }
+        return findInBrokenSpacing(key);
+    }
+
+    // Distance of the keys when all of them have the same and they can be found by it, else 0.
+    [[nodiscard]] uint64_t uniformSpacing() const {
+        refreshSpacing();
+        return spacing_.uniform ? spacing_.step : 0;
+    }
+
+    // The same as find; null when there is no such entry.
     const Sample *getOldSample(uint64_t key, int *position = nullptr) const;
 
     // The same by looking at all entries.
@@ -60,39 +75,6 @@ class SampleQueue {
     // The sample of an item, refilling as needed; null when it cannot be had.
     const Sample *getSample(std::size_t index, SampleRefill &refill);
 
-    // Constant-time lookup of keys, made once for several of them.
-    class KeyFinder {
-      public:
-        explicit KeyFinder(const SampleQueue &queue);
-        // Position of the entry with this key, or -1.
-        [[nodiscard]] int find(uint64_t key) const {
-            if (uniform_) [[likely]] {
-                const uint64_t distance = key - first_;
-                const bool found = distance <= last_ - first_ && (distance & (step_ - 1)) == 0;
-                return found ? static_cast<int>(distance >> stepShift_) : -1;
-            }
-            return findInBrokenSpacing(key);
-        }
-        [[nodiscard]] bool isUniform() const { return uniform_; }
-        // Distance of the keys in a uniform queue.
-        [[nodiscard]] uint64_t spacing() const { return step_; }
-
-      private:
-        [[nodiscard]] int findInBrokenSpacing(uint64_t key) const;
-        [[nodiscard]] bool holds(uint64_t position, uint64_t key) const {
-            return position < static_cast<uint64_t>(queue_.count_) &&
-                   queue_.key(static_cast<int>(position)) == key;
-        }
-
-        const SampleQueue &queue_;
-        uint64_t first_ = 0;
-        uint64_t last_ = 0;
-        uint64_t lastStep_ = 0; // distance of the last two keys
-        uint64_t step_ = 0;     // the spacing, a power of 2; 0: it is none that can be searched by
-        int stepShift_ = 0;     // log2 of the spacing
-        bool uniform_ = false;  // all keys have this spacing
-    };
-
   private:
     static constexpr int kShift = 128;
 
@@ -100,7 +82,28 @@ class SampleQueue {
         return static_cast<unsigned>(head_ + position) % unsigned{kCapacity};
     }
     [[nodiscard]] uint64_t lastKey() const { return key(count_ - 1); }
-    [[nodiscard]] uint64_t spacing() const;
+    [[nodiscard]] uint64_t firstSpacing() const;
+    [[nodiscard]] bool holds(uint64_t position, uint64_t key) const {
+        return position < static_cast<uint64_t>(count_) && this->key(static_cast<int>(position)) == key;
+    }
+    [[nodiscard]] int findInBrokenSpacing(uint64_t key) const;
+    void refreshSpacing() const {
+        if (spacingIsStale_) [[unlikely]] {
+            spacing_ = spacingOfKeys();
+            spacingIsStale_ = false;
+        }
+    }
+
+    // What entries are found by. Worked out when the first one is looked for after a change.
+    struct Spacing {
+        uint64_t first = 0;
+        uint64_t last = 0;
+        uint64_t lastStep = 0; // distance of the last two keys
+        uint64_t step = 0;     // the spacing, a power of 2; 0: it is none that can be searched by
+        int shift = 0;         // log2 of the spacing
+        bool uniform = false;  // all keys have this spacing
+    };
+    [[nodiscard]] Spacing spacingOfKeys() const;
 
     const ItemIndex &index_;
     int head_ = 0; // slot of the oldest entry
@@ -108,6 +111,8 @@ class SampleQueue {
     uint64_t added_ = 0;
     int uniformRun_ = 0; // number of entries at the end, at least, whose keys have one spacing
     uint64_t runStep_ = 0;
+    mutable Spacing spacing_;
+    mutable bool spacingIsStale_ = true;
     std::array<float, kEyes> lastPupilSize_{kUnknownPupilSize, kUnknownPupilSize};
     std::array<uint64_t, kCapacity> keys_{};
     std::array<Sample, kCapacity> entries_{};

@@ -20,7 +20,6 @@ constexpr float kSmallestResolution = 0.01F;
 constexpr float kLargestResolution = 10000.0F;
 
 constexpr Lanes kMissingLanes = Lanes::filledWith(MISSING_DATA);
-constexpr LaneMask kAllLanes = LaneMask::all();
 
 } // namespace
 
@@ -38,27 +37,18 @@ struct VelocityComputer::Band {
     [[nodiscard]] int halfSpan() const { return -farBefore(); }
 };
 
-// The positions of the samples around one sample, by their distance in sample intervals; null where there is no
-// sample. Only distances that were looked up may be asked for.
+// The positions of the samples around one sample, by their distance in sample intervals. Only distances that were
+// looked up may be asked for.
 class VelocityComputer::Neighbourhood {
   public:
-    [[nodiscard]] const PositionLanes *&at(int distance) { return at_[place(distance)]; }
-    [[nodiscard]] const PositionLanes *at(int distance) const { return at_[place(distance)]; }
-
-    // One lane of one sample; MISSING_DATA where there is no sample.
-    [[nodiscard]] float position(int distance, std::size_t lane) const {
-        return at(distance) != nullptr ? at(distance)->position.value[lane] : MISSING_DATA;
-    }
-
-    // The lanes that are not known in a sample.
-    [[nodiscard]] const LaneMask &missing(int distance) const {
-        return at(distance) != nullptr ? at(distance)->missing : kAllLanes;
-    }
+    // All missing where there is no sample.
+    [[nodiscard]] PositionLanes &operator[](int distance) { return at_[place(distance)]; }
+    [[nodiscard]] const PositionLanes &operator[](int distance) const { return at_[place(distance)]; }
 
   private:
     static std::size_t place(int distance) { return static_cast<std::size_t>(distance + kLargestHalfSpan); }
 
-    std::array<const PositionLanes *, 2 * kLargestHalfSpan + 1> at_;
+    std::array<PositionLanes, 2 * kLargestHalfSpan + 1> at_;
 };
 
 namespace {
@@ -99,6 +89,12 @@ float velocityFromCentre(float before, float here, float after, float resolution
     return (before == MISSING_DATA ? after - here : here - before) * rate / resolution;
 }
 
+// A fixed resolution is used as it is, unless it is next to nothing.
+FixedResolution usable(FixedResolution fixed) {
+    return {fixed.x > kSmallestResolution ? fixed.x : MISSING_DATA,
+            fixed.y > kSmallestResolution ? fixed.y : MISSING_DATA};
+}
+
 // A resolution out of bounds, on either axis, is none.
 FixedResolution checked(FixedResolution resolution) {
     const auto plausible = [](float value) { return value > kSmallestResolution && value < kLargestResolution; };
@@ -125,7 +121,7 @@ std::array<float, Lanes::kGroup> hrefResolutions(const float *group) {
 // The resolution of each lane; MISSING_DATA where there is none.
 Lanes resolutionOf(const Sample &sample, const PositionLanes &centre, FixedResolution fixed) {
     const bool isFixed = fixed.x != MISSING_DATA;
-    const FixedResolution common = isFixed ? fixed : checked({sample.res_x, sample.res_y});
+    const FixedResolution common = isFixed ? usable(fixed) : checked({sample.res_x, sample.res_y});
     Lanes lanes;
     for (std::size_t group = 0; group < Lanes::kCount; group += Lanes::kGroup) {
         lanes.value[group] = lanes.value[group + 1] = common.x;
@@ -138,23 +134,13 @@ Lanes resolutionOf(const Sample &sample, const PositionLanes &centre, FixedResol
     for (std::size_t eye = 0; eye < kEyes; ++eye) {
         const std::size_t x = Lanes::kHref + eye;
         const std::size_t y = x + kEyes;
-        if (!centre.missing[x] && !centre.missing[y]) {
+        if (!hasLane(centre.missing, x) && !hasLane(centre.missing, y)) {
             const FixedResolution own = checked({href[eye], href[eye + kEyes]});
             lanes.value[x] = own.x;
             lanes.value[y] = own.y;
         }
     }
     return lanes;
-}
-
-LaneMask lanesWithout(const Lanes &resolution) {
-    LaneMask without;
-    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
-        const float value = resolution.value[lane];
-        const bool usable = value != MISSING_DATA && value > kSmallestResolution;
-        without.bits[lane] = usable ? 0 : LaneMask::kSet;
-    }
-    return without;
 }
 
 // The lanes stand in the order of the sample's fields. Those of an absent eye are missing, as they were.
@@ -203,6 +189,9 @@ void VelocityComputer::setRate(int rate) {
 
 // Whether the neighbours needed stand side by side in a queue with this spacing of keys.
 bool VelocityComputer::standInARow(uint64_t spacing) const {
+    if (spacing == 0) {
+        return false;
+    }
     for (std::size_t i = 0; i < static_cast<std::size_t>(halfSpan_); ++i) {
         if (keyOffsets_[i] != (i + 1) * spacing) {
             return false;
@@ -225,21 +214,21 @@ const PositionLanes &VelocityComputer::groupAt(int position) {
     const uint64_t serial = queue_.serial(position);
     Cached &cached = cache_[serial % cache_.size()];
     if (cached.groupSerial != serial) {
-        cached.group = meanOf(band_->groupSize,
-                              [this, position](int i) -> const PositionLanes & { return positionsAt(position + i); });
+        cached.group = meanOf(band_->groupSize, [this, position](int i) -> const PositionLanes & {
+            return positionsAt(position + i);
+        });
         cached.groupSerial = serial;
     }
     return cached.group;
 }
 
 // Looks the neighbours up one by one; returns whether all are there.
-bool VelocityComputer::findNeighbours(uint64_t key, const SampleQueue::KeyFinder &finder,
-                                      Neighbourhood &neighbours) {
+bool VelocityComputer::findNeighbours(uint64_t key, Neighbourhood &neighbours) {
     bool complete = true;
     const auto find = [&](int distance, uint64_t neighboursKey) {
-        const int position = finder.find(neighboursKey);
+        const int position = queue_.find(neighboursKey);
         complete = complete && position >= 0;
-        neighbours.at(distance) = position >= 0 ? &positionsAt(position) : nullptr;
+        neighbours[distance] = position >= 0 ? positionsAt(position) : PositionLanes{kMissingLanes, kAllLanes};
     };
     for (int distance = 1; distance <= halfSpan_; ++distance) {
         const uint64_t offset = keyOffsets_[static_cast<std::size_t>(distance - 1)];
@@ -250,31 +239,27 @@ bool VelocityComputer::findNeighbours(uint64_t key, const SampleQueue::KeyFinder
 }
 
 // The model of high-speed trackers: all positions of the span or nothing.
-Velocities VelocityComputer::calcVelocity_pn7200(uint64_t key, const PositionLanes &centre,
+Velocities VelocityComputer::calcVelocity_pn7200(uint64_t key, int place, const PositionLanes &centre,
                                                  const Lanes &resolution) {
     const Band &band = *band_;
-    const SampleQueue::KeyFinder finder(queue_);
     LaneMask missing = centre.missing;
     const auto fromGroups = [&](auto groupAtDistance, auto positionAtDistance) {
         const PositionLanes &a = groupAtDistance(band.farBefore());
         const PositionLanes &b = groupAtDistance(band.nearBefore());
         const PositionLanes &c = groupAtDistance(band.nearBehind);
         const PositionLanes &d = groupAtDistance(band.farBehind());
-        for (const PositionLanes *const group : {&a, &b, &c, &d}) {
-            missing |= group->missing;
-        }
+        missing |= a.missing | b.missing | c.missing | d.missing;
         for (int distance = 1; distance < band.nearBehind; ++distance) {
-            missing |= positionAtDistance(-distance).missing;
-            missing |= positionAtDistance(distance).missing;
+            missing |= positionAtDistance(-distance).missing | positionAtDistance(distance).missing;
         }
-        const Velocities found =
+        Velocities velocities =
             velocitiesOfGroups(a.position, b.position, c.position, d.position, resolution, band.scale);
-        return Velocities{.smoothed = missing.select(kMissingLanes, found.smoothed),
-                          .fast = missing.select(kMissingLanes, found.fast)};
+        replaceLanes(velocities.smoothed, missing, kMissingLanes);
+        replaceLanes(velocities.fast, missing, kMissingLanes);
+        return velocities;
     };
 
-    const int place = finder.find(key);
-    if (place >= 0 && finder.isUniform() && standInARow(finder.spacing())) {
+    if (place >= 0 && standInARow(queue_.uniformSpacing())) {
         if (place < halfSpan_ || place + halfSpan_ >= queue_.count()) {
             return {kMissingLanes, kMissingLanes};
         }
@@ -282,7 +267,7 @@ Velocities VelocityComputer::calcVelocity_pn7200(uint64_t key, const PositionLan
                           [&](int distance) -> const PositionLanes & { return positionsAt(place + distance); });
     }
     Neighbourhood neighbours;
-    if (!findNeighbours(key, finder, neighbours)) {
+    if (!findNeighbours(key, neighbours)) {
         return {kMissingLanes, kMissingLanes};
     }
     std::array<PositionLanes, 4> groups;
@@ -290,58 +275,56 @@ Velocities VelocityComputer::calcVelocity_pn7200(uint64_t key, const PositionLan
     return fromGroups(
         [&](int first) -> const PositionLanes & {
             groups[next] = meanOf(band.groupSize, [&neighbours, first](int i) -> const PositionLanes & {
-                return *neighbours.at(first + i);
+                return neighbours[first + i];
             });
             return groups[next++];
         },
-        [&](int distance) -> const PositionLanes & { return *neighbours.at(distance); });
+        [&](int distance) -> const PositionLanes & { return neighbours[distance]; });
 }
 
 // The model of all other trackers: it makes do with fewer positions where some are missing.
 Velocities VelocityComputer::calcVelocity_non_pn7200(uint64_t key, const PositionLanes &centre,
                                                      const Lanes &resolution) {
     Neighbourhood near;
-    findNeighbours(key, SampleQueue::KeyFinder(queue_), near);
-    LaneMask missingPair = near.missing(-1);
-    missingPair |= near.missing(1);
-    LaneMask missing = missingPair;
-    missing |= near.missing(-2);
-    missing |= near.missing(2);
+    findNeighbours(key, near);
+    const LaneMask missingPair = near[-1].missing | near[1].missing;
+    const LaneMask missing = missingPair | near[-2].missing | near[2].missing;
 
     const auto rate = static_cast<float>(rate_);
-    const auto position = [&near](int distance) -> const Lanes & { return near.at(distance)->position; };
+    const auto position = [&near](int distance) -> const Lanes & { return near[distance].position; };
     Lanes fast = kMissingLanes;
-    if (!missingPair.isAll()) {
+    if (missingPair != kAllLanes) {
         fast = (position(1) - position(-1)) * rate * 0.5F / resolution;
     }
-    if (!missingPair.isNone()) {
+    if (missingPair != 0) {
         for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
-            if (missingPair[lane]) {
-                fast.value[lane] = velocityFromCentre(near.position(-1, lane), centre.position.value[lane],
-                                                      near.position(1, lane), resolution.value[lane], rate);
+            if (hasLane(missingPair, lane)) {
+                fast.value[lane] = velocityFromCentre(position(-1).value[lane], centre.position.value[lane],
+                                                      position(1).value[lane], resolution.value[lane], rate);
             }
         }
     }
-    if (missing.isAll()) {
+    if (missing == kAllLanes) {
         return {fast, fast};
     }
-    const Lanes smoothed =
-        (-position(-2) - position(-1) + position(1) + position(2)) * rate / 6.0F / resolution;
-    return {.smoothed = missing.select(fast, smoothed), .fast = fast};
+    Lanes smoothed = (-position(-2) - position(-1) + position(1) + position(2)) * rate / 6.0F / resolution;
+    replaceLanes(smoothed, missing, fast);
+    return {smoothed, fast};
 }
 
 void VelocityComputer::setVelocity(Sample &sample, FixedResolution fixed, int rate) {
     if (rate != rate_) {
         setRate(rate);
     }
-    const PositionLanes centre = getSampleData(sample);
+    const int place = queue_.find(sample.sort_key);
+    const PositionLanes centre = place >= 0 ? positionsAt(place) : getSampleData(sample);
     const Lanes resolution = resolutionOf(sample, centre, fixed);
-    const Velocities velocities = highSpeed_ ? calcVelocity_pn7200(sample.sort_key, centre, resolution)
-                                             : calcVelocity_non_pn7200(sample.sort_key, centre, resolution);
-    const LaneMask without = lanesWithout(resolution);
-    store({.smoothed = without.select(kMissingLanes, velocities.smoothed),
-           .fast = without.select(kMissingLanes, velocities.fast)},
-          sample);
+    Velocities velocities = highSpeed_ ? calcVelocity_pn7200(sample.sort_key, place, centre, resolution)
+                                       : calcVelocity_non_pn7200(sample.sort_key, centre, resolution);
+    const LaneMask withoutResolution = missingIn(resolution);
+    replaceLanes(velocities.smoothed, withoutResolution, kMissingLanes);
+    replaceLanes(velocities.fast, withoutResolution, kMissingLanes);
+    store(velocities, sample);
 }
 
 } // namespace trk

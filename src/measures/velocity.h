@@ -26,12 +26,15 @@ class VelocityComputer {
     // High-speed trackers, the models from 3 on, have a way of their own to compute velocities.
     VelocityComputer(const SampleQueue &queue, int trackerModel);
 
-    // Fills the velocities of the sample's present eyes from its neighbours in the queue. `rate` is in samples
-    // per second.
+    // Fills the velocities of the sample's present eyes from its neighbours in the queue. The sample is a copy of
+    // the queue's entry with its key, where there is one. `rate` is in samples per second.
     void setVelocity(Sample &sample, FixedResolution fixed, int rate);
 
   private:
     static constexpr int kLargestHalfSpan = 19;
+    // Entries as far apart as this share a place in the cache; the span of a sample must fit.
+    static constexpr std::size_t kCacheSize = 64;
+    static_assert(kCacheSize > 2 * kLargestHalfSpan + 1);
 
     // What was already worked out for an entry of the queue, by the entry's serial number.
     struct Cached {
@@ -51,18 +54,18 @@ class VelocityComputer {
     [[nodiscard]] bool standInARow(uint64_t spacing) const;
     const PositionLanes &positionsAt(int position);
     const PositionLanes &groupAt(int position);
-    bool findNeighbours(uint64_t key, const SampleQueue::KeyFinder &finder, Neighbourhood &neighbours);
+    bool findNeighbours(uint64_t key, Neighbourhood &neighbours);
 
-    Velocities calcVelocity_pn7200(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
+    Velocities calcVelocity_pn7200(uint64_t key, int place, const PositionLanes &centre, const Lanes &resolution);
     Velocities calcVelocity_non_pn7200(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
 
     const SampleQueue &queue_;
     bool highSpeed_;
     int rate_ = 0;
-    const Band *band_ = nullptr;                           // of the rate
-    int halfSpan_ = 0;                                     // neighbours needed on either side
+    const Band *band_ = nullptr;                          // of the rate
+    int halfSpan_ = 0;                                    // neighbours needed on either side
     std::array<uint64_t, kLargestHalfSpan> keyOffsets_{}; // of the neighbours, the nearest first
-    std::array<Cached, SampleQueue::kCapacity> cache_;
+    std::array<Cached, kCacheSize> cache_;
 };
 
 } // namespace trk

@@ -41,12 +41,12 @@ int RecordReader::takePendingTag(bool wantSample, uint16_t &tagWord) {
     return 0;
 }
 
-int RecordReader::read_combfile_sample(Sample *out, uint32_t expectedTime, bool capture) {
+int RecordReader::read_combfile_sample(Sample *out, uint32_t expectedTime, bool capture, SampleDetail detail) {
     if (!capture) {
-        return read_combfile_sample_noexcept(out, expectedTime);
+        return read_combfile_sample_noexcept(out, expectedTime, detail);
     }
     try {
-        return read_combfile_sample_noexcept(out, expectedTime);
+        return read_combfile_sample_noexcept(out, expectedTime, detail);
     } catch (TRKException *thrown) {
         const CaughtException error(thrown);
         print_log("Error %s \n", error->text());

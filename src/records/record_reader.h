@@ -18,6 +18,9 @@ enum RecordKind : int { kEndOfRecords = -1, kEventRecord = 0, kSampleRecord = 1,
 inline constexpr int kUnreadable = -1;
 inline constexpr int kOtherKindPending = -2;
 
+// How much of a sample a reader wants. The scan has no use for eye data, which then reads anything.
+enum class SampleDetail { All, Scan };
+
 class RecordReader {
   public:
     // The stream may be set later; until then, nothing can be read.
@@ -41,10 +44,11 @@ class RecordReader {
     // Decodes the pending sample, or the next one when no tag word is pending. `expectedTime` is the time that
     // the item index knows for it, or 0 when reading sequentially. Returns 0, kUnreadable or kOtherKindPending.
     // A record that is cut short throws "End of file Exception" and leaves `out` half filled.
-    int read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime);
+    int read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime, SampleDetail detail = SampleDetail::All);
 
     // The same; with `capture`, exceptions are logged and answered with kUnreadable.
-    int read_combfile_sample(Sample *out, uint32_t expectedTime, bool capture);
+    int read_combfile_sample(Sample *out, uint32_t expectedTime, bool capture,
+                             SampleDetail detail = SampleDetail::All);
 
     // Decodes the pending or next event likewise. The start and end of a recording block change the decoding
     // state. `out.message` points into a buffer of this reader that the next message overwrites.

@@ -19,21 +19,23 @@ constexpr std::ptrdiff_t kLargestFixedPart = 4 + 3 * 8 + 4 + 4 + 3 * 2 + 1 + 2 *
 
 // What a sample reads before its record fills it: fields that a record does not carry never show what was
 // decoded before.
-void reset(Sample &sample) {
-    for (int eye = 0; eye < kEyes; ++eye) {
-        sample.pupil_x[eye] = sample.pupil_y[eye] = TRK_FIELD_ABSENT;
-        sample.href_x[eye] = sample.href_y[eye] = TRK_FIELD_ABSENT;
-        sample.gaze_x[eye] = sample.gaze_y[eye] = TRK_FIELD_ABSENT;
-        sample.pupil_size[eye] = 0;
-        sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
-        sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
-        sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
-        sample.gaze_fvel_x[eye] = sample.gaze_fvel_y[eye] = MISSING_DATA;
-        sample.href_fvel_x[eye] = sample.href_fvel_y[eye] = MISSING_DATA;
-        sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
+void reset(Sample &sample, SampleDetail detail) {
+    if (detail == SampleDetail::All) {
+        for (int eye = 0; eye < kEyes; ++eye) {
+            sample.pupil_x[eye] = sample.pupil_y[eye] = TRK_FIELD_ABSENT;
+            sample.href_x[eye] = sample.href_y[eye] = TRK_FIELD_ABSENT;
+            sample.gaze_x[eye] = sample.gaze_y[eye] = TRK_FIELD_ABSENT;
+            sample.pupil_size[eye] = 0;
+            sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
+            sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
+            sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
+            sample.gaze_fvel_x[eye] = sample.gaze_fvel_y[eye] = MISSING_DATA;
+            sample.href_fvel_x[eye] = sample.href_fvel_y[eye] = MISSING_DATA;
+            sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
+        }
+        sample.res_x = sample.res_y = MISSING_DATA;
+        std::ranges::fill(sample.ext_data, uint16_t{0});
     }
-    sample.res_x = sample.res_y = MISSING_DATA;
-    std::ranges::fill(sample.ext_data, uint16_t{0});
     sample.input = sample.ext_type = sample.status = TRK_WORD_ABSENT;
     sample.buttons = 0;
     sample.sort_key = 0;
@@ -42,6 +44,8 @@ void reset(Sample &sample) {
 // Bytes that are known to lie in the window.
 class WindowSource {
   public:
+    static constexpr bool kPassesOverEyeData = false;
+
     explicit WindowSource(const uint8_t *bytes) : bytes_(bytes) {}
     uint8_t getByte() { return *bytes_++; }
     uint16_t getWord() {
@@ -63,15 +67,26 @@ class WindowSource {
         bytes_ += sizeof(words);
         return words;
     }
+    void skip(std::ptrdiff_t count) { bytes_ += count; }
     [[nodiscard]] const uint8_t *next() const { return bytes_; }
 
   private:
     const uint8_t *bytes_;
 };
 
+// The same, for a reader that has no use for the eye data.
+class SkimmingSource : public WindowSource {
+  public:
+    static constexpr bool kPassesOverEyeData = true;
+
+    using WindowSource::WindowSource;
+};
+
 // Bytes that may lie behind the end of the window.
 class StreamSource {
   public:
+    static constexpr bool kPassesOverEyeData = false;
+
     explicit StreamSource(InputStream &stream) : stream_(stream) {}
     uint8_t getByte() { return stream_.getByte(); }
     uint16_t getWord() { return stream_.getWord(); }
@@ -85,15 +100,6 @@ class StreamSource {
   private:
     InputStream &stream_;
 };
-
-template <std::size_t kCount, class Convert>
-std::array<float, kCount> convertAll(const std::array<uint16_t, kCount> &words, Convert convert) {
-    std::array<float, kCount> values;
-    for (std::size_t i = 0; i < kCount; ++i) {
-        values[i] = convert(words[i]);
-    }
-    return values;
-}
 
 template <class Source>
 uint32_t readTime(Source &source, uint16_t flags, uint32_t expectedTime, uint32_t &timeBase) {
@@ -111,7 +117,8 @@ uint32_t readTime(Source &source, uint16_t flags, uint32_t expectedTime, uint32_
 }
 
 template <class Source, class Convert>
-void readPositions(Source &source, uint16_t flags, float (&x)[kEyes], float (&y)[kEyes], Convert convert) {
+[[gnu::always_inline]] inline void readPositions(Source &source, uint16_t flags, float (&x)[kEyes],
+                                                 float (&y)[kEyes], Convert convert) {
     constexpr uint16_t kBothEyes = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
     if ((flags & kBothEyes) == kBothEyes) {
         const auto values = convertAll(source.template getWords<std::size_t{2} * kEyes>(), convert);
@@ -129,7 +136,8 @@ void readPositions(Source &source, uint16_t flags, float (&x)[kEyes], float (&y)
 
 template <class Source> void readPupilSizes(Source &source, Sample &out) {
     for (int eye = 0; eye < kEyes; ++eye) {
-        out.pupil_size[eye] = (out.flags & kEyePresent[eye]) != 0 ? plainValue(source.getWord()) : TRK_FIELD_ABSENT;
+        out.pupil_size[eye] =
+            (out.flags & kEyePresent[eye]) != 0 ? plainValue(source.getWord()) : TRK_FIELD_ABSENT;
     }
 }
 
@@ -141,27 +149,47 @@ template <class Source> void readExtension(Source &source, Sample &out) {
     }
 }
 
+template <class Source> void readEyeData(Source &source, Sample &out, float gazeDivisor) {
+    const uint16_t flags = out.flags;
+    const auto plain = [](uint16_t word) { return plainValue(word); };
+    if ((flags & TRK_SAMPLE_PUPIL_POSITION) != 0) {
+        readPositions(source, flags, out.pupil_x, out.pupil_y, plain);
+    }
+    if ((flags & TRK_SAMPLE_HREF) != 0) {
+        readPositions(source, flags, out.href_x, out.href_y, plain);
+    }
+    const ScaledValue scaled(gazeDivisor);
+    if ((flags & TRK_SAMPLE_GAZE) != 0) {
+        readPositions(source, flags, out.gaze_x, out.gaze_y, scaled);
+    }
+    if ((flags & TRK_SAMPLE_RESOLUTION) != 0) {
+        const auto resolution = convertAll(source.template getWords<2>(), scaled);
+        out.res_x = resolution[0];
+        out.res_y = resolution[1];
+    }
+    if ((flags & TRK_SAMPLE_PUPIL_SIZE) != 0) {
+        readPupilSizes(source, out);
+    }
+}
+
+// The number of bytes that readEyeData reads.
+std::ptrdiff_t sizeOfEyeData(uint16_t flags) {
+    const auto has = [flags](unsigned bit) { return (flags & bit) != 0 ? 1 : 0; };
+    const int eyes = has(TRK_SAMPLE_LEFT) + has(TRK_SAMPLE_RIGHT);
+    const int pairs = has(TRK_SAMPLE_PUPIL_POSITION) + has(TRK_SAMPLE_HREF) + has(TRK_SAMPLE_GAZE);
+    const int words = eyes * (2 * pairs + has(TRK_SAMPLE_PUPIL_SIZE)) + 2 * has(TRK_SAMPLE_RESOLUTION);
+    return std::ptrdiff_t{2} * words;
+}
+
 // All of the record but the skip lists, in the order of the file.
 template <class Source>
 void readFixedPart(Source &source, Sample &out, uint32_t expectedTime, DecodingState &state) {
     const uint16_t flags = out.flags;
     out.time = readTime(source, flags, expectedTime, state.sampleTimeBase);
-    if ((flags & TRK_SAMPLE_PUPIL_POSITION) != 0) {
-        readPositions(source, flags, out.pupil_x, out.pupil_y, plainValue);
-    }
-    if ((flags & TRK_SAMPLE_HREF) != 0) {
-        readPositions(source, flags, out.href_x, out.href_y, plainValue);
-    }
-    const ScaledValue scaled(state.gazeDivisor);
-    if ((flags & TRK_SAMPLE_GAZE) != 0) {
-        readPositions(source, flags, out.gaze_x, out.gaze_y, scaled);
-    }
-    if ((flags & TRK_SAMPLE_RESOLUTION) != 0) {
-        out.res_x = scaled(source.getWord());
-        out.res_y = scaled(source.getWord());
-    }
-    if ((flags & TRK_SAMPLE_PUPIL_SIZE) != 0) {
-        readPupilSizes(source, out);
+    if constexpr (Source::kPassesOverEyeData) {
+        source.skip(sizeOfEyeData(flags));
+    } else {
+        readEyeData(source, out, state.gazeDivisor);
     }
     if ((flags & TRK_SAMPLE_STATUS) != 0) {
         out.status = source.getWord();
@@ -177,6 +205,19 @@ void readFixedPart(Source &source, Sample &out, uint32_t expectedTime, DecodingS
     }
 }
 
+// Reads it from the window, when all of it is there.
+template <class Source>
+bool readFixedPartFromWindow(InputStream &stream, Sample &out, uint32_t expectedTime, DecodingState &state) {
+    const uint8_t *const bytes = stream.peek(kLargestFixedPart);
+    if (bytes == nullptr) {
+        return false;
+    }
+    Source source(bytes);
+    readFixedPart(source, out, expectedTime, state);
+    stream.consumeTo(source.next());
+    return true;
+}
+
 // Groups of length byte, kind byte and content, ended by a length of 0; their contents are not kept.
 void skipBlocks(InputStream &stream) {
     while (const uint8_t length = stream.getByte()) {
@@ -189,7 +230,7 @@ void skipBlocks(InputStream &stream) {
 
 } // namespace
 
-int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime) {
+int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime, SampleDetail detail) {
     if (out == nullptr || !streamReady() || stream_->eof() || !preambleDone_) {
         return kUnreadable;
     }
@@ -198,15 +239,14 @@ int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTi
         return result;
     }
     state_.sampleFlagsSeen |= flags;
-    reset(*out);
+    reset(*out, detail);
     out->flags = flags;
 
     InputStream &stream = *stream_;
-    if (const uint8_t *const bytes = stream.peek(kLargestFixedPart)) [[likely]] {
-        WindowSource source(bytes);
-        readFixedPart(source, *out, expectedTime, state_);
-        stream.consumeTo(source.next());
-    } else {
+    const bool read = detail == SampleDetail::Scan
+                          ? readFixedPartFromWindow<SkimmingSource>(stream, *out, expectedTime, state_)
+                          : readFixedPartFromWindow<WindowSource>(stream, *out, expectedTime, state_);
+    if (!read) {
         StreamSource source(stream);
         readFixedPart(source, *out, expectedTime, state_);
     }

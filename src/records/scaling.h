@@ -3,6 +3,9 @@
 
 #include "trkapi/trkapi.h"
 
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 
 namespace trk {
@@ -20,13 +23,25 @@ class ScaledValue {
   public:
     explicit ScaledValue(float divisor) : divisor_(divisor > kSmallestDivisor ? divisor : 1.0F) {}
     float operator()(uint16_t word) const {
-        const float value = plainValue(word) / divisor_;
-        return word == kMissingWord ? MISSING_DATA : value;
+        // A choice by bits, which several words can make side by side.
+        const uint32_t missing = word == kMissingWord ? 0xFFFFFFFF : 0;
+        const auto value = std::bit_cast<uint32_t>(plainValue(word) / divisor_);
+        return std::bit_cast<float>((value & ~missing) | (std::bit_cast<uint32_t>(MISSING_DATA) & missing));
     }
 
   private:
     static constexpr float kSmallestDivisor = 0.1F;
     float divisor_;
 };
+
+template <std::size_t kCount, class Convert>
+[[nodiscard, gnu::always_inline]] inline std::array<float, kCount>
+convertAll(const std::array<uint16_t, kCount> &words, Convert convert) {
+    std::array<float, kCount> values;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        values[i] = convert(words[i]);
+    }
+    return values;
+}
 
 } // namespace trk
