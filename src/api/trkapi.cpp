@@ -9,7 +9,7 @@
 #include "base/numeric.h"
 #include "records/codes.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -47,6 +47,9 @@ _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int
         trk::print_log("%s\n", exception->text());
         error = -1;
         return nullptr;
+    } catch (...) {
+        error = -1;
+        throw;
     }
 }
 

@@ -1,6 +1,8 @@
 // Detection of gaps in the samples of a recording block.
 #pragma once
 
+#include "index/item.h"
+
 #include <cstdint>
 
 namespace trk {
@@ -17,10 +19,24 @@ class GapFiller {
     };
 
     // The key of a sample: a time that repeats the one before gets the odd key.
-    [[nodiscard]] uint64_t keyOf(uint32_t time) const;
+    [[nodiscard]] uint64_t keyOf(uint32_t time) const { return keyOfTime(time) + (time == previousTime_ ? 1 : 0); }
 
     // The gap before a sample with this key. `sampleRate` is that of the recording block.
-    Gap check(uint64_t key, float sampleRate);
+    Gap check(uint64_t key, float sampleRate) {
+        if (previousTime_ <= 0 || timeBeforePrevious_ <= 0) {
+            return {};
+        }
+        const auto previousTime = static_cast<uint32_t>(previousTime_);
+        const uint64_t previousKey = keyOfTime(previousTime) + (previousTime_ == timeBeforePrevious_ ? 1 : 0);
+        if (!periodIsSettled()) {
+            learnPeriod(previousKey, key, sampleRate);
+        }
+        // Unsigned on purpose: a sample that goes back in time counts as a gap with a negative number.
+        if (!periodIsSettled() || key - previousKey <= period_) [[likely]] {
+            return {};
+        }
+        return measure(previousTime, previousKey, key);
+    }
 
     // The sample was indexed.
     void advance(uint32_t time) {
@@ -35,8 +51,12 @@ class GapFiller {
   private:
     static constexpr int64_t kNone = -1;
 
-    [[nodiscard]] bool periodIsSettled() const;
+    static constexpr uint64_t kLargestPeriod = 8; // 250 samples per second
+
+    static constexpr bool isPlausiblePeriod(uint64_t period) { return period - 1 < kLargestPeriod; }
+    [[nodiscard]] bool periodIsSettled() const { return isPlausiblePeriod(period_); }
     void learnPeriod(uint64_t previousKey, uint64_t key, float sampleRate);
+    [[nodiscard]] Gap measure(uint32_t previousTime, uint64_t previousKey, uint64_t key) const;
 
     int64_t previousTime_ = kNone;
     int64_t timeBeforePrevious_ = kNone;

@@ -4,6 +4,7 @@
 #include "index/item_order.h"
 
 #include <algorithm>
+#include <new>
 
 namespace trk {
 
@@ -15,6 +16,7 @@ constexpr std::size_t kChunkOverlap = 3000;
 constexpr std::size_t kFirstCapacity = 4096;
 constexpr std::size_t kInsertionRun = 16;
 constexpr double kRoomForDenserParts = 1.25;
+constexpr std::size_t kLargestGrowth = 16;
 
 // A stable merge sort for items that are nearly in order. It never leaves its bounds, whatever the rule says, and
 // moves an item only where the rule asks for it one way and not the other.
@@ -88,15 +90,21 @@ void ItemIndex::appendRecordingBlock(const FRECORDING &recording) {
 }
 
 // Takes the items so far as a sample of those to come. Memory that is reserved and never used costs nothing, an
-// index that is copied to a larger place again and again does.
+// index that is copied to a larger place again and again does; but no file may make the guess run away.
 void ItemIndex::makeRoom(int64_t scanned, int64_t total) {
-    std::size_t capacity = std::max(kFirstCapacity, items_.size() + items_.size() / 2);
+    const std::size_t least = std::max(kFirstCapacity, items_.size() + items_.size() / 2);
+    std::size_t guess = least;
     if (!items_.empty() && scanned > 0 && total > scanned) {
         const double density = static_cast<double>(items_.size()) / static_cast<double>(scanned);
         const double expected = density * static_cast<double>(total) * kRoomForDenserParts;
-        capacity = std::max(capacity, truncateTo<std::size_t>(expected));
+        guess =
+            std::clamp(truncateTo<std::size_t>(expected), least, std::max(least, kLargestGrowth * items_.size()));
     }
-    items_.reserve(capacity);
+    try {
+        items_.reserve(guess);
+    } catch (const std::bad_alloc &) {
+        items_.reserve(least);
+    }
 }
 
 void ItemIndex::sortItems() {

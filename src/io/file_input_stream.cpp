@@ -12,7 +12,8 @@ namespace {
 
 FilePointer openForReading(const char *path) {
     FilePointer file(std::fopen(path, "rb"));
-    if (!file) {
+    // What cannot be positioned, a pipe for example, could be indexed but its items could not be fetched.
+    if (!file || fseeko(file.get(), 0, SEEK_CUR) != 0) {
         print_log("The file %s could not be opened\n", path);
         throwException("File Could not be opened!");
     }

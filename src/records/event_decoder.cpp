@@ -128,56 +128,56 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
     case 0x21: // "!"
         out_.start_time = stream_.getInt();
         startTimeRead_ = true;
-        return carries(0x0001);
+        return carries(TRK_EVENT_AT_START);
     case 0x41: // "A"
         out_.end_time = stream_.getInt();
         endTimeRead_ = true;
-        return carries(0x0040);
+        return carries(TRK_EVENT_END_TIME);
     // A raw pair goes to the gaze fields; its second value also to an HREF x field, on purpose.
     case 0x28: // "("
         out_.start_gaze_x = plain();
         out_.start_gaze_y = out_.start_href_x = plain();
-        return carries(0x0408);
+        return carries(TRK_EVENT_RAW | TRK_EVENT_START_POSITION);
     case 0x29: // ")"
         out_.start_href_x = missingMarked();
         out_.start_href_y = missingMarked();
-        return carries(0x0808);
+        return carries(TRK_EVENT_HREF | TRK_EVENT_START_POSITION);
     case 0x2A: // "*"
         out_.start_gaze_x = scaledG();
         out_.start_gaze_y = scaledG();
-        return carries(0x1008);
+        return carries(TRK_EVENT_GAZE | TRK_EVENT_START_POSITION);
     case 0x2B: // "+"
         out_.start_res_x = scaledG();
         out_.start_res_y = scaledG();
-        return carries(0x0201);
+        return carries(TRK_EVENT_RESOLUTION | TRK_EVENT_AT_START);
     case 0x30: // "0"
         out_.start_pupil_size = plain();
-        return carries(0x0081);
+        return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_START);
     case 0x33: // "3"
         out_.start_velocity = scaledV();
-        return carries(0x0101);
+        return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_START);
     case 0x48: // "H"
         out_.end_gaze_x = plain();
         out_.end_gaze_y = out_.end_href_x = plain();
-        return carries(0x0410);
+        return carries(TRK_EVENT_RAW | TRK_EVENT_END_POSITION);
     case 0x49: // "I"
         out_.end_href_x = missingMarked();
         out_.end_href_y = missingMarked();
-        return carries(0x0810);
+        return carries(TRK_EVENT_HREF | TRK_EVENT_END_POSITION);
     case 0x4A: // "J"
         out_.end_gaze_x = scaledG();
         out_.end_gaze_y = scaledG();
-        return carries(0x1010);
+        return carries(TRK_EVENT_GAZE | TRK_EVENT_END_POSITION);
     case 0x4B: // "K"
         out_.end_res_x = isStartOfBlock(type_) ? plain() : scaledG();
         out_.end_res_y = isStartOfBlock(type_) ? plain() : scaledG();
-        return carries(0x0202);
+        return carries(TRK_EVENT_RESOLUTION | TRK_EVENT_AT_END);
     case 0x51: // "Q"
         out_.end_pupil_size = plain();
-        return carries(0x0082);
+        return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_END);
     case 0x53: // "S"
         out_.end_velocity = scaledV();
-        return carries(0x0102);
+        return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_END);
     case 0x55: // "U"
         out_.aux_word1 = stream_.getWord();
         return;
@@ -188,21 +188,21 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
     case 0x68: // "h"
         out_.avg_gaze_x = out_.avg_href_x = plain();
         out_.avg_gaze_y = out_.start_href_x = plain();
-        return carries(0x0420);
+        return carries(TRK_EVENT_RAW | TRK_EVENT_AVERAGE_POSITION);
     case 0x69: // "i"
         out_.avg_href_x = missingMarked();
         out_.avg_href_y = missingMarked();
-        return carries(0x0820);
+        return carries(TRK_EVENT_HREF | TRK_EVENT_AVERAGE_POSITION);
     case 0x6A: // "j"
         out_.avg_gaze_x = scaledG();
         out_.avg_gaze_y = scaledG();
-        return carries(0x1020);
+        return carries(TRK_EVENT_GAZE | TRK_EVENT_AVERAGE_POSITION);
     case 0x72: // "r"
         out_.avg_pupil_size = plain();
-        return carries(0x0084);
+        return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_AVERAGE);
     case 0x73: // "s"
         out_.avg_velocity = scaledV();
-        return carries(0x0104);
+        return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
     case 0x93:
         if (isStartOfBlock(type_)) {
             state_.blockFactor2 = plain();
@@ -210,10 +210,10 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
             out_.peak_velocity = scaledV();
         }
         factor2Read_ = true;
-        return carries(0x0104);
+        return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
     case 0xB4:
         out_.status_word = stream_.getWord();
-        return carries(0x2000);
+        return carries(TRK_EVENT_STATUS);
     default:
         // An unknown field is skipped by its tag alone: nothing tells how long its value is.
         return;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "io/input_stream.h"
+#include "records/codes.h"
 #include "records/decoding_state.h"
 #include "records/event_data.h"
 #include "records/sample.h"
@@ -39,7 +40,27 @@ class RecordReader {
     // Reads the next tag word, which the decoder called next picks up. For a sample `out` receives the word, for
     // an event its upper byte. At the end of the stream the answer is kSampleRecord on purpose: the decoder that
     // follows then fails.
-    int next_combfile_item(uint16_t *out);
+    int next_combfile_item(uint16_t *out) {
+        if (!streamReady()) {
+            return kEndOfRecords;
+        }
+        if (stream_->eof()) {
+            return kSampleRecord;
+        }
+        if (!preambleDone_) {
+            return kPreambleUnfinished;
+        }
+        const uint16_t tagWord = stream_->getWord();
+        state_.lastTagWord = tagWord;
+        if (tagWord == 0) {
+            return kEndOfRecords;
+        }
+        const bool sample = isSampleTag(tagWord);
+        if (out != nullptr) {
+            *out = sample ? tagWord : static_cast<uint16_t>(tagWord >> 8);
+        }
+        return sample ? kSampleRecord : kEventRecord;
+    }
 
     // Decodes the pending sample, or the next one when no tag word is pending. `expectedTime` is the time that
     // the item index knows for it, or 0 when reading sequentially. Returns 0, kUnreadable or kOtherKindPending.
@@ -59,7 +80,19 @@ class RecordReader {
     class EventDecoder;
 
     [[nodiscard]] bool streamReady() const { return stream_ != nullptr; }
-    int takePendingTag(bool wantSample, uint16_t &tagWord);
+
+    // Takes the pending tag word, fetching one when none is pending; leaves it pending when it is of the other kind.
+    int takePendingTag(bool wantSample, uint16_t &tagWord) {
+        if (state_.lastTagWord == 0 && next_combfile_item(nullptr) == kEndOfRecords) {
+            return kUnreadable;
+        }
+        tagWord = state_.lastTagWord;
+        if (isSampleTag(tagWord) != wantSample) {
+            return kOtherKindPending;
+        }
+        state_.lastTagWord = 0;
+        return 0;
+    }
 
     std::unique_ptr<InputStream> stream_;
     DecodingState state_;

@@ -172,14 +172,18 @@ template <class Source> void readEyeData(Source &source, Sample &out, float gaze
     }
 }
 
-// The number of bytes that readEyeData reads.
-std::ptrdiff_t sizeOfEyeData(uint16_t flags) {
-    const auto has = [flags](unsigned bit) { return (flags & bit) != 0 ? 1 : 0; };
-    const int eyes = has(TRK_SAMPLE_LEFT) + has(TRK_SAMPLE_RIGHT);
-    const int pairs = has(TRK_SAMPLE_PUPIL_POSITION) + has(TRK_SAMPLE_HREF) + has(TRK_SAMPLE_GAZE);
-    const int words = eyes * (2 * pairs + has(TRK_SAMPLE_PUPIL_SIZE)) + 2 * has(TRK_SAMPLE_RESOLUTION);
-    return std::ptrdiff_t{2} * words;
-}
+// The number of bytes that readEyeData reads, by the upper byte of the flags.
+constexpr std::array<uint8_t, 256> kEyeDataSizes = [] {
+    std::array<uint8_t, 256> sizes{};
+    for (unsigned upper = 0; upper < sizes.size(); ++upper) {
+        const auto has = [upper](unsigned bit) { return (upper << 8 & bit) != 0 ? 1U : 0U; };
+        const unsigned eyes = has(TRK_SAMPLE_LEFT) + has(TRK_SAMPLE_RIGHT);
+        const unsigned pairs = has(TRK_SAMPLE_PUPIL_POSITION) + has(TRK_SAMPLE_HREF) + has(TRK_SAMPLE_GAZE);
+        const unsigned words = eyes * (2 * pairs + has(TRK_SAMPLE_PUPIL_SIZE)) + 2 * has(TRK_SAMPLE_RESOLUTION);
+        sizes[upper] = static_cast<uint8_t>(2 * words);
+    }
+    return sizes;
+}();
 
 // All of the record but the skip lists, in the order of the file.
 template <class Source>
@@ -187,7 +191,7 @@ void readFixedPart(Source &source, Sample &out, uint32_t expectedTime, DecodingS
     const uint16_t flags = out.flags;
     out.time = readTime(source, flags, expectedTime, state.sampleTimeBase);
     if constexpr (Source::kPassesOverEyeData) {
-        source.skip(sizeOfEyeData(flags));
+        source.skip(kEyeDataSizes[flags >> 8]);
     } else {
         readEyeData(source, out, state.gazeDivisor);
     }
