@@ -20,7 +20,6 @@
 namespace {
 
 using trk_test::Scenario;
-using trk_test::ScenarioOptions;
 
 constexpr uint32_t kTenMinutesMs = 600 * 1000;
 constexpr uint32_t kTwoHoursMs = 2 * 3600 * 1000;

@@ -169,7 +169,8 @@ std::size_t inflateOnly(std::string_view compressed) {
     std::array<Bytef, 16384> output;
     z_stream stream{};
     inflateInit(&stream);
-    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(compressed.data()));
+    std::string input(compressed);
+    stream.next_in = reinterpret_cast<Bytef *>(input.data());
     stream.avail_in = static_cast<uInt>(compressed.size());
     std::size_t size = 0;
     int result = Z_OK;

@@ -7,6 +7,8 @@
  *
  *     int error = 0;
  *     _TRKFILE *recording = trk_open_file("trial.trk", TRK_OPEN_CHECK, TRK_EVENTS_ALL, 1, &error);
+ *     if (recording == NULL)
+ *         return 1;
  *     for (int code; (code = trk_get_next_data(recording)) != 0;) {
  *         const ALLF_DATA *item = trk_get_float_data(recording);
  *         if (item != NULL && code == REC_SAMPLE)
@@ -34,7 +36,8 @@
  *  6. Eyes. Arrays of two are indexed 0 = left eye, 1 = right eye.
  *  7. Missing values. A value that is not known reads MISSING_DATA (100000000.0). Two more markers stand in
  *     samples: TRK_FIELD_ABSENT (-32768.0) in positions and pupil sizes that the record does not carry, and
- *     TRK_WORD_ABSENT (32768) in 16-bit words that it does not carry.
+ *     TRK_WORD_ABSENT (32768) in 16-bit words that it does not carry. Raw pupil and HREF positions and pupil
+ *     sizes have no missing marker of their own in the file; a stored -32768 is handed on as such.
  */
 #ifndef TRKAPI_TRKAPI_H
 #define TRKAPI_TRKAPI_H
@@ -111,13 +114,15 @@ enum {
 /*
  * One time point, both eyes.
  *
- * A dummy sample, which stands for one that the tracker lost, has flags LEFT and RIGHT alone and MISSING_DATA in
- * every float field but pupil_size, which repeats the last pupil sizes known. A sample inside a blink has
- * MISSING_DATA for the gaze of the eye that blinks (files opened with TRK_OPEN_CHECK_AND_FILL).
+ * A dummy sample stands for one that the tracker lost, or that is not where the index has it (files opened with
+ * TRK_OPEN_CHECK_AND_FILL). It has flags LEFT and RIGHT without RECORD, MISSING_DATA in every float field but
+ * pupil_size, which repeats the last pupil sizes known, and 0 in input, buttons, ext_type and status. In such
+ * files a sample inside a blink has MISSING_DATA for the gaze of the eye that blinks.
  *
  * Velocities are computed by the library from the neighbouring samples: `vel` is the smoothed estimate, `fvel`
- * the fast one. They read MISSING_DATA for an absent eye, beside a gap, at the edges of a recording block where
- * neighbours are lacking, and after a jump into the middle of a block for want of the samples before it.
+ * the fast one. They read MISSING_DATA for an absent eye and where neighbours are lacking: beside a gap, at the
+ * edges of a recording block, and after a jump into the middle of a block for want of the samples before it. For
+ * tracker model 3 all neighbours of a span of 5 to 39 samples must be there; for the others, two samples do.
  */
 typedef struct FSAMPLE_REC {
     uint32_t time;         /* ms */
@@ -149,7 +154,7 @@ typedef struct FSAMPLE_REC {
     uint16_t buttons;      /* button state; 0 when not carried */
     uint16_t ext_type;     /* header byte of the extension words; TRK_WORD_ABSENT when not carried */
     uint16_t status;       /* status and error bits of the tracker; TRK_WORD_ABSENT when not carried */
-    uint64_t sort_key;     /* time key of the item: 2 x time, plus 1 for a repeated time stamp */
+    uint64_t sort_key;     /* time key of the item: 2 x the file's time, plus 1 for a repeated time stamp */
 } FSAMPLE_REC;
 
 /*
@@ -185,21 +190,23 @@ enum {
 
 /*
  * An event: what happened at one moment (messages, buttons, inputs, starts) or over a span (ends of blinks,
- * saccades and fixations sum up the whole of it). A field that the file's record does not carry reads 0; a value
- * that it marks as missing reads MISSING_DATA. Records that carry raw positions put them into the gaze fields,
- * and the second value also into start_href_x (start and average) or end_href_x (end).
+ * saccades and fixations sum up the whole of it). A field that the file's record does not carry reads 0; HREF and
+ * gaze positions, resolutions and velocities that it marks as missing read MISSING_DATA. A record that carries
+ * raw positions puts them into the gaze fields, and their second value also into start_href_x (start and average)
+ * or end_href_x (end), their first value at the average also into avg_href_x.
  *
  * In a start of a recording block several fields mean something else: start_pupil_size is the gaze divisor,
- * end_pupil_size the velocity divisor, avg_velocity the sample rate in samples per second, end_res_x the mode
- * word, aux_word2 and peak_velocity two block factors (1 when the record names none), status_word the block's
- * content flags.
+ * end_pupil_size the velocity divisor, avg_velocity the sample rate in samples per second where the record names
+ * one, end_res_x the mode word, aux_word2 a block factor (1 when the record names none), status_word the block's
+ * content flags, aux_word1 of a REC_STARTEVENTS the block's eyes.
  */
 typedef struct FEVENT {
-    uint32_t time;          /* ms; 0 for events read from the file */
+    uint32_t time;          /* ms; 0 for events read from the file (before times are moved) */
     int16_t type;           /* REC_* code */
     uint16_t read_flags;    /* TRK_EVENT_* bits */
     uint32_t start_time;    /* ms */
-    uint32_t end_time;      /* ms; 0 when the record carries none, start_time at the ends of a recording block */
+    uint32_t end_time;      /* ms; 0 when the record carries none (before times are moved); start_time in a start
+                               of a recording block, and in an end of one that carries none */
     float start_href_x;     /* positions at the start, HREF units and pixels */
     float start_href_y;
     float start_gaze_x;
@@ -229,7 +236,8 @@ typedef struct FEVENT {
     uint16_t aux_word1;     /* REC_INPUT: the value of the input port */
     uint16_t aux_word2;
     uint16_t parse_flags;   /* low byte of the file's tag word, bit 0 cleared */
-    const TRK_MESSAGE *message; /* text of a REC_MESSAGE, owned by the handle (convention 3); null without text */
+    const TRK_MESSAGE *message; /* text that the record carries, as every REC_MESSAGE should; owned by the handle
+                                   (convention 3); null without text */
 } FEVENT;
 
 /* Values of FRECORDING.state, .record_type and .eye. */
@@ -241,21 +249,23 @@ enum { TRK_EYE_NONE = 0, TRK_EYE_LEFT = 1, TRK_EYE_RIGHT = 2, TRK_EYE_BOTH = 3 }
 typedef struct FRECORDING {
     uint32_t time;                 /* ms */
     float sample_rate;             /* samples per second */
-    uint16_t event_content_flags;  /* content flags of the block's events; 0 at an end or when samples came first */
+    uint16_t event_content_flags;  /* content flags of the block's events; 0 at an end and when samples came first */
     uint16_t sample_content_flags; /* content flags of the block's samples, TRK_SAMPLE_* bits; 0 at an end or when
                                       events came first */
     uint8_t state;                 /* TRK_BLOCK_START or TRK_BLOCK_END */
     uint8_t record_type;           /* TRK_BLOCK_SAMPLES, _EVENTS or _SAMPLES_AND_EVENTS */
-    uint8_t pupil_mode;            /* 1 when the file states a pupil mode other than 1, else 0 */
+    uint8_t pupil_mode;            /* at a start: 1 when the file states a pupil mode other than 1, else 0; at an
+                                      end 1 unless the end states mode 1 */
     uint8_t recording_mode;        /* 1 when the block's mode byte is not 0 */
     uint8_t filter_level;          /* level of the tracker's filter */
-    uint8_t pos_type;              /* parse flags of the block's first record */
+    uint8_t pos_type;              /* parse flags of the first record of the boundary that has any */
     uint8_t eye;                   /* TRK_EYE_* */
-    uint64_t sort_key;             /* time key of the block: 2 x time */
-    float gaze_prescaler;          /* divisor of the block's gaze values; 0 when the block did not start with samples */
+    uint64_t sort_key;             /* time key of the block: 2 x the file's time */
+    float gaze_prescaler;          /* divisor of the block's gaze values; 0 at an end and when events came first */
     uint32_t window_size2;         /* height of the camera window, camera pixels: 190 */
     uint32_t window_size1;         /* width of the camera window, camera pixels: 176 */
-    uint8_t close_pair;            /* 1 when less than 3 ms lie between this and a neighbouring start or end */
+    uint8_t close_pair;            /* 1 when less than 3 ms lie between this and a neighbouring start or end (files
+                                      opened with a check) */
 } FRECORDING;
 
 /* Any item. Which member is valid follows from the code that trk_get_next_data returned. */
@@ -278,7 +288,10 @@ typedef struct CONFIG {
 /* An open recording. */
 typedef struct _TRKFILE _TRKFILE;
 
-/* Receives each diagnostic line, line end included. The text is the library's and valid during the call only. */
+/*
+ * Receives each diagnostic text, usually one line with its line end; texts are cut at 499 characters. The text is
+ * the library's and valid during the call only.
+ */
 typedef void (*TRK_LOG_FUNCTION)(const char *text);
 
 /* ---- Opening and closing -------------------------------------------------------------------------------- */
@@ -311,14 +324,15 @@ enum {
  * loadEvents    TRK_EVENTS_* values.
  * load_samples  0: samples are not delivered; otherwise they are.
  * config        options, or null for none. Not copied: it must live as long as the handle.
- * error_value   receives 0 on success and -1 on failure; may be null.
+ * error_value   receives 0 on success and -1 otherwise; may be null.
  *
  * Returns the handle, to be closed with trk_close_file, or null when the file cannot be opened, is no recording,
  * or (without TRK_OPEN_TOLERANT) breaks off or cannot be decoded. The reason goes to the log. A failed open holds
  * nothing.
  *
  * Reads the whole recording once. A compressed recording is first inflated into an anonymous temporary file.
- * Memory: about 24 bytes per item. Prints the line "loadEvents = N" to standard output at every call.
+ * Memory: about 24 bytes per item; a gap that is filled makes up to 9999 items. Prints the line "loadEvents = N",
+ * N in hexadecimal, to standard output at every call.
  */
 TRK_API _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples,
                                    CONFIG *config, int *error_value);
@@ -329,7 +343,8 @@ TRK_API _TRKFILE *trk_open_file(const char *path, int open_flags, int loadEvents
 
 /*
  * Closes a recording and releases everything that the handle holds; records that it returned are gone.
- * Null, and what is no open handle (any more), is accepted and ignored. Returns 0.
+ * Null, and what is no open handle (any more), is accepted and ignored; but a later open may get the same address
+ * again. Returns 0.
  */
 TRK_API int trk_close_file(_TRKFILE *handle);
 
@@ -349,8 +364,9 @@ TRK_API int trk_get_next_data(_TRKFILE *handle);
  * Fetches the current item, the one that trk_get_next_data stepped to last. It may be fetched again.
  *
  * Returns the record, or null when there is no current item or it cannot be read (the log says why). In
- * recordings whose last sample lies at 400000000 ms or later, times are moved to count from the first sample
- * or block, unless the file was opened with TRK_OPEN_KEEP_TIMES.
+ * recordings whose last time is 400000000 ms or later, times are moved, unless the file was opened with
+ * TRK_OPEN_KEEP_TIMES: those of samples and events to count from the first record of the file, those of recording
+ * blocks from the first record that was fetched.
  */
 TRK_API ALLF_DATA *trk_get_float_data(_TRKFILE *handle);
 

@@ -33,6 +33,7 @@ uint16_t typeField(const ALLF_DATA *record) {
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): written through a reference
 _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples, CONFIG *config,
                            int *error_value) {
     int unused = 0;

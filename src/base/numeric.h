@@ -12,7 +12,8 @@ template <std::integral Integer, std::floating_point Float>
 [[nodiscard]] constexpr Integer truncateTo(Float value) {
     // Both bounds are exact: the minimum is 0 or a negated power of two, and one past the maximum a power of two.
     constexpr auto kLowest = static_cast<Float>(std::numeric_limits<Integer>::min());
-    constexpr auto kPastLargest = static_cast<Float>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;
+    constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
+    constexpr auto kPastLargest = static_cast<Float>(kHalf) * 2;
     if (value >= kPastLargest) {
         return std::numeric_limits<Integer>::max();
     }

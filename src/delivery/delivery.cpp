@@ -15,6 +15,20 @@ bool pairingNeeds(unsigned code) {
 
 void hideGaze(FSAMPLE_REC &sample, int eye) { sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA; }
 
+void finishSample(const TRKItem &item, FSAMPLE_REC &sample) {
+    if ((item.item_type & kItemInLeftBlink) != 0) {
+        hideGaze(sample, 0);
+    }
+    if ((item.item_type & kItemInRightBlink) != 0) {
+        hideGaze(sample, 1);
+    }
+    // The doubling wraps at 32 bits, on purpose: late times always get the flag.
+    const uint32_t doubled = 2 * sample.time;
+    if (item.sort_key != doubled) {
+        sample.flags |= TRK_SAMPLE_DUPLICATE_TIME;
+    }
+}
+
 } // namespace
 
 int Delivery::step() {
@@ -59,19 +73,6 @@ ALLF_DATA *Delivery::read(std::size_t index) {
         finishSample(item, buffer_.sample);
     }
     return &buffer_;
-}
-
-void Delivery::finishSample(const TRKItem &item, FSAMPLE_REC &sample) const {
-    if ((item.item_type & kItemInLeftBlink) != 0) {
-        hideGaze(sample, 0);
-    }
-    if ((item.item_type & kItemInRightBlink) != 0) {
-        hideGaze(sample, 1);
-    }
-    // The doubling wraps at 32 bits, on purpose: late times always get the flag.
-    if (item.sort_key != uint32_t{2} * sample.time) {
-        sample.flags |= TRK_SAMPLE_DUPLICATE_TIME;
-    }
 }
 
 } // namespace trk

@@ -40,8 +40,6 @@ class Delivery {
     [[nodiscard]] const FRECORDING *currentRecording() const { return currentRecording_; }
 
   private:
-    void finishSample(const TRKItem &item, FSAMPLE_REC &sample) const;
-
     ItemReader &reader_;
     const ItemIndex &index_;
     bool strict_;

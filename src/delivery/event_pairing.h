@@ -31,8 +31,8 @@ class EventPairing {
         uint32_t efix_time = kUnset;
     };
 
-    void initEventPairArray(EyeTimes &eye);
-    void initFixationPairArray(EyeTimes &eye);
+    static void initEventPairArray(EyeTimes &eye);
+    static void initFixationPairArray(EyeTimes &eye);
     void pairBlinkEnd(std::size_t item, FEVENT &event, EyeTimes &eye) const;
     void pairSaccadeEnd(FEVENT &event, EyeTimes &eye);
     void pairFixationEnd(FEVENT &event, EyeTimes &eye);

@@ -38,6 +38,7 @@ struct Ranked {
 // messages and end events; a blink nests inside a saccade; a message comes before the sample; what is left keeps
 // the order of the file. The "<=" make the rule true both ways for items at one file position, and rule 13
 // contradicts rule 11, on purpose.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): a table, however long
 bool precedesAtEqualKeys(const Ranked &a, const Ranked &b) {
     const bool fileOrder = a.filePosition <= b.filePosition;
     if (a.paired && b.sample) return a.start;                                // 1

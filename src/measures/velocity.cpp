@@ -46,7 +46,10 @@ class VelocityComputer::Neighbourhood {
     [[nodiscard]] const PositionLanes &operator[](int distance) const { return at_[place(distance)]; }
 
   private:
-    static std::size_t place(int distance) { return static_cast<std::size_t>(distance + kLargestHalfSpan); }
+    static std::size_t place(int distance) {
+        const int fromFirst = distance + kLargestHalfSpan;
+        return static_cast<std::size_t>(fromFirst);
+    }
 
     std::array<PositionLanes, 2 * kLargestHalfSpan + 1> at_;
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <tuple>
+#include <utility>
 
 namespace trk_test {
 
@@ -32,83 +34,85 @@ void PlainQueue::clear() {
 }
 
 const FSAMPLE_REC *PlainQueue::getOldSample(uint64_t key) const {
-    if (count_ < 1) {
-        return nullptr;
-    }
-    const std::size_t end = count_ - 1;
     const uint64_t first = entries_[0].sort_key;
-    const uint64_t last = entries_[end].sort_key;
-    if (key == first || key == last) {
-        return &entries_[key == first ? 0 : end];
+    const uint64_t last = count_ > 0 ? entries_[count_ - 1].sort_key : 0;
+    if (count_ > 0 && (key == first || key == last)) {
+        return &entries_[key == first ? 0 : count_ - 1];
     }
     if (count_ < 3 || key <= first || key >= last) {
         return nullptr;
     }
-    uint64_t step = entries_[1].sort_key - first;
-    if (step >= 9) {
-        step = last - entries_[end - 1].sort_key;
-    }
+    const uint64_t lastStep = last - entries_[count_ - 2].sort_key;
+    const uint64_t firstStep = entries_[1].sort_key - first;
+    const uint64_t step = firstStep >= 9 ? lastStep : firstStep;
     if (step != 1 && step != 2 && step != 4 && step != 8) {
         return nullptr;
     }
-    const FSAMPLE_REC *found = entryWithKey((key - first) / step, key);
-    if (found == nullptr) {
-        found = entryWithKey(end - (last - key) / step, key);
+    const auto holdsKey = [this, key](uint64_t i) { return i < kCapacity && entries_[i].sort_key == key; };
+    uint64_t i = (key - first) / step;
+    if (!holdsKey(i)) {
+        i = count_ - 1 - (last - key) / step;
     }
-    return found != nullptr ? found : entryWithKey(end - (last - key) / (last - entries_[end - 1].sort_key), key);
+    if (!holdsKey(i)) {
+        i = count_ - 1 - (last - key) / lastStep;
+    }
+    return holdsKey(i) ? &entries_[i] : nullptr;
 }
 
 namespace {
 
 using EyeField = float (FSAMPLE_REC::*)[2];
+using S = FSAMPLE_REC;
 
-struct PositionKind {
-    unsigned flag;
-    EyeField x, y;
+constexpr struct Velocity {
+    bool fast;
+    unsigned positionFlag;
+    EyeField positionX, positionY, x, y;
+} kVelocities[] = {
+    {false, TRK_SAMPLE_GAZE, &S::gaze_x, &S::gaze_y, &S::gaze_vel_x, &S::gaze_vel_y},
+    {false, TRK_SAMPLE_HREF, &S::href_x, &S::href_y, &S::href_vel_x, &S::href_vel_y},
+    {false, TRK_SAMPLE_PUPIL_POSITION, &S::pupil_x, &S::pupil_y, &S::pupil_vel_x, &S::pupil_vel_y},
+    {true, TRK_SAMPLE_GAZE, &S::gaze_x, &S::gaze_y, &S::gaze_fvel_x, &S::gaze_fvel_y},
+    {true, TRK_SAMPLE_HREF, &S::href_x, &S::href_y, &S::href_fvel_x, &S::href_fvel_y},
+    {true, TRK_SAMPLE_PUPIL_POSITION, &S::pupil_x, &S::pupil_y, &S::pupil_fvel_x, &S::pupil_fvel_y},
 };
-constexpr PositionKind kGaze{TRK_SAMPLE_GAZE, &FSAMPLE_REC::gaze_x, &FSAMPLE_REC::gaze_y};
-constexpr PositionKind kHref{TRK_SAMPLE_HREF, &FSAMPLE_REC::href_x, &FSAMPLE_REC::href_y};
-constexpr PositionKind kRawPupil{TRK_SAMPLE_PUPIL_POSITION, &FSAMPLE_REC::pupil_x, &FSAMPLE_REC::pupil_y};
 constexpr unsigned kEyeFlags[] = {TRK_SAMPLE_LEFT, TRK_SAMPLE_RIGHT};
 
-void readPosition(const FSAMPLE_REC *sample, int eye, const PositionKind &kind, float &x, float &y) {
-    const bool known = sample != nullptr && (sample->flags & kEyeFlags[eye]) != 0 &&
-                       ((sample->flags & TRK_SAMPLE_PUPIL_SIZE) == 0 || !(sample->pupil_size[eye] < 15.0F)) &&
-                       (sample->flags & kind.flag) != 0;
-    x = known ? (sample->*kind.x)[eye] : MISSING_DATA;
-    y = known ? (sample->*kind.y)[eye] : MISSING_DATA;
+std::pair<float, float> positionOf(const FSAMPLE_REC *sample, int eye, const Velocity &wanted) {
+    if (sample == nullptr || (sample->flags & kEyeFlags[eye]) == 0 || (sample->flags & wanted.positionFlag) == 0 ||
+        ((sample->flags & TRK_SAMPLE_PUPIL_SIZE) != 0 && sample->pupil_size[eye] < 15.0F)) {
+        return {MISSING_DATA, MISSING_DATA};
+    }
+    return {(sample->*wanted.positionX)[eye], (sample->*wanted.positionY)[eye]};
 }
 
-float calcVelocity_pn7200(bool fast, const float *p, int n, float resolution, float rate) {
+// The models take the positions around p[0], 19 on either side.
+float calcVelocity_pn7200(bool fast, const float *p, float resolution, float rate) {
     const int halfSpan = rate < 500 ? 2 : rate < 1000 ? 4 : rate < 2000 ? 9 : 19;
-    if (n < 2 * halfSpan + 1) {
-        return MISSING_DATA;
-    }
-    p += n / 2;
-    if (std::find(p - halfSpan, p + halfSpan + 1, MISSING_DATA) != p + halfSpan + 1) {
+    if (std::count(p - halfSpan, p + halfSpan + 1, MISSING_DATA) > 0) {
         return MISSING_DATA;
     }
     const auto pair = [p](int i) { return (p[i] + p[i + 1]) * 0.5F; };
     const auto four = [p](int i) { return (p[i] + p[i + 1] + p[i + 2] + p[i + 3]) * 0.25F; };
     const auto pairs = [pair](int i) { return (pair(i) + pair(i + 2) + pair(i + 4) + pair(i + 6)) * 0.25F; };
-    float a = 0, b = 0, c = 0, d = 0, scale = 0;
-    if (rate < 500) {
-        a = p[-2], b = p[-1], c = p[1], d = p[2], scale = 1.0F;
-    } else if (rate < 1000) {
-        a = pair(-4), b = pair(-2), c = pair(1), d = pair(3), scale = 1.2F;
-    } else if (rate < 2000) {
-        a = four(-9), b = four(-5), c = four(2), d = four(6), scale = 1.0909091F;
-    } else {
-        a = pairs(-19), b = pairs(-11), c = pairs(4), d = pairs(12), scale = 1.0434783F;
+    const auto velocity = [=](float a, float b, float c, float d, float scale) {
+        return (250.0F / resolution) * (fast ? (c - b) * 0.5F : (-a - b + c + d) * 0.167F) * scale;
+    };
+    switch (halfSpan) {
+    case 2:
+        return velocity(p[-2], p[-1], p[1], p[2], 1.0F);
+    case 4:
+        return velocity(pair(-4), pair(-2), pair(1), pair(3), 1.2F);
+    case 9:
+        return velocity(four(-9), four(-5), four(2), four(6), 1.0909091F);
+    default:
+        return velocity(pairs(-19), pairs(-11), pairs(4), pairs(12), 1.0434783F);
     }
-    const float difference = fast ? (c - b) * 0.5F : (-a - b + c + d) * 0.167F;
-    return (250.0F / resolution) * difference * scale;
 }
 
-float calcVelocity_non_pn7200(bool fast, const float *p, int n, float resolution, float rate) {
-    p += n / 2;
+float calcVelocity_non_pn7200(bool fast, const float *p, float resolution, float rate) {
     const auto known = [p](int i) { return p[i] != MISSING_DATA; };
-    if (n >= 6 && !fast && known(-2) && known(-1) && known(1) && known(2)) {
+    if (!fast && known(-2) && known(-1) && known(1) && known(2)) {
         return (-p[-2] - p[-1] + p[1] + p[2]) * rate / 6.0F / resolution;
     }
     if (known(-1) && known(1)) {
@@ -118,60 +122,27 @@ float calcVelocity_non_pn7200(bool fast, const float *p, int n, float resolution
     return known(left) && known(left + 1) ? (p[left + 1] - p[left]) * rate / resolution : MISSING_DATA;
 }
 
-struct Velocities {
-    bool fast;
-    PositionKind kind;
-    EyeField x, y;
-};
-constexpr Velocities kVelocities[] = {
-    {false, kGaze, &FSAMPLE_REC::gaze_vel_x, &FSAMPLE_REC::gaze_vel_y},
-    {false, kHref, &FSAMPLE_REC::href_vel_x, &FSAMPLE_REC::href_vel_y},
-    {false, kRawPupil, &FSAMPLE_REC::pupil_vel_x, &FSAMPLE_REC::pupil_vel_y},
-    {true, kGaze, &FSAMPLE_REC::gaze_fvel_x, &FSAMPLE_REC::gaze_fvel_y},
-    {true, kHref, &FSAMPLE_REC::href_fvel_x, &FSAMPLE_REC::href_fvel_y},
-    {true, kRawPupil, &FSAMPLE_REC::pupil_fvel_x, &FSAMPLE_REC::pupil_fvel_y},
-};
-
-void getVelocity(const Velocities &wanted, int rate, float resX, float resY, const FSAMPLE_REC *const *window,
-                 std::size_t n, int eye, int trackerModel, FSAMPLE_REC &out) {
-    const auto x = std::make_unique_for_overwrite<float[]>(n);
-    const auto y = std::make_unique_for_overwrite<float[]>(n);
-    for (std::size_t i = 0; i < n; ++i) {
-        readPosition(window[i], eye, wanted.kind, x[i], y[i]);
+std::pair<float, float> resolutionOf(const FSAMPLE_REC &sample, int eye, const Velocity &wanted) {
+    const auto [x, y] = positionOf(&sample, eye, wanted);
+    float resolutionX = sample.res_x;
+    float resolutionY = sample.res_y;
+    if (wanted.positionFlag == TRK_SAMPLE_HREF && x != MISSING_DATA && y != MISSING_DATA) {
+        const double xx = static_cast<double>(x) * static_cast<double>(x);
+        const double yy = static_cast<double>(y) * static_cast<double>(y);
+        resolutionX = static_cast<float>((xx + yy + 2.25e8) / std::sqrt(yy + 2.25e8) / 57.2958);
+        resolutionY = static_cast<float>((xx + yy + 2.25e8) / std::sqrt(xx + 2.25e8) / 57.2958);
     }
-    const FSAMPLE_REC &sample = *window[n / 2];
-    float centreX = 0;
-    float centreY = 0;
-    readPosition(&sample, eye, wanted.kind, centreX, centreY);
-    if (resX == MISSING_DATA) {
-        resX = sample.res_x;
-        resY = sample.res_y;
-        if (wanted.kind.flag == TRK_SAMPLE_HREF && centreX != MISSING_DATA && centreY != MISSING_DATA) {
-            const double xx = static_cast<double>(centreX) * static_cast<double>(centreX);
-            const double yy = static_cast<double>(centreY) * static_cast<double>(centreY);
-            resX = static_cast<float>((xx + yy + 2.25e8) / std::sqrt(yy + 2.25e8) / 57.2958);
-            resY = static_cast<float>((xx + yy + 2.25e8) / std::sqrt(xx + 2.25e8) / 57.2958);
-        }
-        if (!(resX > 0.01F && resX < 10000.0F && resY > 0.01F && resY < 10000.0F)) {
-            resX = resY = MISSING_DATA;
-        }
-    }
-    const auto velocity = [&](const float *positions, float res) {
-        const auto model = trackerModel < 3 ? calcVelocity_non_pn7200 : calcVelocity_pn7200;
-        const bool usable = res != MISSING_DATA && res > 0.01F;
-        return usable ? model(wanted.fast, positions, static_cast<int>(n), res, static_cast<float>(rate))
-                      : MISSING_DATA;
-    };
-    (out.*wanted.x)[eye] = velocity(x.get(), resX);
-    (out.*wanted.y)[eye] = velocity(y.get(), resY);
+    const auto plausible = [](float resolution) { return resolution > 0.01F && resolution < 10000.0F; };
+    return plausible(resolutionX) && plausible(resolutionY) ? std::pair(resolutionX, resolutionY)
+                                                            : std::pair(MISSING_DATA, MISSING_DATA);
 }
 
 } // namespace
 
 void plainSetVelocity(const PlainQueue &queue, FSAMPLE_REC &sample, float resolutionX, float resolutionY, int rate,
                       int trackerModel) {
-    constexpr std::size_t kWindow = 39;
-    constexpr std::size_t kCentre = kWindow / 2;
+    constexpr std::size_t kCentre = 19;
+    constexpr std::size_t kWindow = 2 * kCentre + 1;
     const float interval = 1000.0F / static_cast<float>(rate);
     const auto window = std::make_unique_for_overwrite<const FSAMPLE_REC *[]>(kWindow);
     window[kCentre] = &sample;
@@ -180,11 +151,26 @@ void plainSetVelocity(const PlainQueue &queue, FSAMPLE_REC &sample, float resolu
         window[kCentre - k] = queue.getOldSample(sample.sort_key - offset);
         window[kCentre + k] = queue.getOldSample(sample.sort_key + offset);
     }
+    const auto getVelocity = [&](const Velocity &wanted, int eye) {
+        const auto x = std::make_unique_for_overwrite<float[]>(kWindow);
+        const auto y = std::make_unique_for_overwrite<float[]>(kWindow);
+        for (std::size_t i = 0; i < kWindow; ++i) {
+            std::tie(x[i], y[i]) = positionOf(window[i], eye, wanted);
+        }
+        const auto [perDegreeX, perDegreeY] =
+            resolutionX != MISSING_DATA ? std::pair(resolutionX, resolutionY) : resolutionOf(sample, eye, wanted);
+        const auto velocity = [&](const float *positions, float perDegree) {
+            const auto model = trackerModel < 3 ? calcVelocity_non_pn7200 : calcVelocity_pn7200;
+            const bool usable = perDegree != MISSING_DATA && perDegree > 0.01F;
+            return usable ? model(wanted.fast, positions, perDegree, static_cast<float>(rate)) : MISSING_DATA;
+        };
+        (sample.*wanted.x)[eye] = velocity(&x[kCentre], perDegreeX);
+        (sample.*wanted.y)[eye] = velocity(&y[kCentre], perDegreeY);
+    };
     for (const int eye : {0, 1}) {
-        for (const Velocities &wanted : kVelocities) {
+        for (const Velocity &wanted : kVelocities) {
             if ((sample.flags & kEyeFlags[eye]) != 0) {
-                getVelocity(wanted, rate, resolutionX, resolutionY, window.get(), kWindow, eye, trackerModel,
-                            sample);
+                getVelocity(wanted, eye);
             }
         }
     }

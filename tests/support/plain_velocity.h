@@ -28,10 +28,6 @@ class PlainQueue {
     const FSAMPLE_REC *getOldSample(uint64_t key) const;
 
   private:
-    const FSAMPLE_REC *entryWithKey(uint64_t position, uint64_t key) const {
-        return position < kCapacity && entries_[position].sort_key == key ? &entries_[position] : nullptr;
-    }
-
     std::size_t count_ = 0;
     std::array<FSAMPLE_REC, kCapacity> entries_{};
     std::array<float, 2> lastPupilSize_{1000.0F, 1000.0F};
