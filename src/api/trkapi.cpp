@@ -19,6 +19,12 @@ namespace {
 
 TRKFile &fileOf(_TRKFILE *handle) { return *reinterpret_cast<TRKFile *>(handle); }
 
+void report(int *error_value, int value) {
+    if (error_value != nullptr) {
+        *error_value = value;
+    }
+}
+
 float sampleRateOf(_TRKFILE *handle) {
     const FRECORDING *const recording = fileOf(handle).currentRecording();
     return recording != nullptr ? recording->sample_rate : 0.0F;
@@ -33,12 +39,9 @@ uint16_t typeField(const ALLF_DATA *record) {
 
 } // namespace
 
-// NOLINTNEXTLINE(readability-non-const-parameter): written through a reference
 _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples, CONFIG *config,
                            int *error_value) {
-    int unused = 0;
-    int &error = error_value != nullptr ? *error_value : unused;
-    error = 0;
+    report(error_value, 0);
     std::printf("loadEvents = %x\n", static_cast<unsigned>(loadEvents));
     try {
         const trk::OpenRequest request(path, open_flags, loadEvents, load_samples, config);
@@ -46,10 +49,10 @@ _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int
     } catch (trk::TRKException *thrown) {
         const trk::CaughtException exception(thrown);
         trk::print_log("%s\n", exception->text());
-        error = -1;
+        report(error_value, -1);
         return nullptr;
     } catch (...) {
-        error = -1;
+        report(error_value, -1);
         throw;
     }
 }

@@ -34,8 +34,8 @@ class EventPairing {
     static void initEventPairArray(EyeTimes &eye);
     static void initFixationPairArray(EyeTimes &eye);
     void pairBlinkEnd(std::size_t item, FEVENT &event, EyeTimes &eye) const;
-    void pairSaccadeEnd(FEVENT &event, EyeTimes &eye);
-    void pairFixationEnd(FEVENT &event, EyeTimes &eye);
+    static void pairSaccadeEnd(FEVENT &event, EyeTimes &eye);
+    static void pairFixationEnd(FEVENT &event, EyeTimes &eye);
 
     const ItemIndex &index_;
     std::array<EyeTimes, kEyes> eyes_;
