@@ -98,8 +98,8 @@ TEST(Calls, GettersAnswerByTheCurrentItem) {
     RecordingWriter writer;
     writer.startBlock({.time = 1000})
         .sample(1001)
-        .message(1002, "1 GO")
-        .event(EventRecord(kUnknownCode).startTime(1003));
+        .message(1005, "1 GO")
+        .event(EventRecord(kUnknownCode).startTime(1006));
     const LogCapture log;
     Recording recording = openBytes(writer.end().plain());
     _TRKFILE *const handle = recording.handle();

@@ -249,7 +249,7 @@ enum { TRK_EYE_NONE = 0, TRK_EYE_LEFT = 1, TRK_EYE_RIGHT = 2, TRK_EYE_BOTH = 3 }
 typedef struct FRECORDING {
     uint32_t time;                 /* ms */
     float sample_rate;             /* samples per second */
-    uint16_t event_content_flags;  /* content flags of the block's events; 0 at an end and when samples came first */
+    uint16_t event_content_flags;  /* content flags of the block's events; 0 at ends and when samples came first */
     uint16_t sample_content_flags; /* content flags of the block's samples, TRK_SAMPLE_* bits; 0 at an end or when
                                       events came first */
     uint8_t state;                 /* TRK_BLOCK_START or TRK_BLOCK_END */
