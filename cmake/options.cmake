@@ -5,7 +5,7 @@ target_compile_features(trkapi_options INTERFACE cxx_std_20)
 target_compile_options(trkapi_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align -Wformat=2 -Wundef -Wvla
     -Werror
-    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
+    $<$<COMPILE_LANGUAGE:CXX>:-Wno-missing-field-initializers -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
     # g++ 12 takes the value of an empty std::optional for uninitialised; clang and the sanitizers stand in.
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-maybe-uninitialized>

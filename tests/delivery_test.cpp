@@ -1,4 +1,4 @@
-// Stepping, fetching and what is put right on the way.
+// What is put right on the way from the index to the caller.
 #include "delivery/delivery.h"
 #include "index/consistency.h"
 #include "index/prescan.h"
@@ -8,35 +8,34 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 namespace {
 
 using namespace trk_test;
 using Times = std::vector<uint32_t>;
 
-constexpr int kStrict = TRK_OPEN_CHECK_AND_FILL;
-
-// The parts of an open recording, within reach.
+// The parts of an open recording, within reach, after the first step.
 struct Parts {
     trk::RecordReader reader;
     trk::ItemIndex index;
     trk::SampleQueue queue{index};
     trk::BatchReader batches;
     trk::VelocityComputer velocity{queue, 3};
-    trk::ItemReader items;
+    trk::ItemReader items{reader, index, queue, batches, velocity, nullptr};
     trk::Delivery delivery;
 
     explicit Parts(const RecordingWriter &writer, bool strict = false)
-        : batches(reader, index, queue, strict), items(reader, index, queue, batches, velocity, nullptr),
-          delivery(items, index, strict) {
+        : batches(reader, index, queue, strict), delivery(items, index, strict) {
         trk::FilePointer file(std::tmpfile());
         std::fwrite(writer.records().data(), 1, writer.records().size(), file.get());
         reader.setStream(std::make_unique<trk::FileInputStream>(std::move(file)));
         reader.setPreambleFacts(true, 5);
         trk::Prescan(reader, index, {.fillGaps = strict}).run();
         trk::checkConsistency(index, strict);
+        delivery.step();
     }
-    // The index's place of the n-th item of a kind.
+    // The n-th item of a kind.
     std::size_t find(int code, std::size_t number = 0) const {
         std::size_t place = 0;
         while (index[place].code() != static_cast<unsigned>(code) || number-- > 0) {
@@ -44,314 +43,194 @@ struct Parts {
         }
         return place;
     }
+    trk::TRKItem &item(int code, std::size_t number = 0) { return index.items()[find(code, number)]; }
+    FSAMPLE_REC sample(std::size_t number) { return delivery.read(find(REC_SAMPLE, number))->sample; }
 };
 
+// Two blocks at 1000 and 11000 ms, 2000 samples a second, gaze divisors 10 and 1.
 RecordingWriter twoBlocks(int samples) {
     RecordingWriter writer;
-    for (const int block : {0, 1}) {
-        const uint32_t start = 1000 + 10000 * static_cast<uint32_t>(block);
-        writer.startBlock({.time = start, .gazeDivisor = block == 0 ? 10 : 1});
+    for (const uint32_t start : {1000U, 11000U}) {
+        writer.startBlock({.time = start, .rate = 2000, .gazeDivisor = start == 1000 ? 10 : 1});
         for (int i = 0; i < samples; ++i) {
-            writer.sample(start + static_cast<uint32_t>(i), {(i * i + block) % 997, i});
+            const uint32_t time = start + static_cast<uint32_t>(i / 2);
+            writer.sample(
+                {.time = time, .gaze = EyePositions{{i * i % 997, i}, {}}, .resolution = Position{50, 50}});
         }
-        writer.endBlock(start + static_cast<uint32_t>(samples));
+        writer.endBlock(start + static_cast<uint32_t>(samples) + 9);
     }
     return writer.end();
 }
 
-TEST(Delivery, StepsAndFetches) {
-    Recording recording =
-        openBytes(RecordingWriter().message(990, "a").startBlock({.time = 1000}).sample(1000).end().plain());
-    _TRKFILE *const handle = recording.handle();
-    EXPECT_EQ(trk_get_float_data(handle), nullptr);
-    const struct {
-        int code;
-        ALLF_DATA *(*getter)(_TRKFILE *);
-    } cases[] = {{REC_MESSAGE, trk_get_event_data},
-                 {REC_RECORDING, trk_get_recording_data},
-                 {REC_STARTSAMPLES, trk_get_event_data},
-                 {REC_STARTEVENTS, trk_get_event_data},
-                 {REC_SAMPLE, trk_get_sample_data}};
-    for (const auto &[code, ownGetter] : cases) {
-        EXPECT_EQ(recording.step(), code);
-        for (const auto getter : {trk_get_event_data, trk_get_sample_data, trk_get_recording_data}) {
-            EXPECT_EQ(getter(handle), getter == ownGetter ? trk_get_float_data(handle) : nullptr);
-        }
-    }
-    EXPECT_EQ(recording.step(), 0);
-    EXPECT_EQ(recording.fetch(REC_SAMPLE).time(), 1000U); // stays at the last one
-}
-
 TEST(Delivery, SaysWhatCannotBeRead) {
-    RecordingWriter writer = twoBlocks(3);
-    const auto end = static_cast<int64_t>(writer.records().size());
-    const struct {
-        int code, newCode;
-        LogLines log;
-    } cases[] = {
+    const RecordingWriter writer = twoBlocks(3);
+    const std::string end = std::to_string(writer.records().size());
+    const std::pair<int, LogLines> cases[] = {
         {REC_STARTEVENTS,
-         REC_STARTEVENTS,
-         {"error reading trk file 11\n", "error reading trk file 4   -1 " + std::to_string(end) + "\n",
+         {"error reading trk file 11\n", "error reading trk file 4   -1 " + end + "\n",
           "Error Error reading event - type(readItem) \n"}},
         {REC_SAMPLE,
-         REC_SAMPLE,
          {"error reading trk file 9\n", "error reading trk file 5\n", "Error Error reading Sample - type \n"}},
-        {REC_STARTEVENTS, 40, {"Read error \n"}},
     };
-    for (const auto &[code, newCode, lines] : cases) {
+    for (const auto &[code, lines] : cases) {
         Parts parts(writer);
-        const std::size_t place = parts.find(code);
-        parts.index.items()[place].item_type = static_cast<uint16_t>(newCode);
-        parts.index.items()[place].file_position = end;
-        LogCapture log;
-        EXPECT_EQ(parts.delivery.read(place), nullptr);
+        parts.item(code).file_position = std::stoi(end);
+        const LogCapture log;
+        EXPECT_EQ(parts.delivery.read(parts.find(code)), nullptr);
         EXPECT_EQ(log.take(), lines);
-        EXPECT_NE(parts.delivery.read(parts.find(REC_SAMPLE, 1)), nullptr); // what follows can be read
+        EXPECT_EQ(parts.sample(1).time, 1000U); // the next one is not harmed
     }
 }
 
 TEST(Delivery, FlagsKeysThatAreNotTwiceTheTime) {
     RecordingWriter writer;
-    writer.startBlock({.time = 1000}).sample(1000).sample(1000).sample(0x7FFFFFFF).sample(0x80000000);
-    Recording recording = openBytes(writer.end().plain(), {.flags = TRK_OPEN_KEEP_TIMES});
-    std::vector<unsigned> flagged;
-    for (const Item &item : recording.walk()) {
-        if (item.code == REC_SAMPLE) {
-            flagged.push_back(item.sample().flags & TRK_SAMPLE_DUPLICATE_TIME);
-        }
+    Parts parts(writer.startBlock({.time = 1}).sample(9).sample(9).sample(0x7FFFFFFF).sample(0x80000000).end());
+    for (const std::size_t number : {0U, 1U, 2U, 3U}) {
+        EXPECT_EQ(parts.sample(number).flags & TRK_SAMPLE_DUPLICATE_TIME, number % 2 * 2);
     }
-    EXPECT_EQ(flagged, (std::vector<unsigned>{0, 2, 0, 2}));
 }
 
 TEST(Delivery, HidesBlinksAndFillsGapsWithPlaceholders) {
     RecordingWriter writer;
-    writer.startBlock({.time = 1000, .rate = 500, .eyes = BothEyes});
+    writer.startBlock({.time = 1000, .rate = 500}).event(EventRecord(REC_SBLINK, LeftEye).startTime(1009));
     for (const uint32_t time : {1000U, 1002U, 1004U, 1008U, 1010U}) {
         writer.sample({.time = time,
                        .eyes = BothEyes,
                        .gaze = EyePositions{{1, 2}, {3, 4}},
                        .pupilSize = EyeWords{900, 910},
-                       .status = 5,
-                       .buttons = 6});
+                       .buttons = 7});
     }
-    writer.event(EventRecord(REC_SBLINK, LeftEye).startTime(1009))
-        .event(EventRecord(REC_EBLINK, LeftEye).times(1009, 1011));
-    Parts parts(writer.endBlock(1011).end(), true);
-    while (parts.delivery.currentRecording() == nullptr) {
-        parts.delivery.step();
+    const LogCapture log;
+    Parts parts(writer.end(), true);
+    EXPECT_EQ(parts.sample(0).buttons, 7);
+    FSAMPLE_REC dummy{.time = 1006, .flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT, .sort_key = 2012};
+    std::fill_n(reinterpret_cast<float *>(&dummy) + 1, 40, MISSING_DATA);
+    dummy.pupil_size[0] = 900;
+    dummy.pupil_size[1] = 910;
+    EXPECT_EQ((Item{REC_SAMPLE, true, {parts.sample(3)}}), (Item{REC_SAMPLE, true, {dummy}}));
+    for (const std::size_t number : {4U, 5U}) { // before and in the blink
+        const FSAMPLE_REC sample = parts.sample(number);
+        EXPECT_EQ(sample.gaze_x[0], number == 4 ? 1 : MISSING_DATA);
+        EXPECT_EQ(sample.gaze_y[0], number == 4 ? 2 : MISSING_DATA);
+        EXPECT_EQ(sample.gaze_x[1], 3);
     }
-    parts.delivery.read(parts.find(REC_SAMPLE));
-    const FSAMPLE_REC dummy = parts.delivery.read(parts.find(REC_SAMPLE, 3))->sample;
-    FSAMPLE_REC expected{.time = 1006, .flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT, .sort_key = 2012};
-    std::fill_n(reinterpret_cast<float *>(&expected) + 1, 40, MISSING_DATA);
-    expected.pupil_size[0] = 900;
-    expected.pupil_size[1] = 910;
-    EXPECT_EQ((Item{REC_SAMPLE, true, {dummy}}), (Item{REC_SAMPLE, true, {expected}}));
-    const FSAMPLE_REC before = parts.delivery.read(parts.find(REC_SAMPLE, 4))->sample;
-    EXPECT_EQ((std::array{before.gaze_x[0], before.gaze_y[0], before.gaze_x[1]}), (std::array{1.0F, 2.0F, 3.0F}));
-    const FSAMPLE_REC inside = parts.delivery.read(parts.find(REC_SAMPLE, 5))->sample;
-    EXPECT_EQ((std::array{inside.gaze_x[0], inside.gaze_y[0], inside.gaze_x[1]}),
-              (std::array{MISSING_DATA, MISSING_DATA, 3.0F}));
 }
 
-// The index has the second sample half a key later than the file.
-TEST(Delivery, ReplacesMistimedSamplesWhenStrict) {
+TEST(Delivery, LacksVelocitiesOutsideOfBlocks) {
+    Parts parts(twoBlocks(100));
+    EXPECT_EQ(parts.sample(0).gaze_fvel_x[0], MISSING_DATA);
+    EXPECT_NE(parts.sample(50).gaze_fvel_x[0], MISSING_DATA);
+    while (parts.delivery.currentRecording() != nullptr) {
+        parts.delivery.step();
+    }
+    const LogCapture log;
+    EXPECT_EQ(parts.sample(50).gaze_fvel_x[0], MISSING_DATA);
+    EXPECT_EQ(log.take()[0], "WARNING: TRK FILE MAY BE CORRUPTED. Samples 1025 found without start recording \n");
+}
+
+TEST(Batches, BelieveTheIndexWhenStrict) {
     for (const bool strict : {false, true}) {
         Parts parts(twoBlocks(3), strict);
-        const std::size_t place = parts.find(REC_SAMPLE, 1);
-        parts.index.items()[place].sort_key = 2 * 1001 + 2 + 1;
-        LogCapture log;
-        parts.delivery.read(place - 1);
-        const FSAMPLE_REC sample = parts.delivery.read(place)->sample;
-        EXPECT_EQ(sample.time, strict ? 1002U : 1001U);
-        EXPECT_EQ(sample.flags & ~TRK_SAMPLE_FULL_TIME, strict ? 0xC002U : 0x8503U);
-        EXPECT_EQ(sample.gaze_x[0], strict ? MISSING_DATA : 1.0F);
+        parts.item(REC_SAMPLE, 2).sort_key = 2005; // half a millisecond after 1002; the file has 1001
+        EXPECT_EQ(parts.sample(0).time, 1000U);
+        EXPECT_EQ(parts.sample(2).time, strict ? 1002U : 1001U);
+        EXPECT_EQ(parts.sample(2).flags, strict ? 0xC002 : 0x8603);
     }
 }
 
 TEST(Batches, EndWithTheirBlock) {
-    const std::vector<std::vector<std::size_t>> dummies{{}, {0}, {2, 4}, {4}, {0, 1, 2, 3, 4}};
-    for (const std::vector<std::size_t> &numbers : dummies) {
+    for (const auto &dummies : std::vector<std::vector<std::size_t>>{{}, {0}, {2, 4}, {0, 1, 2, 3, 4}}) {
         Parts parts(twoBlocks(5));
-        for (const std::size_t number : numbers) {
-            parts.index.items()[parts.find(REC_SAMPLE, number)].file_position = trk::kNoFilePosition;
+        std::ranges::for_each(dummies, [&](std::size_t i) { parts.item(REC_SAMPLE, i).file_position = -1; });
+        for (const std::size_t first : {3U, 0U}) { // an earlier start empties the queue
+            EXPECT_EQ(parts.batches.batchReadSample(parts.find(REC_SAMPLE, first)), 0);
+            EXPECT_EQ(parts.queue.count(), 5 - static_cast<int>(first));
         }
-        parts.batches.batchReadSample(parts.find(REC_SAMPLE, 1));
-        EXPECT_EQ(parts.queue.count(), 4);
-        parts.queue.clear();
-        parts.batches.batchReadSample(parts.find(REC_SAMPLE));
-        EXPECT_EQ(parts.queue.count(), 5);
-        EXPECT_EQ(parts.queue.key(4), 2 * 1004U);
     }
 }
 
 // Fetching the start of a block changes how the samples of another one read.
-TEST(Batches, TakeTheDivisorsOfTheLastStartFetched) {
-    Parts parts(twoBlocks(3));
-    const auto gaze = [&parts](std::size_t number) {
-        LogCapture log;
-        return parts.delivery.read(parts.find(REC_SAMPLE, number))->sample.gaze_x[0];
-    };
-    EXPECT_EQ(gaze(2), 4.0F); // the scan has read the second block last
+TEST(Batches, TakeTheDivisorsOfTheStartReadLast) {
+    Parts parts(twoBlocks(4));
+    EXPECT_EQ(parts.sample(3).gaze_x[0], 9); // the scan read the second block last
     parts.delivery.read(parts.find(REC_STARTSAMPLES));
-    EXPECT_EQ(gaze(5), 0.5F);
-    EXPECT_EQ(gaze(1), 0.1F);
+    EXPECT_EQ(parts.sample(7).gaze_x[0], 0.9F);
 }
 
+// Velocities lack at the edges of the block only: the queue is refilled before its end is reached.
 TEST(Batches, DeliverTheSameInAnyOrder) {
     constexpr std::size_t kSamples = 3000;
-    const RecordingWriter writer = twoBlocks(kSamples);
-    Parts inOrder(writer);
-    Parts atRandom(writer);
-    for (Parts *const parts : {&inOrder, &atRandom}) {
-        parts->delivery.step();
-        parts->delivery.read(parts->find(REC_STARTSAMPLES));
-    }
-    const std::size_t first = inOrder.find(REC_SAMPLE);
-    const auto fetched = [](Parts &parts, std::size_t place) {
-        return Item{REC_SAMPLE, true, *parts.delivery.read(place)};
-    };
+    Parts inOrder(twoBlocks(kSamples));
+    Parts atRandom(twoBlocks(kSamples));
     std::vector<Item> expected;
     for (std::size_t i = 0; i < kSamples; ++i) {
-        expected.push_back(fetched(inOrder, first + i));
+        expected.push_back({REC_SAMPLE, true, {inOrder.sample(i)}});
+        ASSERT_EQ(expected[i].sample().gaze_fvel_x[0] == MISSING_DATA, i < 19 || i + 19 >= kSamples) << i;
     }
     std::mt19937 random(1);
     for (int jump = 0; jump < 100; ++jump) {
-        const std::size_t place = random() % (kSamples - 600);
-        EXPECT_EQ(fetched(atRandom, first + place).sample().gaze_x[0], expected[place].sample().gaze_x[0]);
-        for (const std::size_t i :
-             {place + 10, place + 511 + random() % 80}) { // with the neighbours that they need
-            EXPECT_EQ(fetched(atRandom, first + i - 9).time(), expected[i - 9].time());
-            EXPECT_EQ(fetched(atRandom, first + i), expected[i]) << place << ' ' << i;
-        }
+        const std::size_t start = random() % (kSamples - 600);
+        EXPECT_EQ(atRandom.sample(start).gaze_x[0], expected[start].sample().gaze_x[0]);
+        const std::size_t place = start + 19 + random() % 45; // the neighbours that it needs are at hand
+        EXPECT_EQ((Item{REC_SAMPLE, true, {atRandom.sample(place)}}), expected[place]) << start << ' ' << place;
     }
 }
 
-TEST(Delivery, OfSamplesOutsideOfBlocksLacksVelocities) {
-    RecordingWriter writer;
-    for (uint32_t time = 990; time < 1000; ++time) {
-        writer.sample(time, {static_cast<int>(time), 0});
-    }
-    Recording recording = openBytes(writer.end().plain());
-    LogCapture log;
-    const Item item = recording.fetch(recording.step());
-    EXPECT_EQ(item.sample().gaze_x[0], 990);
-    EXPECT_EQ(log.take(),
-              (LogLines{"WARNING: TRK FILE MAY BE CORRUPTED. Samples 990 found without start recording \n"}));
-    EXPECT_TRUE(std::ranges::all_of(
-        recording.walk(), [](const Item &each) { return each.sample().gaze_fvel_x[0] == MISSING_DATA; }));
-}
-
-// ---- Events and their starts ----
-
+// Events: a letter, the start, "-" and the end, "r" for the right eye; "!" first for strict checks. B b are blinks,
+// A a saccades, F f fixations, < > starts and ends of events blocks, m messages. Then the start times that the ends
+// of eye events are delivered with.
 TEST(EventPairing, StartsEndsAtTheirOwnStarts) {
-    constexpr uint32_t kUnset = 0xFFFFFFFF;
-    const auto at = [](int code, uint32_t time, Eyes eye = LeftEye) {
-        return EventRecord(code, eye).startTime(time);
-    };
-    const auto span = [](int code, uint32_t start, uint32_t end, Eyes eye = LeftEye) {
-        return EventRecord(code, eye).times(start, end);
-    };
-    const struct {
-        std::vector<EventRecord> events;
-        Times starts, ownStarts; // of the ends
-    } cases[] = {
-        {{at(5, 1010), span(6, 1012, 1020)}, {1012}, {1012}},
-        {{at(5, 1010), at(3, 1012), span(4, 1012, 1014), span(6, 1015, 1020)}, {1012, 1010}, {1012, 1015}},
-        {{at(5, 1010), at(3, 1012, RightEye), span(4, 1012, 1014, RightEye), span(6, 1015, 1020)},
-         {1012, 1015},
-         {1012, 1015}},
-        {{at(7, 1010), span(8, 1012, 1020), span(8, 1013, 1021)}, {1010, 1010}, {1012, 1013}},
-        {{span(8, 1012, 1020)}, {kUnset}, {1012}},
-        // An end of fixation makes the saccade forgotten.
-        {{at(5, 1010), at(3, 1012), span(4, 1012, 1014), at(7, 1015), span(8, 1015, 1016), span(6, 1017, 1020)},
-         {1012, 1015, kUnset},
-         {1012, 1015, 1017}},
-        // Joined blinks.
-        {{at(5, 1010), at(3, 1012), span(4, 1012, 1014), at(3, 1016), span(4, 1016, 1018), span(6, 1019, 1020)},
-         {1012, 1010},
-         {1012, 1016, 1019}},
-    };
-    for (const auto &[events, starts, ownStarts] : cases) {
+    constexpr std::string_view kLetters = "...BbAaFf........<>.....m"; // by code
+    for (const std::string text :
+         {"!A10 a12-20: 12", "A10 B12 b12-14 a15-20: 12 15", "!A10 B12 b12-14 a15-20: 12 10",
+          "!A10 B12r b12-14r a15-20: 12 15", "F10 f12-20: 12", "!F10 f12-20 f13-21: 10 10", "!f12-20: 4294967295",
+          "!A10 B12 b12-14 F15 f15-16 a17-20: 12 15 4294967295", // the fixation made the saccade forgotten
+          "!A10 B12 b12-14 B16 b16-18 a19-20: 12 10",            // joined blinks
+          // Moved onto a block: starts to 20, ends to 5. The end of a moved blink looks for its start.
+          "!<1 >5 A10 B12 <20 b22-24 a23-30: 20 20", "!<1 >5 b6-8 <20: 5", "!<1 >5 B10 <20 F21 b22-24: 22",
+          "!<1 >5 B10 <20 F21r m21 b22-24: 20", "<1 >5 B10 <20 b22-24: 22"}) {
+        const bool strict = text[0] == '!';
+        const std::size_t colon = text.find(':');
         RecordingWriter writer;
-        writer.startBlock({.time = 1000});
-        std::ranges::for_each(events, [&writer](const EventRecord &event) { writer.event(event); });
-        writer.endBlock(1090).end();
-        for (const int flags : {int{TRK_OPEN_CHECK}, kStrict}) {
-            Recording recording = openBytes(writer.plain(), {.flags = flags});
-            Times found;
-            while (const int code = recording.step()) {
-                if (code == REC_EBLINK || code == REC_ESACC ||
-                    code == REC_EFIX) { // starts are seen without a fetch
-                    found.push_back(recording.fetch(code).time());
-                }
-            }
-            EXPECT_EQ(found, flags == kStrict ? starts : ownStarts);
+        std::istringstream tokens(text.substr(strict ? 1 : 0, colon - (strict ? 1 : 0)));
+        for (std::string token; tokens >> token;) {
+            uint32_t start = 0;
+            uint32_t end = 0;
+            const bool hasEnd = std::sscanf(token.c_str(), "%*c%u-%u", &start, &end) == 2;
+            EventRecord event(static_cast<int>(kLetters.find(token[0])), token.back() == 'r' ? RightEye : LeftEye);
+            writer.event(hasEnd ? event.times(start, end) : event.startTime(start));
         }
+        Recording recording = openBytes(writer.end().plain(), {strict ? TRK_OPEN_CHECK_AND_FILL : TRK_OPEN_CHECK});
+        std::string starts;
+        while (const int code = recording.step()) { // the other events are seen without a fetch
+            if (code == REC_EBLINK || code == REC_ESACC || code == REC_EFIX) {
+                starts += ' ' + std::to_string(recording.fetch(code).time());
+            }
+        }
+        EXPECT_EQ(starts, text.substr(colon + 1)) << text;
     }
 }
-
-// An event of each kind between the start and the end of a blink, and the mark on the end.
-TEST(EventPairing, FollowsTheMarksOfTheIndex) {
-    const struct {
-        int code;
-        Eyes eye;
-        uint16_t mark;
-        uint32_t start;
-    } cases[] = {{REC_SFIX, LeftEye, 0, 1012},
-                 {REC_SFIX, LeftEye, trk::kItemMoved, 1020},
-                 {REC_SFIX, LeftEye, trk::kItemBlinkRepaired, 1012},
-                 {REC_SFIX, RightEye, trk::kItemBlinkRepaired, 1010},
-                 {REC_ENDEVENTS, LeftEye, trk::kItemBlinkRepaired, 1012},
-                 {REC_STARTEVENTS, LeftEye, trk::kItemBlinkRepaired, 1010},
-                 {REC_INPUT, LeftEye, trk::kItemBlinkRepaired, 1010}};
-    for (const auto &[code, eye, mark, start] : cases) {
-        RecordingWriter writer;
-        writer.event(EventRecord(REC_SBLINK, LeftEye).startTime(1010))
-            .event(EventRecord(code, eye).startTime(1011));
-        Parts parts(writer.event(EventRecord(REC_EBLINK, LeftEye).times(1012, 1020)).end(), true);
-        const std::size_t end = parts.find(REC_EBLINK);
-        parts.index.items()[end].item_type |= mark;
-        EXPECT_EQ(parts.delivery.read(end)->event.start_time, start) << code;
-        const std::size_t blink = parts.find(REC_SBLINK);
-        parts.index.items()[blink].sort_key -= 10;
-        parts.index.items()[blink].item_type |= mark;
-        EXPECT_EQ(parts.delivery.read(blink)->event.start_time, mark == trk::kItemMoved ? 1005U : 1010U);
-    }
-}
-
-// ---- Late recordings ----
 
 // The first record delivered sets the origin of the blocks, the first record of the file that of all else.
 TEST(TimeAdjustment, MovesLateRecordings) {
-    const struct {
-        uint32_t last;
-        int flags, skipped;
-        Times times; // of what is fetched, less `base`
-        uint32_t base;
-        LogLines log;
-    } cases[] = {
-        {399999999, 0, 0, {0, 10, 10, 10, 12, 20, 20, 20, 20}, 399999979, {}},
-        {400000000, TRK_OPEN_KEEP_TIMES, 0, {0, 10, 10, 10, 12, 20, 20, 20, 20}, 399999980, {}},
-        {400000000, 0, 0, {0, 10, 10, 10, 12, 20, 20, 20, 20}, 0, {"Enabling time offset fixup \n"}},
-        {400000000, 0, 1, {0, 10, 10, 12, 20, 20, 20, 10}, 0, {"Enabling time offset fixup\n"}},
-        {400000000, 0, 4, {12, 20, 20, 20, 8}, 0, {"Enabling time offset fixup\n"}},
-    };
-    for (const auto &[last, flags, skipped, times, base, lines] : cases) {
+    using Case = std::tuple<uint32_t, int, int, uint32_t, Times, LogLines>;
+    for (const auto &[last, flags, skipped, origin, times, lines] :
+         {Case{399999999, 0, 0, 399999979, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {}},
+          Case{400000000, TRK_OPEN_KEEP_TIMES, 0, 399999980, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {}},
+          Case{400000000, 0, 0, 0, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {"Enabling time offset fixup \n"}},
+          Case{400000000, 0, 1, 0, {0, 10, 10, 12, 20, 20, 20, 10}, {"Enabling time offset fixup\n"}},
+          Case{400000000, 0, 4, 0, {12, 20, 20, 20, 8}, {"Enabling time offset fixup\n"}}}) {
         RecordingWriter writer;
-        writer.message(last - 20, "a")
-            .startBlock({.time = last - 10})
-            .sample(last - 8)
-            .sample(last)
-            .endBlock(last);
-        LogCapture log;
+        writer.message(last - 20, "a").startBlock({.time = last - 10}).sample(last - 8).sample(last);
+        writer.endBlock(last);
+        const LogCapture log;
         Recording recording = openBytes(writer.end().plain(), {.flags = flags});
         for (int i = 0; i < skipped; ++i) {
             recording.step();
         }
         Times found;
         for (const Item &item : recording.walk()) {
-            found.push_back(item.time() - base);
+            found.push_back(item.time() - origin);
         }
         EXPECT_EQ(found, times) << last;
         EXPECT_EQ(log.take(), lines);

@@ -1,5 +1,4 @@
 // The item index: what enters it, gaps, recording blocks, the order and the repairs.
-#include "api/internal_calls.h"
 #include "index/consistency.h"
 #include "index/item_order.h"
 #include "support/walk.h"
@@ -17,7 +16,7 @@ using trk::TRKItem;
 
 TEST(Prescan, IndexesWhatIsAskedFor) {
     RecordingWriter writer;
-    writer.startBlock({.time = 1000}).sample({.time = 1000, .gaze = EyePositions{}, .input = 7});
+    writer.startBlock({.time = 1000}).sample(1000);
     for (const int code : {0, 1, 2, 3, 4, 9, 25, 28, 30, 40}) {
         writer.event(EventRecord(code, LeftEye).times(1001, 1002));
     }
@@ -25,26 +24,19 @@ TEST(Prescan, IndexesWhatIsAskedFor) {
         writer.event(EventRecord(code)); // without a time
     }
     const Bytes bytes = writer.endBlock(1003).end().end().plain();
-    const LogLines skipped{"Unexpected event type tag 0. Skipping event \n",
-                           "Unexpected time stamp 0. Skipping event \n",
-                           "Unexpected time stamp 0. Skipping event \n"};
-    const struct {
-        OpenOptions options;
-        std::vector<int> codes;
-        int inputs; // bit 0 input events, bit 1 samples with inputs
-        LogLines log = {};
-    } cases[] = {
-        {{}, {5, 6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30}, 3},
-        {{TRK_OPEN_TOLERANT}, {6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30}, 3, skipped},
-        {{.loadEvents = 0}, {30, 15, 200, 16, 30}, 2},
-        {{.loadSamples = 0}, {5, 6, 30, 17, 3, 9, 25, 28, 40, 4, 18, 30}, 1},
-        {{.loadEvents = 0, .loadSamples = 0}, {}, 0},
+    const std::string untimed = "Unexpected time stamp 0. Skipping event \n";
+    const LogLines skipped{"Unexpected event type tag 0. Skipping event \n", untimed, untimed};
+    const std::tuple<OpenOptions, std::vector<int>, LogLines> cases[] = {
+        {{}, {5, 6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30}, {}},
+        {{TRK_OPEN_TOLERANT}, {6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30}, skipped},
+        {{.loadEvents = 0}, {30, 15, 200, 16, 30}, {}},
+        {{.loadSamples = 0}, {5, 6, 30, 17, 3, 9, 25, 28, 40, 4, 18, 30}, {}},
+        {{.loadEvents = 0, .loadSamples = 0}, {}, {}},
     };
-    for (const auto &[options, codes, inputs, lines] : cases) {
+    for (const auto &[options, codes, lines] : cases) {
         LogCapture log;
         Recording recording = openBytes(bytes, options);
         EXPECT_EQ(log.take(), lines);
-        EXPECT_EQ(trk_get_input_data_availibity(recording.handle()), inputs);
         std::vector<int> found;
         while (const int code = recording.step()) {
             found.push_back(code);
@@ -62,32 +54,27 @@ TEST(Gaps, AreFilledWhereThePeriodIsKnown) {
     const std::string tooMany = "Missing samples are over 10000, skip it without addimg missing samples\n ";
     const std::string mismatch =
         "Intersample period does not match with the sample rate given by the start recording "
-        "event! Using start recording sample rate. 4 2 2002 2004 \n";
-    const struct {
-        double rate;
-        std::vector<uint32_t> times;
-        Keys keys;
-        std::string log;
-        int flags = TRK_OPEN_CHECK_AND_FILL;
-    } cases[] = {
-        {500, {996, 998, 1000, 1010}, {1992, 1996, 2000, 2004, 2008, 2012, 2016, 2020}, missing("5", "1000-1010")},
-        {500, {996, 998, 1000, 1010}, {1992, 1996, 2000, 2020}, "", TRK_OPEN_CHECK},
-        {500, {996, 998, 1000, 999}, {1992, 1996, 1998, 2000}, missing("-1", "1000-999")},
-        {500, {996, 998, 1000, 1003}, {1992, 1996, 2000, 2006}, missing("1", "1000-1003")},
-        {500, {996, 998, 1000, 21002}, {1992, 1996, 2000, 42004}, missing("10001", "1000-21002") + tooMany},
-        {500, {998, 1000, 1010, 1012, 1016}, {1996, 2000, 2020, 2024, 2028, 2032}, missing("2", "1012-1016")},
-        {500, {0, 2, 6}, {0, 4, 12}, ""},
-        {60, {900, 933, 966, 1000, 1100}, {1800, 1866, 1932, 2000, 2200}, ""},
-        {60, {996, 998, 1000, 1004}, {1992, 1996, 2000, 2004, 2008}, missing("2", "1000-1004")},
-        {2000, {50, 50, 51, 51, 53}, {100, 101, 102, 103, 104, 105, 106, 106}, missing("4", "51-53")},
-        {500, {1000, 1001, 1002, 1006}, {2000, 2002, 2004, 2008, 2012}, mismatch + missing("2", "1002-1006")},
+        "event! Using start recording sample rate. 4 2 202 204 \n";
+    const std::tuple<bool, double, std::vector<uint32_t>, Keys, std::string> cases[] = {
+        {true, 500, {96, 98, 100, 110}, {192, 196, 200, 204, 208, 212, 216, 220}, missing("5", "100-110")},
+        {false, 500, {96, 98, 100, 110}, {192, 196, 200, 220}, ""},
+        {true, 500, {96, 98, 100, 99}, {192, 196, 198, 200}, missing("-1", "100-99")},
+        {true, 500, {96, 98, 100, 103}, {192, 196, 200, 206}, missing("1", "100-103")},
+        {true, 500, {96, 98, 100, 20102}, {192, 196, 200, 40204}, missing("10001", "100-20102") + tooMany},
+        {true, 500, {98, 100, 110, 112, 116}, {196, 200, 220, 224, 228, 232}, missing("2", "112-116")},
+        {true, 500, {0, 2, 6}, {0, 4, 12}, ""},
+        {true, 60, {900, 933, 966, 1000, 1100}, {1800, 1866, 1932, 2000, 2200}, ""},
+        {true, 60, {96, 98, 100, 104}, {192, 196, 200, 204, 208}, missing("2", "100-104")},
+        {true, 2000, {50, 50, 51, 51, 53}, {100, 101, 102, 103, 104, 105, 106, 106}, missing("4", "51-53")},
+        {true, 500, {100, 101, 102, 106}, {200, 202, 204, 208, 212}, mismatch + missing("2", "102-106")},
     };
-    for (const auto &[rate, times, keys, text, flags] : cases) {
+    for (const auto &[strict, rate, times, keys, text] : cases) {
         RecordingWriter writer;
         writer.startBlock({.time = times.front(), .rate = rate});
         std::ranges::for_each(times, [&writer](uint32_t time) { writer.sample(time); });
         LogCapture log;
-        Recording recording = openBytes(writer.endBlock(30000).end().plain(), {.flags = flags});
+        Recording recording =
+            openBytes(writer.endBlock(30000).end().plain(), {strict ? TRK_OPEN_CHECK_AND_FILL : TRK_OPEN_CHECK});
         const LogLines lines = log.take();
         EXPECT_EQ(std::accumulate(lines.begin(), lines.end(), std::string()), text);
         Keys found;
@@ -108,10 +95,8 @@ TEST(RecordingBlocks, AreJoinedOfSamplesAndEvents) {
     const Bytes withdrawn =
         startSamples({.time = 7, .eyes = RightEye, .content = 0x0510}).bytes() +
         RecordingWriter().sample({.time = 9, .extension = ExtensionBlock{0xF2, {1, 2}}}).records();
-    const struct {
-        Bytes records;
-        std::string blocks; // of each: state, time, type, eye, pos_type, content of samples and events, divisor
-    } cases[] = {
+    // Of each block: state, time, type, eye, pos_type, content of samples and of events, gaze divisor.
+    const std::pair<Bytes, std::string> cases[] = {
         {samples + events(1002, 2) + endEvents(1900).bytes() + endSamples(1901).bytes(),
          "1 1000 3 1 2 8500 0 10;0 1901 3 1 0 0 0 0;"},
         {events(1002, 4) + samples + endSamples(1900).bytes(), "1 1000 3 1 4 0 1fff 0;0 1900 1 1 0 0 0 0;"},
@@ -188,15 +173,12 @@ TEST(Order, OfTwoItemsFollowsTheRules) {
     }
 }
 
-// Among `count` items, one stands at `from` and belongs to `to`. Items of equal keys stay in order.
+// Among so many items, the one that stands at `from` belongs to `to`. Items of equal keys stay in order.
 TEST(Order, OfLargeIndexesIsMadeInChunks) {
-    for (const auto &[count, from, to, reached] :
-         std::initializer_list<std::array<std::size_t, 4>>{{20000, 19999, 0, 0},
-                                                           {20001, 20000, 0, 10500},
-                                                           {20001, 13499, 0, 0},
-                                                           {20001, 13500, 10498, 10500},
-                                                           {20001, 13500, 10502, 10502},
-                                                           {40000, 39999, 31000, 31500}}) {
+    const std::array<std::size_t, 4> cases[] = {{20000, 19999, 0, 0},         {20001, 20000, 0, 10500},
+                                                {20001, 13499, 0, 0},         {20001, 13500, 10498, 10500},
+                                                {20001, 13500, 10502, 10502}, {40000, 39999, 31000, 31500}};
+    for (const auto &[count, from, to, reached] : cases) {
         ItemIndex index;
         for (std::size_t i = 0; i < count; ++i) {
             index.append({static_cast<int64_t>(i), REC_SAMPLE, 0, 10 + i / 2 * 4});

@@ -29,9 +29,9 @@ struct Queues {
     }
 };
 
-// Gaze i^3 + 3 i^2, i = -19 to 19, at 25 units per degree; the eye is lost at the distances `lost`. The smoothed
-// and the fast velocity in the middle. By hand, without the even part, which falls out: 250 / 25 x 18 x 0.167 and
-// 250 / 25 x 2 / 2, then 10 x 100, 1012, 9016 x 0.167 x scale and 10 x 4.5, 56, 540 x scale.
+// Positions i^3 + 3 i^2, i = -19 to 19, at 25 units per degree; the eye is lost at the distances `lost`. By hand,
+// without the even part, which falls out: 250 / 25 x 18 x 0.167 smoothed and 250 / 25 x 2 / 2 fast, then 10 x 100,
+// 1012, 9016 x 0.167 x scale and 10 x 4.5, 56, 540 x scale. HREF has its own resolution: 15000 / 57.2958 at (0, 0).
 TEST(Velocity, BothModelsByHand) {
     constexpr float kNone = MISSING_DATA;
     const struct {
@@ -50,36 +50,18 @@ TEST(Velocity, BothModelsByHand) {
         Queues queues;
         for (int i = -19; i <= 19; ++i) {
             Sample sample{};
-            sample.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_GAZE | TRK_SAMPLE_PUPIL_SIZE;
-            sample.gaze_x[0] = static_cast<float>(i * i * i + 3 * i * i);
+            sample.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_GAZE | TRK_SAMPLE_HREF | TRK_SAMPLE_PUPIL_SIZE;
+            sample.href_x[0] = sample.gaze_x[0] = static_cast<float>(i * i * i + 3 * i * i);
             sample.res_x = sample.res_y = 25;
             sample.pupil_size[0] = std::ranges::count(lost, i) != 0 ? 14.9F : 15.0F;
             queues.add(sample, static_cast<uint64_t>(1000 + i * 2000 / rate));
         }
         Sample middle = queues.queue.entry(19);
         trk::VelocityComputer(queues.queue, model).setVelocity(middle, {}, rate);
+        const float hrefPerDegree = std::ranges::count(lost, 0) != 0 ? 25 : 261.79929F;
+        EXPECT_FLOAT_EQ(middle.href_fvel_x[0], fast == kNone ? kNone : fast * 25 / hrefPerDegree);
         EXPECT_FLOAT_EQ(middle.gaze_vel_x[0], smoothed) << rate << ' ' << model << testing::PrintToString(lost);
         EXPECT_FLOAT_EQ(middle.gaze_fvel_x[0], fast) << rate << ' ' << model << testing::PrintToString(lost);
-    }
-}
-
-// Units per degree at the centre: 15000 / 57.2958. At (20000, 0), where the squares add up to that of 25000:
-// 25000^2 / 15000 / 57.2958 and 25000 / 57.2958.
-TEST(Velocity, HrefResolutionByHand) {
-    for (const auto &[x, perDegreeX, perDegreeY] :
-         {std::array{0.0F, 261.79929F, 261.79929F}, std::array{20000.0F, 727.22026F, 436.33215F}}) {
-        Queues queues;
-        for (const float i : {-1.0F, 0.0F, 1.0F}) {
-            Sample sample{};
-            sample.flags = TRK_SAMPLE_RIGHT | TRK_SAMPLE_HREF;
-            sample.href_x[1] = x + 1000 * i;
-            sample.href_y[1] = 1000 * i;
-            queues.add(sample, static_cast<uint64_t>(100 + 8 * i));
-        }
-        Sample middle = queues.queue.entry(1);
-        trk::VelocityComputer(queues.queue, 2).setVelocity(middle, {}, 250);
-        EXPECT_FLOAT_EQ(middle.href_fvel_x[1], 250000 / perDegreeX);
-        EXPECT_FLOAT_EQ(middle.href_fvel_y[1], 250000 / perDegreeY);
     }
 }
 

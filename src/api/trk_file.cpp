@@ -36,12 +36,16 @@ OpenRequest::OpenRequest(const char *pathName, int openFlags, int loadEventsFlag
       loadSamples(loadSamplesFlag != 0) {}
 
 TRKFile::TRKFile(const OpenRequest &request)
-    : reader_(request.cutMessageOffsets), preamble_(openContainer(request.path)), facts_(buildIndex(request)),
+    : reader_(request.cutMessageOffsets), preamble_(openContainer(request.path)), facts_(preScan(request)),
       queue_(index_), batchReader_(reader_, index_, queue_, request.strict),
       velocity_(queue_, preamble_.trackerModel),
       itemReader_(reader_, index_, queue_, batchReader_, velocity_, request.config),
       delivery_(itemReader_, index_, request.strict),
-      times_(request.keepTimes, facts_.firstSampleTime, facts_.lastSampleTime) {}
+      times_(request.keepTimes, facts_.firstSampleTime, facts_.lastSampleTime) {
+    if (request.checkConsistency) {
+        checkConsistency(index_, request.strict);
+    }
+}
 
 Preamble TRKFile::openContainer(const char *path) {
     std::unique_ptr<InputStream> stream = std::make_unique<FileInputStream>(path);
@@ -55,16 +59,12 @@ Preamble TRKFile::openContainer(const char *path) {
     return preamble;
 }
 
-PrescanFacts TRKFile::buildIndex(const OpenRequest &request) {
+PrescanFacts TRKFile::preScan(const OpenRequest &request) {
     const PrescanOptions options{.tolerant = request.tolerant,
                                  .fillGaps = request.strict,
                                  .loadEvents = request.loadEvents,
                                  .loadSamples = request.loadSamples};
-    const PrescanFacts facts = Prescan(reader_, index_, options).run();
-    if (request.checkConsistency) {
-        checkConsistency(index_, request.strict);
-    }
-    return facts;
+    return Prescan(reader_, index_, options).run();
 }
 
 void TRKFile::gotoIndex(int index) {

@@ -61,7 +61,7 @@ class TRKFile {
 
   private:
     Preamble openContainer(const char *path);
-    PrescanFacts buildIndex(const OpenRequest &request);
+    PrescanFacts preScan(const OpenRequest &request);
 
     // In the order in which opening sets them up.
     RecordReader reader_;

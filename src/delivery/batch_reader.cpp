@@ -9,6 +9,10 @@ namespace {
 
 bool endsBlock(int code) { return code == REC_ENDSAMPLES || code == REC_ENDEVENTS; }
 
+// Samples that go back in time are not added. In a recording that goes back for good, reading on to its end would
+// add nothing and cost the more the longer it is.
+constexpr int kMostRefused = 8 * SampleQueue::kCapacity;
+
 // Stands for a sample that the tracker lost, or that is not where the index has it.
 constexpr Sample placeholderSample() {
     Sample sample{};
@@ -59,15 +63,12 @@ int BatchReader::batchReadSample(std::size_t index) {
     }
     // While dummies are made the stream stays where it is; the next real sample is found by a seek.
     bool seekFirst = true;
-    while (!queue_.isFull()) {
+    int refused = 0;
+    while (!queue_.isFull() && refused < kMostRefused) {
         const TRKItem &item = index_[index];
-        if (item.isDummy()) {
-            addDummy(item);
-            seekFirst = true;
-        } else {
-            addSample(item, seekFirst);
-            seekFirst = false;
-        }
+        const bool added = item.isDummy() ? addDummy(item) : addSample(item, seekFirst);
+        refused = added ? 0 : refused + 1;
+        seekFirst = item.isDummy();
         if (!toNextSample(index, seekFirst) || (!seekFirst && !toNextSampleRecord(index_[index]))) {
             return 0;
         }
@@ -114,7 +115,7 @@ bool BatchReader::toNextSampleRecord(const TRKItem &item) {
     }
 }
 
-void BatchReader::addSample(const TRKItem &item, bool seekFirst) {
+bool BatchReader::addSample(const TRKItem &item, bool seekFirst) {
     const uint32_t indexTime = timeOfKey(item.sort_key);
     if (seekFirst) {
         resetPosition(reader_, item);
@@ -131,17 +132,16 @@ void BatchReader::addSample(const TRKItem &item, bool seekFirst) {
         throwException("Error reading Sample - type");
     }
     if (replaceMistimed_ && sample.time != indexTime) {
-        addDummy(item);
-    } else {
-        queue_.addSample(sample, item.sort_key);
+        return addDummy(item);
     }
+    return queue_.addSample(sample, item.sort_key);
 }
 
-void BatchReader::addDummy(const TRKItem &item) {
+bool BatchReader::addDummy(const TRKItem &item) {
     Sample &sample = queue_.freeSlot();
     sample = kPlaceholder;
     sample.time = timeOfKey(item.sort_key);
-    queue_.addSample(sample, item.sort_key);
+    return queue_.addSample(sample, item.sort_key);
 }
 
 } // namespace trk

@@ -26,8 +26,8 @@ class BatchReader final : public SampleRefill {
   private:
     bool toNextSample(std::size_t &index, bool stopAtBlockEnd) const;
     bool toNextSampleRecord(const TRKItem &item);
-    void addSample(const TRKItem &item, bool seekFirst);
-    void addDummy(const TRKItem &item);
+    bool addSample(const TRKItem &item, bool seekFirst);
+    bool addDummy(const TRKItem &item);
 
     RecordReader &reader_;
     const ItemIndex &index_;

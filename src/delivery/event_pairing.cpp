@@ -26,19 +26,25 @@ std::optional<uint32_t> blinkStartBefore(const ItemIndex &index, std::size_t bli
 
 } // namespace
 
-// Forgets saccade and blink.
-void EventPairing::initEventPairArray(EyeTimes &eye) {
-    initFixationPairArray(eye);
-    eye.sblink_time = eye.eblink_time = kUnset;
+// Forgets the saccade and the blink of an eye; returns the eye.
+int EventPairing::initEventPairArray(int eye) {
+    EyeTimes &times = eyes_[static_cast<std::size_t>(initFixationPairArray(eye))];
+    times.sblink_time = times.eblink_time = kUnset;
+    return eye;
 }
 
-// Forgets the saccade.
-void EventPairing::initFixationPairArray(EyeTimes &eye) { eye.ssacc_time = eye.esacc_time = kUnset; }
+// Forgets the saccade of an eye; returns the eye.
+int EventPairing::initFixationPairArray(int eye) {
+    EyeTimes &times = eyes_[static_cast<std::size_t>(eye)];
+    times.ssacc_time = times.esacc_time = kUnset;
+    return eye;
+}
 
 void EventPairing::pair(std::size_t item, FEVENT &event) {
     const uint32_t indexTime = timeOfKey(index_[item].sort_key);
     const bool moved = (index_[item].item_type & kItemMoved) != 0;
-    EyeTimes &eye = eyes_[event.eye != 0 ? 1 : 0];
+    const int eyeNumber = event.eye != 0 ? 1 : 0;
+    EyeTimes &eye = eyes_[static_cast<std::size_t>(eyeNumber)];
     switch (event.type) {
     case REC_SBLINK:
     case REC_SSACC:
@@ -51,13 +57,13 @@ void EventPairing::pair(std::size_t item, FEVENT &event) {
         pairBlinkEnd(item, event, eye);
         break;
     case REC_ESACC:
-        pairSaccadeEnd(event, eye);
+        pairSaccadeEnd(event, eyeNumber);
         break;
     case REC_SFIX:
         eye.sfix_time = event.start_time;
         break;
     case REC_EFIX:
-        pairFixationEnd(event, eye);
+        pairFixationEnd(event, eyeNumber);
         break;
     default:
         break;
@@ -75,18 +81,20 @@ void EventPairing::pairBlinkEnd(std::size_t item, FEVENT &event, EyeTimes &eye) 
 }
 
 // A saccade that contains a blink is reported from its own start.
-void EventPairing::pairSaccadeEnd(FEVENT &event, EyeTimes &eye) {
-    eye.esacc_time = event.start_time;
-    if (eye.sblink_time != kUnset && eye.eblink_time != kUnset && eye.ssacc_time != eye.esacc_time) {
-        event.start_time = eye.ssacc_time;
+void EventPairing::pairSaccadeEnd(FEVENT &event, int eye) {
+    EyeTimes &times = eyes_[static_cast<std::size_t>(eye)];
+    times.esacc_time = event.start_time;
+    if (times.sblink_time != kUnset && times.eblink_time != kUnset && times.ssacc_time != times.esacc_time) {
+        event.start_time = times.ssacc_time;
     }
     initEventPairArray(eye);
 }
 
-void EventPairing::pairFixationEnd(FEVENT &event, EyeTimes &eye) {
-    eye.efix_time = event.start_time;
-    if (eye.sfix_time != eye.efix_time) {
-        event.start_time = eye.sfix_time;
+void EventPairing::pairFixationEnd(FEVENT &event, int eye) {
+    EyeTimes &times = eyes_[static_cast<std::size_t>(eye)];
+    times.efix_time = event.start_time;
+    if (times.sfix_time != times.efix_time) {
+        event.start_time = times.sfix_time;
     }
     // The saccade is forgotten and the fixation is not, on purpose.
     initFixationPairArray(eye);

@@ -31,11 +31,11 @@ class EventPairing {
         uint32_t efix_time = kUnset;
     };
 
-    static void initEventPairArray(EyeTimes &eye);
-    static void initFixationPairArray(EyeTimes &eye);
+    int initEventPairArray(int eye);
+    int initFixationPairArray(int eye);
     void pairBlinkEnd(std::size_t item, FEVENT &event, EyeTimes &eye) const;
-    static void pairSaccadeEnd(FEVENT &event, EyeTimes &eye);
-    static void pairFixationEnd(FEVENT &event, EyeTimes &eye);
+    void pairSaccadeEnd(FEVENT &event, int eye);
+    void pairFixationEnd(FEVENT &event, int eye);
 
     const ItemIndex &index_;
     std::array<EyeTimes, kEyes> eyes_;

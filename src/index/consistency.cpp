@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <vector>
 
 namespace trk {
 
@@ -41,14 +42,13 @@ class ConsistencyWalk {
                           static_cast<int>(item.sort_key >> 1));
                 continue;
             }
-            if (kept_ != next) {
-                items_[kept_] = item;
-            }
+            at(kept_) = item;
             if (!item.isSample()) {
-                seeEvent(items_[kept_]);
+                seeEvent(at(kept_));
             }
             ++kept_;
         }
+        settleMovedEnds();
         if (kept_ != items_.size()) {
             items_.resize(kept_);
             index_.orderChanged();
@@ -62,13 +62,21 @@ class ConsistencyWalk {
 
     void seeEvent(TRKItem &item) {
         if (item.isRecordingBlock()) {
-            const bool start = index_.recordingOf(item).state != TRK_BLOCK_END;
-            (start ? lastStartBlock_ : lastEndBlock_) = kept_;
-            outsideRecording_ = !start;
+            seeBlock(item);
         } else if (item.code() == REC_EBLINK) {
             seeBlinkEnd(item);
         } else if (item.code() == REC_SBLINK) {
             seeBlinkStart(item);
+        }
+    }
+
+    void seeBlock(const TRKItem &block) {
+        outsideRecording_ = index_.recordingOf(block).state == TRK_BLOCK_END;
+        if (outsideRecording_) {
+            lastEndBlock_ = kept_;
+        } else {
+            settleMovedEnds();
+            lastStartBlock_ = kept_;
         }
     }
 
@@ -89,7 +97,7 @@ class ConsistencyWalk {
         if (strict_ && orphanEnd_ && endSeen_[eye]) {
             // The blink's end was sorted before its start: start it at its end.
             blinkOpen_[eye] = endSeen_[eye] = false;
-            item.sort_key = index_.effectiveKey(items_[*orphanEnd_]);
+            item.sort_key = index_.effectiveKey(at(*orphanEnd_));
             item.mark(kItemMoved);
             index_.orderChanged();
         }
@@ -111,16 +119,39 @@ class ConsistencyWalk {
     // time, the sample belongs to the block that starts there. Puts the end before the start.
     bool moveEndBeforeStart() {
         if (!lastStartBlock_ || lastEndBlock_.value_or(0) < 1 ||
-            index_.effectiveKey(items_[*lastStartBlock_]) != index_.effectiveKey(items_[*lastEndBlock_])) {
+            index_.effectiveKey(at(*lastStartBlock_)) != index_.effectiveKey(at(*lastEndBlock_))) {
             return false;
         }
-        const auto start = items_.begin() + static_cast<std::ptrdiff_t>(*lastStartBlock_);
-        const auto end = items_.begin() + static_cast<std::ptrdiff_t>(*lastEndBlock_);
-        std::rotate(start, end, end + 1);
+        const auto end = items_.begin() + static_cast<std::ptrdiff_t>(*lastEndBlock_ - movedEnds_.size());
+        const auto keptEnd = items_.begin() + static_cast<std::ptrdiff_t>(kept_ - movedEnds_.size());
+        movedEnds_.push_back(*end);
+        std::move(end + 1, keptEnd, end);
         index_.orderChanged();
         movedEndOfBlock_ = true;
         outsideRecording_ = false;
         return true;
+    }
+
+    // The item at a place, as if the moved ends stood before the start of block, the last one first. They are put
+    // there when the walk is done with the block, so that many of them cost one move of the items behind.
+    TRKItem &at(std::size_t place) {
+        const std::size_t moved = movedEnds_.size();
+        if (moved == 0 || place < *lastStartBlock_) {
+            return items_[place];
+        }
+        const std::size_t behindStart = place - *lastStartBlock_;
+        return behindStart < moved ? movedEnds_[moved - 1 - behindStart] : items_[place - moved];
+    }
+
+    void settleMovedEnds() {
+        if (movedEnds_.empty()) {
+            return;
+        }
+        const auto start = items_.begin() + static_cast<std::ptrdiff_t>(*lastStartBlock_);
+        const auto keptEnd = items_.begin() + static_cast<std::ptrdiff_t>(kept_);
+        std::move_backward(start, keptEnd - static_cast<std::ptrdiff_t>(movedEnds_.size()), keptEnd);
+        std::ranges::reverse_copy(movedEnds_, start);
+        movedEnds_.clear();
     }
 
     ItemIndex &index_;
@@ -129,6 +160,7 @@ class ConsistencyWalk {
     std::size_t kept_ = 0; // number of items seen and kept
     bool outsideRecording_ = true;
     bool movedEndOfBlock_ = false;
+    std::vector<TRKItem> movedEnds_; // ends to stand before the last start of block, in the order of their moves
     std::optional<std::size_t> lastStartBlock_;
     std::optional<std::size_t> lastEndBlock_;
     std::optional<std::size_t> orphanEnd_; // the last unmatched end of a blink; one for all eyes, never forgotten

@@ -9,7 +9,7 @@ namespace trk {
 
 namespace {
 
-constexpr float kKeysPerSecond = 2000.0F;
+constexpr double kKeysPerSecond = 2000.0;
 constexpr int32_t kLargestGap = 10000;
 
 } // namespace
@@ -20,7 +20,7 @@ void GapFiller::learnPeriod(uint64_t previousKey, uint64_t key, float sampleRate
     if (!periodIsSettled()) {
         return;
     }
-    const auto blockPeriod = truncateTo<uint64_t>(kKeysPerSecond / sampleRate);
+    const auto blockPeriod = truncateTo<uint64_t>(kKeysPerSecond / static_cast<double>(sampleRate));
     if (isPlausiblePeriod(blockPeriod) && blockPeriod != period_) {
         print_log("Intersample period does not match with the sample rate given by the start recording event! "
                   "Using start recording sample rate. %d %d %d %d \n",

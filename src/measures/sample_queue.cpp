@@ -1,5 +1,7 @@
 #include "measures/sample_queue.h"
 
+#include <algorithm>
+
 namespace trk {
 
 namespace {
@@ -46,9 +48,9 @@ bool SampleQueue::isOutOfBoundsToAdd(uint64_t key) const {
     return count_ < 3 || lastKey() + firstSpacing() < key;
 }
 
-void SampleQueue::addSample(Sample &sample, uint64_t key) {
+bool SampleQueue::addSample(Sample &sample, uint64_t key) {
     if (count_ > 0 && lastKey() >= key) {
-        return;
+        return false;
     }
     for (std::size_t eye = 0; eye < kEyes; ++eye) {
         if ((sample.flags & TRK_SAMPLE_PUPIL_SIZE) != 0) {
@@ -58,7 +60,7 @@ void SampleQueue::addSample(Sample &sample, uint64_t key) {
         }
     }
     const uint64_t step = count_ > 0 ? key - lastKey() : runStep_;
-    uniformRun_ = step == runStep_ ? uniformRun_ + 1 : 2;
+    uniformRun_ = step == runStep_ ? std::min(uniformRun_ + 1, kCapacity) : 2;
     runStep_ = step;
     spacingIsStale_ = true;
     Sample &entry = freeSlot();
@@ -69,6 +71,7 @@ void SampleQueue::addSample(Sample &sample, uint64_t key) {
     keys_[slot(count_)] = key;
     ++count_;
     ++added_;
+    return true;
 }
 
 SampleQueue::Spacing SampleQueue::spacingOfKeys() const {

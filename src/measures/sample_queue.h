@@ -45,8 +45,8 @@ class SampleQueue {
     [[nodiscard]] Sample &freeSlot() { return entries_[slot(count_)]; }
 
     // Adds a copy of the sample, unless its key does not lie behind the last. A sample without pupil sizes gets
-    // the last ones seen. The queue must not be full.
-    void addSample(Sample &sample, uint64_t key);
+    // the last ones seen. The queue must not be full. Returns whether it was added.
+    bool addSample(Sample &sample, uint64_t key);
 
     // Finds the entry with exactly this key by the spacing of the keys; there is no search where that is broken.
     // Returns its position, or -1.

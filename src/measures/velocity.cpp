@@ -13,6 +13,7 @@ namespace {
 
 constexpr int kFirstHighSpeedModel = 3;
 constexpr int kPlainHalfSpan = 2;
+constexpr uint64_t kUnreachable = ~uint64_t{0}; // distance in keys at rates below one sample per second
 
 constexpr double kHrefDistanceSquared = 2.25e8; // 15000 HREF units
 constexpr double kDegreesPerRadian = 57.2958;
@@ -146,7 +147,14 @@ Lanes resolutionOf(const Sample &sample, const PositionLanes &centre, FixedResol
     return lanes;
 }
 
-// The lanes stand in the order of the sample's fields. Those of an absent eye are missing, as they were.
+LaneMask lanesOfAbsentEyes(const Sample &sample) {
+    constexpr LaneMask kLeftLanes = 0x555;
+    constexpr LaneMask kRightLanes = kAllLanes & ~kLeftLanes;
+    return ((sample.flags & TRK_SAMPLE_LEFT) != 0 ? 0 : kLeftLanes) |
+           ((sample.flags & TRK_SAMPLE_RIGHT) != 0 ? 0 : kRightLanes);
+}
+
+// The lanes stand in the order of the sample's fields.
 void store(const Velocities &velocities, Sample &sample) {
     constexpr std::size_t kBytes = sizeof(Lanes::value);
     constexpr std::size_t kSmoothed = offsetof(FSAMPLE_REC, gaze_vel_x);
@@ -228,15 +236,15 @@ const PositionLanes &VelocityComputer::groupAt(int position) {
 // Looks the neighbours up one by one; returns whether all are there.
 bool VelocityComputer::findNeighbours(uint64_t key, Neighbourhood &neighbours) {
     bool complete = true;
-    const auto find = [&](int distance, uint64_t neighboursKey) {
-        const int position = queue_.find(neighboursKey);
+    const auto find = [&](int distance, uint64_t offset, uint64_t neighboursKey) {
+        const int position = offset == kUnreachable ? -1 : queue_.find(neighboursKey);
         complete = complete && position >= 0;
         neighbours[distance] = position >= 0 ? positionsAt(position) : PositionLanes{kMissingLanes, kAllLanes};
     };
     for (int distance = 1; distance <= halfSpan_; ++distance) {
         const uint64_t offset = keyOffsets_[static_cast<std::size_t>(distance - 1)];
-        find(-distance, key - offset);
-        find(distance, key + offset);
+        find(-distance, offset, key - offset);
+        find(distance, offset, key + offset);
     }
     return complete;
 }
@@ -324,9 +332,9 @@ void VelocityComputer::setVelocity(Sample &sample, FixedResolution fixed, int ra
     const Lanes resolution = resolutionOf(sample, centre, fixed);
     Velocities velocities = highSpeed_ ? calcVelocity_pn7200(sample.sort_key, place, centre, resolution)
                                        : calcVelocity_non_pn7200(sample.sort_key, centre, resolution);
-    const LaneMask withoutResolution = missingIn(resolution);
-    replaceLanes(velocities.smoothed, withoutResolution, kMissingLanes);
-    replaceLanes(velocities.fast, withoutResolution, kMissingLanes);
+    const LaneMask without = missingIn(resolution) | lanesOfAbsentEyes(sample);
+    replaceLanes(velocities.smoothed, without, kMissingLanes);
+    replaceLanes(velocities.fast, without, kMissingLanes);
     store(velocities, sample);
 }
 

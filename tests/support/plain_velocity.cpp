@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <memory>
 #include <tuple>
 #include <utility>
@@ -9,10 +10,10 @@
 namespace trk_test {
 
 void PlainQueue::add(const FSAMPLE_REC &sample, uint64_t key) {
-    if (count_ > 0 && entries_[count_ - 1].sort_key >= key) {
+    if (!entries_.empty() && entries_.back().sort_key >= key) {
         return;
     }
-    FSAMPLE_REC &entry = entries_[count_++] = sample;
+    FSAMPLE_REC &entry = entries_.emplace_back(sample);
     entry.sort_key = key;
     const bool hasPupilSize = (sample.flags & TRK_SAMPLE_PUPIL_SIZE) != 0;
     std::copy_n(hasPupilSize ? sample.pupil_size : lastPupilSize_.data(), 2,
@@ -20,41 +21,39 @@ void PlainQueue::add(const FSAMPLE_REC &sample, uint64_t key) {
 }
 
 void PlainQueue::shift() {
-    constexpr std::size_t kShift = 128;
-    const std::size_t kept = count_ < kShift ? 0 : count_ - kShift;
-    std::copy_n(entries_.begin() + kShift, kept, entries_.begin());
-    std::fill(entries_.begin() + static_cast<std::ptrdiff_t>(kept), entries_.end(), FSAMPLE_REC{});
-    count_ = kept;
+    entries_.erase(entries_.begin(), entries_.begin() + std::min<std::ptrdiff_t>(128, std::ssize(entries_)));
 }
 
 void PlainQueue::clear() {
-    count_ = 0;
-    entries_.fill({});
+    entries_.clear();
     lastPupilSize_.fill(1000.0F);
 }
 
 const FSAMPLE_REC *PlainQueue::getOldSample(uint64_t key) const {
-    const uint64_t first = entries_[0].sort_key;
-    const uint64_t last = count_ > 0 ? entries_[count_ - 1].sort_key : 0;
-    if (count_ > 0 && (key == first || key == last)) {
-        return &entries_[key == first ? 0 : count_ - 1];
-    }
-    if (count_ < 3 || key <= first || key >= last) {
+    if (entries_.empty()) {
         return nullptr;
     }
-    const uint64_t lastStep = last - entries_[count_ - 2].sort_key;
-    const uint64_t firstStep = entries_[1].sort_key - first;
-    const uint64_t step = firstStep >= 9 ? lastStep : firstStep;
+    const std::size_t end = entries_.size() - 1;
+    const uint64_t first = entries_[0].sort_key;
+    const uint64_t last = entries_[end].sort_key;
+    if (key == first || key == last) {
+        return &entries_[key == first ? 0 : end];
+    }
+    if (end < 2 || key < first || key > last) {
+        return nullptr;
+    }
+    const uint64_t lastStep = last - entries_[end - 1].sort_key;
+    const uint64_t step = entries_[1].sort_key - first < 9 ? entries_[1].sort_key - first : lastStep;
     if (step != 1 && step != 2 && step != 4 && step != 8) {
         return nullptr;
     }
-    const auto holdsKey = [this, key](uint64_t i) { return i < kCapacity && entries_[i].sort_key == key; };
+    const auto holdsKey = [this, key](uint64_t i) { return i < entries_.size() && entries_[i].sort_key == key; };
     uint64_t i = (key - first) / step;
     if (!holdsKey(i)) {
-        i = count_ - 1 - (last - key) / step;
+        i = end - (last - key) / step;
     }
     if (!holdsKey(i)) {
-        i = count_ - 1 - (last - key) / lastStep;
+        i = end - (last - key) / lastStep;
     }
     return holdsKey(i) ? &entries_[i] : nullptr;
 }

@@ -7,15 +7,14 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace trk_test {
 
 // Up to 512 copies of samples, oldest first.
 class PlainQueue {
   public:
-    static constexpr std::size_t kCapacity = 512;
-
-    std::size_t count() const { return count_; }
+    std::size_t count() const { return entries_.size(); }
     const FSAMPLE_REC &operator[](std::size_t position) const { return entries_[position]; }
 
     // Adds a copy under this key; refuses a key that does not lie behind the last. A sample without pupil sizes
@@ -28,8 +27,7 @@ class PlainQueue {
     const FSAMPLE_REC *getOldSample(uint64_t key) const;
 
   private:
-    std::size_t count_ = 0;
-    std::array<FSAMPLE_REC, kCapacity> entries_{};
+    std::vector<FSAMPLE_REC> entries_;
     std::array<float, 2> lastPupilSize_{1000.0F, 1000.0F};
 };
 

@@ -1,0 +1,114 @@
+// The viewing geometry: from display pixels to degrees of visual angle.
+#pragma once
+
+#include "records/sample.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+
+namespace trk {
+
+// A position on a plane: display pixels, HREF units, or the unit square.
+struct PlanePoint {
+    double x;
+    double y;
+};
+
+// A row vector.
+struct Homogeneous {
+    double x;
+    double y;
+    double w;
+};
+
+// A projective map, multiplied with row vectors from the left.
+using Matrix = std::array<std::array<double, 3>, 3>;
+
+// In this order: left top, left bottom, right top, right bottom.
+using Corners = std::array<PlanePoint, 4>;
+
+struct Extent {
+    float left;
+    float top;
+    float right;
+    float bottom;
+};
+
+struct PixelsPerDegree {
+    double x = double{MISSING_DATA};
+    double y = double{MISSING_DATA};
+};
+
+// The map of the unit square, its origin at left bottom, onto a quadrilateral.
+[[nodiscard]] Matrix solveSQ(const Corners &corners);
+
+// The adjugate: undoes a projective map, but for the scale of w.
+[[nodiscard]] Matrix invP(const Matrix &map);
+
+[[nodiscard]] Homogeneous mmult(const Homogeneous &vector, const Matrix &map);
+
+// A mean, brought to one decimal.
+[[nodiscard]] double toOneDecimal(double mean);
+
+class ViewingGeometry {
+  public:
+    // The last values of one eye: a ring.
+    struct History {
+        static constexpr std::size_t kLength = 10;
+
+        std::size_t ppdc = 0; // slot of the next value
+        std::array<double, kLength> ppdx{};
+        std::array<double, kLength> ppdy{};
+
+        void add(PixelsPerDegree value);
+        [[nodiscard]] PixelsPerDegree mean() const;
+    };
+
+    // Sets up the maps. The screen is in millimetres from the point straight ahead of the eye, the display in
+    // pixels. `distance` is that of the screen where distance2 is MISSING_DATA; else the two are the distances of
+    // the screen's top and bottom edge. Empties the histories.
+    void computePhysicalSetup(float distance, float distance2, const Extent &screen, const Extent &display);
+
+    // Pixels per degree at the sample's gaze, the mean of the eye's history; MISSING_DATA on failure. Any other eye
+    // than 1 counts as the left one. The angle is measured to (step + 1) / 50 pixels beside the gaze.
+    [[nodiscard]] PixelsPerDegree calculatePpd(const Sample &sample, int eye, float stepX, float stepY);
+
+    // Display pixels to HREF units; nothing, and one more in the error counter, where the map has no value.
+    [[nodiscard]] std::optional<PlanePoint> gaze_to_href(PlanePoint gaze);
+
+    [[nodiscard]] int32_t mathErrors() const { return math_error_; }
+    [[nodiscard]] const History &history(int eye) const { return histories_[eye == 1 ? 1 : 0]; }
+
+  private:
+    void countMathError();
+    [[nodiscard]] std::optional<double> degreesBetween(PlanePoint href, PlanePoint gaze);
+    [[nodiscard]] std::optional<PixelsPerDegree> measure(const Sample &sample, std::size_t eye, double dx,
+                                                         double dy);
+
+    // A map of no use, under which every conversion fails.
+    static constexpr Matrix kNotSetUp{{{1e8, 0, 0}, {0, 0, 0}, {0, 0, 0}}};
+
+    Matrix Mso_ = kNotSetUp; // unit square to display pixels
+    Matrix Msi_ = kNotSetUp; // unit square to HREF
+    Matrix Mos_ = kNotSetUp; // display pixels to unit square
+    Matrix Mis_ = kNotSetUp; // HREF to unit square
+    int32_t math_error_ = 0; // failures of the conversions
+    std::array<History, kEyes> histories_{};
+};
+
+// The one geometry that all open recordings share, locked for as long as this object lives.
+class ProcessGeometry {
+  public:
+    [[nodiscard]] ViewingGeometry *operator->() { return &geometry_; }
+
+  private:
+    static constinit inline std::mutex mutex_{};
+    static constinit inline ViewingGeometry geometry_{};
+
+    std::scoped_lock<std::mutex> lock_{mutex_};
+};
+
+} // namespace trk
