@@ -8,7 +8,7 @@ target_compile_options(trkapi_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wno-missing-field-initializers -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
     # g++ 12 takes the value of an empty std::optional for uninitialised; clang and the sanitizers stand in.
-    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-maybe-uninitialized>
+    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-restrict -Wno-maybe-uninitialized>
     $<$<CXX_COMPILER_ID:Clang>:-Wconditional-uninitialized>)
 
 # Velocities come out bit for bit the same in every build: no fused operations, no reordering. Nothing reads

@@ -21,8 +21,9 @@
  *  1. Handles. A handle comes from an open call and stays usable until trk_close_file. Apart from
  *     trk_close_file, no call checks its handle: a null or closed handle is the caller's error.
  *  2. Threads. Use a handle in one thread at a time. Different handles may be used in different threads at the
- *     same time. The log hook is process-wide; set it before the threads start that use the library, and make
- *     it safe to be called from all of them.
+ *     same time. The log hook and the viewing geometry are process-wide. Set the hook before the threads start
+ *     that use the library, and make it safe to be called from all of them; use the geometry in one thread at a
+ *     time.
  *  3. Returned records live in buffers of the handle. They are valid, and may be changed by the caller, until
  *     the next call on the same handle that steps, fetches or closes. Copy what must live longer. A message
  *     text that an event points at lives in another buffer of the handle, for the same time.
@@ -285,6 +286,20 @@ typedef struct CONFIG {
     float velocity_param_2; /* vertical */
 } CONFIG;
 
+/* A trial: a stretch of the recording from one item to another. */
+typedef struct TRIAL {
+    FRECORDING *recording; /* the recording block in force when the trial ended, owned by the handle until it is
+                              closed; null when none was in force */
+    uint32_t duration;     /* ms; 0 for a trial that was ended by the end of its recording block only */
+    uint32_t start_time;   /* ms, of the item that started the trial; never moved */
+    uint32_t end_time;     /* ms, of the item that ended it; never moved */
+} TRIAL;
+
+/* A place in the walk, to come back to. */
+typedef struct BOOKMARK {
+    uint32_t item_position; /* number of items delivered before */
+} BOOKMARK;
+
 /* An open recording. */
 typedef struct _TRKFILE _TRKFILE;
 
@@ -313,7 +328,8 @@ enum {
 /* Values of loadEvents. */
 enum {
     TRK_EVENTS_BLOCKS_ONLY = 0, /* only the starts and ends of recording blocks */
-    TRK_EVENTS_ALL = 1          /* all events */
+    TRK_EVENTS_ALL = 1,         /* all events */
+    TRK_EVENTS_MESSAGE_LOG = 2  /* all events, and the messages of the extra message log among them */
 };
 
 /*
@@ -350,6 +366,19 @@ TRK_API int trk_close_file(_TRKFILE *handle);
 
 /* Sends the diagnostic lines of all handles to `function`, or to standard output again when it is null. */
 TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function);
+
+/*
+ * Names the extra message log that later opens with TRK_EVENTS_MESSAGE_LOG read; `path` is copied. Process-wide.
+ * Without a name it is the file "xq_messages.log" beside the recording. Null restores that. Returns 0.
+ *
+ * The extra message log is a text file that an experiment program writes on a clock of its own. Each line begins
+ * with a time in milliseconds; lines with "TRACKER_TIME" pair that clock with the tracker's; a line with "Quit
+ * logger" ends it. Its messages are delivered among the items as REC_MESSAGE events, at the tracker's times: an
+ * FEVENT with type, start_time and message filled and everything else 0. The message is the time, then what
+ * follows the time in the log, cut after 260 characters (its length is that of the whole text). A log that cannot
+ * be opened, holds no line that pairs the clocks, or lacks the end line is not merged.
+ */
+TRK_API int trk_set_extra_message_file(const char *path);
 
 /* ---- Walking through the items -------------------------------------------------------------------------- */
 
@@ -388,8 +417,146 @@ TRK_API FEVENT *trk_get_event(ALLF_DATA *record);
 TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record);
 TRK_API FRECORDING *trk_get_recording(ALLF_DATA *record);
 
-/* Number of items that a walk delivers, dummy samples and recording blocks included. */
+/* Number of items, dummy samples and recording blocks included, plus that of the extra log's messages. */
 TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
+
+/* ---- Trials --------------------------------------------------------------------------------------------- */
+
+/*
+ * Without trial texts, each recording block is a trial. With them, a message that contains the start text starts a
+ * trial and one that contains the end text ends it; messages that contain "!V" do neither. A start also ends a
+ * trial that waits for its end, and so does, without a duration, the end of a recording block behind which
+ * another begins or the recording ends. A last trial that has no end is dropped.
+ *
+ * Trials are collected when they are first needed, in one pass that decodes messages only, and again whenever
+ * texts are set. Collecting and counting leave the read position; the calls that go to a trial move it to the
+ * trial's first item, which is the next one that trk_get_next_data steps to.
+ */
+
+/*
+ * Sets the trial texts and collects the trials. The texts are not copied: they must live as long as the handle or
+ * until others are set. Null is no text. A start text "inPut_type_N" chooses trials by the values of the input
+ * port instead, for good: N starts a trial, the number in `end_text` ends it (numbers of up to three digits).
+ * Prints the texts to standard output. Returns 0.
+ */
+TRK_API int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text);
+
+/* The trial texts as they were set, a start text behind its prefix; null when there is none. */
+TRK_API char *trk_get_start_trial_identifier(_TRKFILE *handle);
+TRK_API char *trk_get_end_trial_identifier(_TRKFILE *handle);
+
+/* Number of trials. */
+TRK_API int trk_get_trial_count(_TRKFILE *handle);
+
+/* Goes to trial `trial`, counted from 0. Returns 0, or -1 and changes nothing when there is no such trial. */
+TRK_API int trk_jump_to_trial(_TRKFILE *handle, int trial);
+
+/*
+ * Copies the header of the trial last gone to into `header`. Returns 0, or -1 when no trial was gone to yet, it
+ * does not exist any more, or `header` is null.
+ */
+TRK_API int trk_get_trial_header(_TRKFILE *handle, TRIAL *header);
+
+/* Go to the trial before or after the one last gone to; at first, next is trial 0. Return 0, or -1 as above. */
+TRK_API int trk_goto_previous_trial(_TRKFILE *handle);
+TRK_API int trk_goto_next_trial(_TRKFILE *handle);
+
+/* Go to the first trial whose start or end time is exactly `time`, in ms. Return 0, or -1 when there is none. */
+TRK_API int trk_goto_trial_with_start_time(_TRKFILE *handle, unsigned int time);
+TRK_API int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time);
+
+/* ---- Bookmarks and search ------------------------------------------------------------------------------- */
+
+/* Bookmarks are kept in the order in which they were set. All calls return 0, or -1 and change nothing. */
+
+/*
+ * Marks the read position and fills in `bookmark`. When the position is marked already, returns 0 and leaves
+ * `bookmark` as it is. -1 for null, or behind the last item.
+ */
+TRK_API int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+
+/* Forgets the bookmark; the record itself stays the caller's. -1 for null or an unknown bookmark. */
+TRK_API int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+
+/* Goes to a bookmark: the next item is the one behind it. -1 for null or an unknown bookmark. */
+TRK_API int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+
+/*
+ * Go to the bookmark after or before the one last gone to (at first: the first one). -1 when there is none.
+ */
+TRK_API int trk_goto_next_bookmark(_TRKFILE *handle);
+TRK_API int trk_goto_previous_bookmark(_TRKFILE *handle);
+
+/*
+ * Fetches the sample whose time is exactly `time`, in ms of the tracker's clock before times are moved. Returns
+ * null when there is none, when it is the first item, or when it shares its time with other items and is missed.
+ * The read position stays; the record is the one that trk_get_float_data returns, too.
+ */
+TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time);
+
+/* ---- Raw pupil and corneal reflection ------------------------------------------------------------------- */
+
+/*
+ * Samples can carry the uncorrected measurements of the camera, packed into fields that then hold nothing else:
+ * either with a negative pupil_size in the sample's own fields, or in ext_data. These calls unpack them. They take
+ * a sample that the handle delivered and an eye, 0 left or 1 right. Positions are camera pixels, areas camera
+ * pixels in size, dimensions camera pixels; arrays of two are x and y, or width and height.
+ *
+ * The packed form and the camera window are looked up by the sample's time in the trials, which are collected
+ * when they are not yet.
+ */
+
+/* Area of the pupil; 0 without raw data. */
+TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
+
+/* Centre of the pupil; MISSING_DATA in both without raw data. */
+TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+
+/* Area of the corneal reflection; 0 when none was seen. */
+TRK_API unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
+
+/* Centre of the corneal reflection; MISSING_DATA in both when none was seen. */
+TRK_API void trk_get_uncorrected_raw_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+
+/* The same for the second corneal reflection, which samples of ext_type 196 and 200 can carry. */
+TRK_API unsigned int trk_get_uncorrected_cr2_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
+TRK_API void trk_get_uncorrected_raw_cr2(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+
+/* Dimensions of the pupil; 0 in both without raw data, 100000000 in both when it was lost. */
+TRK_API void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, int out[2]);
+
+/* Dimensions of the corneal reflection; 100000000 in both for samples of ext_type 200, which carry none. */
+TRK_API void trk_get_cr_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
+
+/* Centre of the camera window on the sensor, in whole pixels. */
+TRK_API void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
+
+/*
+ * The vector from 1.02 times the corneal reflection to the pupil, after a pupil that the reflection overlaps was
+ * mended. A position that is missing goes into the difference as the number MISSING_DATA.
+ */
+TRK_API void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+
+/* ---- Viewing geometry ----------------------------------------------------------------------------------- */
+
+/*
+ * Sets up the viewing geometry of the process: the screen's extent in millimetres from the point straight ahead of
+ * the eye, the display's extent in pixels, and the distance from the eye in millimetres: to the screen, with
+ * distance2 = MISSING_DATA, or to its top edge (distance) and its bottom edge (distance2). Forgets the resolutions
+ * of the samples before. Returns 0.
+ */
+TRK_API int trk_compute_physical_setup(float distance, float distance2, float screen_left, float screen_top,
+                                       float screen_right, float screen_bottom, float display_left,
+                                       float display_top, float display_right, float display_bottom);
+
+/*
+ * Display pixels per degree of visual angle at the sample's gaze position, horizontally and vertically, averaged
+ * over the last ten samples of this eye (0 left, 1 right) and rounded to one decimal. step_x and step_y set how
+ * far from the gaze position to probe: (step + 1) / 50 pixels. Writes MISSING_DATA to both when the sample lacks
+ * gaze or HREF, or the geometry gives no resolution there; the latter also forgets the samples before.
+ */
+TRK_API void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, double *ppd_y, float step_x,
+                               float step_y);
 
 /* ---- About the recording -------------------------------------------------------------------------------- */
 

@@ -7,8 +7,13 @@
 #include "base/exception.h"
 #include "base/log.h"
 #include "base/numeric.h"
+#include "delivery/message_log.h"
+#include "measures/geometry.h"
+#include "measures/raw_data.h"
 #include "records/codes.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -18,6 +23,17 @@ using trk::TRKFile;
 namespace {
 
 TRKFile &fileOf(_TRKFILE *handle) { return *reinterpret_cast<TRKFile *>(handle); }
+
+trk::RawEyeData rawData(_TRKFILE *handle, const FSAMPLE_REC *sample, int eye) {
+    return {fileOf(handle).blocks(), *sample, eye};
+}
+
+void put(trk::Point point, float out[2]) {
+    out[0] = point.x;
+    out[1] = point.y;
+}
+
+void put(const std::array<int, 2> &values, int out[2]) { std::ranges::copy(values, out); }
 
 void report(int *error_value, int value) {
     if (error_value != nullptr) {
@@ -69,6 +85,11 @@ int trk_close_file(_TRKFILE *handle) {
 
 void trk_set_log_function(TRK_LOG_FUNCTION function) { trk::setLogFunction(function); }
 
+int trk_set_extra_message_file(const char *path) {
+    trk::setExtraMessageFile(path);
+    return 0;
+}
+
 int trk_get_next_data(_TRKFILE *handle) { return fileOf(handle).getNextData(); }
 
 ALLF_DATA *trk_get_float_data(_TRKFILE *handle) { return fileOf(handle).getFloatData(); }
@@ -98,6 +119,101 @@ FRECORDING *trk_get_recording(ALLF_DATA *record) {
 
 unsigned int trk_get_element_count(_TRKFILE *handle) {
     return static_cast<unsigned int>(fileOf(handle).elementCount());
+}
+
+int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text) {
+    return fileOf(handle).setTrialIdentifier(start_text, end_text);
+}
+
+char *trk_get_start_trial_identifier(_TRKFILE *handle) { return fileOf(handle).trialMarkers().start; }
+
+char *trk_get_end_trial_identifier(_TRKFILE *handle) { return fileOf(handle).trialMarkers().end; }
+
+int trk_get_trial_count(_TRKFILE *handle) { return static_cast<int>(fileOf(handle).trialCount()); }
+
+int trk_jump_to_trial(_TRKFILE *handle, int trial) { return fileOf(handle).jumpToTrial(trial); }
+
+int trk_get_trial_header(_TRKFILE *handle, TRIAL *header) { return fileOf(handle).getTrialHeaders(header); }
+
+int trk_goto_previous_trial(_TRKFILE *handle) { return fileOf(handle).gotoPreviousTrial(); }
+
+int trk_goto_next_trial(_TRKFILE *handle) { return fileOf(handle).gotoNextTrial(); }
+
+int trk_goto_trial_with_start_time(_TRKFILE *handle, unsigned int time) {
+    return fileOf(handle).gotoTrialWithStartTime(time);
+}
+
+int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time) {
+    return fileOf(handle).gotoTrialWithEndTime(time);
+}
+
+int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).setBookMark(bookmark); }
+
+int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).removeBookMark(bookmark); }
+
+int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).gotoBookMark(bookmark); }
+
+int trk_goto_next_bookmark(_TRKFILE *handle) { return fileOf(handle).gotoNextBookMark(); }
+
+int trk_goto_previous_bookmark(_TRKFILE *handle) { return fileOf(handle).gotoPreviousBookMark(); }
+
+ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time) {
+    return fileOf(handle).getSampleCloseToTime(2 * time);
+}
+
+unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) {
+    return rawData(handle, sample, eye).pupilArea();
+}
+
+void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) {
+    put(rawData(handle, sample, eye).pupil(), out);
+}
+
+unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) {
+    return rawData(handle, sample, eye).crArea();
+}
+
+void trk_get_uncorrected_raw_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) {
+    put(rawData(handle, sample, eye).cr(), out);
+}
+
+unsigned int trk_get_uncorrected_cr2_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) {
+    return rawData(handle, sample, eye).secondCrArea();
+}
+
+void trk_get_uncorrected_raw_cr2(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) {
+    put(rawData(handle, sample, eye).secondCr(), out);
+}
+
+void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, int out[2]) {
+    put(rawData(handle, sample, eye).pupilDimension(), out);
+}
+
+void trk_get_cr_dimension(_TRKFILE * /*handle*/, FSAMPLE_REC *sample, int out[2]) {
+    put(trk::getCrDimension(*sample), out);
+}
+
+void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]) {
+    put(trk::getWindowPosition(fileOf(handle).blocks(), *sample), out);
+}
+
+void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) {
+    put(rawData(handle, sample, eye).pupilMinusCr(), out);
+}
+
+int trk_compute_physical_setup(float distance, float distance2, float screen_left, float screen_top,
+                               float screen_right, float screen_bottom, float display_left, float display_top,
+                               float display_right, float display_bottom) {
+    trk::ProcessGeometry()->computePhysicalSetup(distance, distance2,
+                                                 {screen_left, screen_top, screen_right, screen_bottom},
+                                                 {display_left, display_top, display_right, display_bottom});
+    return 0;
+}
+
+void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, double *ppd_y, float step_x, float step_y) {
+    const trk::PixelsPerDegree ppd = trk::ProcessGeometry()->calculatePpd(*sample, eye, step_x, step_y);
+    *ppd_x = ppd.x;
+    *ppd_y = ppd.y;
 }
 
 int trk_get_preamble_text(_TRKFILE *handle, char *buffer, int length) {

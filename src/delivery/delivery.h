@@ -34,7 +34,8 @@ class Delivery {
         return currentIndex_ == 0 || currentIndex_ > index_.size() ? nullptr : &index_[currentIndex_ - 1];
     }
 
-    [[nodiscard]] bool walkStarted() const { return walkStarted_; }
+    // Whether a record that getFloatData returned is the buffer as it is before the first step.
+    [[nodiscard]] bool isUndecoded(const ALLF_DATA *record) const { return !walkStarted_ && record == &buffer_; }
 
     // The recording block in force; null outside.
     [[nodiscard]] const FRECORDING *currentRecording() const { return currentRecording_; }

@@ -38,8 +38,8 @@ struct Extent {
 };
 
 struct PixelsPerDegree {
-    double x = double{MISSING_DATA};
-    double y = double{MISSING_DATA};
+    double x = static_cast<double>(MISSING_DATA);
+    double y = static_cast<double>(MISSING_DATA);
 };
 
 // The map of the unit square, its origin at left bottom, onto a quadrilateral.
@@ -80,11 +80,11 @@ class ViewingGeometry {
     [[nodiscard]] std::optional<PlanePoint> gaze_to_href(PlanePoint gaze);
 
     [[nodiscard]] int32_t mathErrors() const { return math_error_; }
-    [[nodiscard]] const History &history(int eye) const { return histories_[eye == 1 ? 1 : 0]; }
+    [[nodiscard]] const History &history(int eye) const { return histories_[indexOf(eye)]; }
 
   private:
+    [[nodiscard]] static std::size_t indexOf(int eye) { return eye == 1 ? 1 : 0; }
     void countMathError();
-    [[nodiscard]] std::optional<double> degreesBetween(PlanePoint href, PlanePoint gaze);
     [[nodiscard]] std::optional<PixelsPerDegree> measure(const Sample &sample, std::size_t eye, double dx,
                                                          double dy);
 

@@ -70,9 +70,14 @@ std::array<double, 2> windowCentre(BlockLookup &blocks, const Sample &sample) {
     return {width * 0.5 + left, height * 0.5 + top};
 }
 
+// Computations are in double precision, but whatever is kept is a float.
+double kept(double value) { return static_cast<double>(static_cast<float>(value)); }
+double wide(float value) { return static_cast<double>(value); }
+
 struct Disc {
-    Point centre;
-    float area;
+    double x;
+    double y;
+    double area;
 };
 
 } // namespace
@@ -105,9 +110,12 @@ Point RawEyeData::extensionPosition(const uint16_t *fineOffsets) {
 
 unsigned RawEyeData::pupilArea() const {
     switch (encoding_) {
-    case Encoding::None: return 0;
-    case Encoding::Packed: return truncateTo<unsigned>(sample_.pupil_size[eye_] + kPackedOffset);
-    case Encoding::Extension: break;
+    case Encoding::None:
+        return 0;
+    case Encoding::Packed:
+        return truncateTo<unsigned>(sample_.pupil_size[eye_] + kPackedOffset);
+    case Encoding::Extension:
+        break;
     }
     return sample_.ext_data[kPupilArea];
 }
@@ -195,8 +203,8 @@ Point RawEyeData::pupilMinusCr() {
     const Point reflection = cr();
     unsigned area = pupilArea();
     do_pupil_cr_fixup(mended, area, reflection, static_cast<float>(crArea()), kMendingMargin, kMendingIterations);
-    return {static_cast<float>(double{mended.x} - kCrWeight * double{reflection.x}),
-            static_cast<float>(double{mended.y} - kCrWeight * double{reflection.y})};
+    return {static_cast<float>(wide(mended.x) - kCrWeight * wide(reflection.x)),
+            static_cast<float>(wide(mended.y) - kCrWeight * wide(reflection.y))};
 }
 
 std::array<int, 2> getCrDimension(const Sample &sample) {
@@ -213,47 +221,38 @@ std::array<int, 2> getWindowPosition(BlockLookup &blocks, const Sample &sample) 
     return {static_cast<int>(truncateTo<unsigned>(x)), static_cast<int>(truncateTo<unsigned>(y))};
 }
 
-// Computed in double precision; whatever is kept is a float.
 void do_pupil_cr_fixup(Point &pupil, unsigned &pupilArea, Point cr, float crArea, float margin, int iterations) {
     if (crArea < 1.0F || pupilArea == 0 || isMissing(pupil) || isMissing(cr)) {
         return;
     }
-    const Disc seen{pupil, static_cast<float>(pupilArea)};
-    const auto radius = static_cast<float>(std::sqrt(double{crArea} / kPi) + double{margin});
+    const Disc seen{wide(pupil.x), wide(pupil.y), kept(pupilArea)};
+    const double radius = kept(std::sqrt(wide(crArea) / kPi) + wide(margin));
+    const Disc covering{wide(cr.x), wide(cr.y), kept(radius * radius * kPi)};
 
-    // How far the pupil reaches into the widened CR, as a fraction of that disc's diameter.
-    const auto overlap = [cr, radius](const Disc &disc) {
-        const double distance = std::hypot(disc.centre.x - cr.x, disc.centre.y - cr.y);
-        return static_cast<float>((std::sqrt(double{disc.area} / kPi) - (distance - double{radius})) * 0.5 /
-                                  double{radius});
+    // How far a pupil reaches into the covering disc, as a fraction of that disc's diameter.
+    const auto overlap = [&covering, radius](const Disc &disc) {
+        const double distance = kept(std::hypot(disc.x - covering.x, disc.y - covering.y));
+        return kept((std::sqrt(disc.area / kPi) - (distance - radius)) * 0.5 / radius);
     };
-    const float firstOverlap = overlap(seen);
-    if (firstOverlap < 0) {
+    double share = overlap(seen);
+    if (share < 0) {
         return;
     }
 
-    const auto crDiscArea = static_cast<float>(double{radius} * double{radius} * kPi);
-    const auto total = static_cast<float>(double{crDiscArea} + double{seen.area});
-    const auto centreOfBoth = [&](float ofCr, float ofPupil) {
-        const double weighted = double{crDiscArea} * double{ofCr} + double{ofPupil} * double{seen.area};
-        return static_cast<float>(weighted / double{total});
+    const double total = kept(covering.area + seen.area);
+    const Disc both{kept((covering.area * covering.x + seen.x * seen.area) / total),
+                    kept((covering.area * covering.y + seen.y * seen.area) / total), total};
+    const auto blend = [&seen, &both](double k) {
+        return Disc{kept(both.x * k + seen.x * (1 - k)), kept(both.y * k + seen.y * (1 - k)),
+                    kept(both.area * k + (1 - k) * seen.area)};
     };
-    const Disc both{{centreOfBoth(cr.x, pupil.x), centreOfBoth(cr.y, pupil.y)}, total};
-
-    const auto blend = [&seen, &both](double share) {
-        const auto mix = [share](float whole, float part) {
-            return static_cast<float>(double{whole} * share + double{part} * (1 - share));
-        };
-        return Disc{{mix(both.centre.x, seen.centre.x), mix(both.centre.y, seen.centre.y)},
-                    mix(both.area, seen.area)};
-    };
-    float share = std::min(firstOverlap, 1.0F);
-    Disc mended = blend(double{share});
+    share = std::min(share, 1.0);
+    Disc mended = blend(share);
     for (int pass = 1; pass < iterations && share > 0; ++pass) {
-        share = std::clamp(overlap(mended), 0.0F, 1.0F);
-        mended = blend(double{share});
+        share = std::clamp(overlap(mended), 0.0, 1.0);
+        mended = blend(share);
     }
-    pupil = mended.centre;
+    pupil = {static_cast<float>(mended.x), static_cast<float>(mended.y)};
     pupilArea = truncateTo<unsigned>(mended.area);
 }
 

@@ -1,0 +1,163 @@
+#include "delivery/message_log.h"
+
+#include "base/numeric.h"
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <string_view>
+
+namespace trk {
+
+namespace {
+
+constexpr int kLineLimit = 4096;
+constexpr const char *kSyncMark = "TRACKER_TIME";
+constexpr const char *kEndMark = "Quit logger";
+constexpr const char *kDefaultName = "xq_messages.log";
+constexpr int64_t kStartOfFirstLine = -1;
+
+struct ExtraMessageFile {
+    std::mutex mutex;
+    std::optional<std::string> name; // plogMsgFile
+};
+
+ExtraMessageFile &extraMessageFile() {
+    static ExtraMessageFile file;
+    return file;
+}
+
+// Reads the fields of a sync line: log time, a word, an integer, the tracker's time.
+std::optional<TrackerT> parseSyncLine(const char *line) {
+    TrackerT sync{};
+    char *next = nullptr;
+    sync.log_time = std::strtod(line, &next);
+    if (next == line) {
+        return std::nullopt;
+    }
+    const auto isBlank = [](char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; };
+    const char *word = next;
+    while (isBlank(*word)) {
+        ++word;
+    }
+    const char *rest = word;
+    while (*rest != '\0' && !isBlank(*rest)) {
+        ++rest;
+    }
+    sync.sync_value = truncateTo<int32_t>(static_cast<double>(std::strtol(rest, &next, 10)));
+    if (rest == word || next == rest) {
+        return std::nullopt;
+    }
+    rest = next;
+    sync.tracker_time = std::strtod(rest, &next);
+    return next == rest ? std::nullopt : std::optional(sync);
+}
+
+} // namespace
+
+void setExtraMessageFile(const char *path) {
+    ExtraMessageFile &file = extraMessageFile();
+    const std::scoped_lock lock(file.mutex);
+    file.name = path != nullptr ? std::optional<std::string>(path) : std::nullopt;
+}
+
+std::string extraMessageFileFor(const char *recordingPath) {
+    ExtraMessageFile &file = extraMessageFile();
+    const std::scoped_lock lock(file.mutex);
+    if (file.name) {
+        return *file.name;
+    }
+    const std::string_view path(recordingPath);
+    const std::size_t slash = path.rfind('/');
+    std::string name(path.substr(0, slash == std::string_view::npos ? 0 : slash + 1));
+    return name.append(kDefaultName);
+}
+
+void MessageLog::setEyeLogFileName(const std::string &name) {
+    if (!name.empty()) {
+        name_ = name;
+        std::printf("Log file name %s \n", name.c_str());
+    }
+}
+
+int MessageLog::openEyeLogFile() {
+    file_.reset(std::fopen(name_.c_str(), "rt"));
+    if (!file_) {
+        return -1;
+    }
+    std::array<char, kLineLimit> line{};
+    bool started = false;
+    bool ended = false;
+    // The start of the first line is not known. Seeking there fails and the file stays at the second line, so that
+    // a sync line on the first has the text of the second. On purpose.
+    int64_t start = kStartOfFirstLine;
+    while (!ended && std::fgets(line.data(), kLineLimit, file_.get()) != nullptr) {
+        const int64_t next = ftello(file_.get());
+        if (std::strstr(line.data(), kSyncMark) != nullptr) {
+            started = true;
+            addSyncLine(line.data(), start, next);
+        } else if (started) {
+            ended = std::strstr(line.data(), kEndMark) != nullptr;
+            if (!ended) {
+                addMessage(line.data(), start);
+            }
+        }
+        start = next;
+    }
+    std::rewind(file_.get());
+    loaded_ = ended && !trackerTimes_.empty();
+    count_ = truncateTo<int>(static_cast<double>(messages_.size()));
+    return count_;
+}
+
+void MessageLog::addSyncLine(const char *line, int64_t start, int64_t next) {
+    std::optional<TrackerT> sync = parseSyncLine(line);
+    if (!sync) {
+        std::puts("TRACKER_TIME format not right ");
+        return;
+    }
+    sync->log_index = static_cast<uint32_t>(messages_.size());
+    trackerTimes_.push_back(*sync);
+    messages_.push_back({truncateTo<uint64_t>(std::round(sync->tracker_time)), textOffsetOfLine(start, next)});
+}
+
+int64_t MessageLog::textOffsetOfLine(int64_t start, int64_t next) {
+    fseeko(file_.get(), start, SEEK_SET);
+    float number = 0;
+    static_cast<void>(std::fscanf(file_.get(), "%f", &number)); // what counts is where it ends
+    const int64_t offset = ftello(file_.get());
+    fseeko(file_.get(), next, SEEK_SET);
+    return offset;
+}
+
+// The time of a message goes by the last sync line before it. Without one, or without a time, there is none.
+void MessageLog::addMessage(const char *line, int64_t start) {
+    char *textStart = nullptr;
+    const float logTime = std::strtof(line, &textStart);
+    if (textStart == line || trackerTimes_.empty()) {
+        return;
+    }
+    const TrackerT &sync = trackerTimes_.back();
+    const double sinceSync = static_cast<double>(logTime) - sync.log_time;
+    const double time = std::floor(std::trunc(sync.tracker_time) + sinceSync + 0.5);
+    messages_.push_back({truncateTo<uint64_t>(time), start + (textStart - line)});
+}
+
+std::string MessageLog::textOf(std::size_t message) {
+    if (!file_) {
+        return {};
+    }
+    std::array<char, kLineLimit> rest{};
+    if (fseeko(file_.get(), messages_[message].text_offset, SEEK_SET) != 0 ||
+        std::fgets(rest.data(), kLineLimit, file_.get()) == nullptr) {
+        rest[0] = '\0';
+    }
+    return std::to_string(messages_[message].time).append(rest.data());
+}
+
+} // namespace trk

@@ -1,0 +1,299 @@
+#include "navigation/trials.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace trk {
+
+namespace {
+
+constexpr const char *kInputPrefix = "inPut_type_";
+constexpr const char *kIgnoredMessage = "!V"; // messages with this in them start and end nothing
+constexpr std::size_t kLongestNumber = 3;
+
+bool contains(const char *text, const char *part) { return part != nullptr && std::strstr(text, part) != nullptr; }
+
+// The input value that a text asks for; 0 for a text that is none.
+uint16_t inputNumber(const char *text, const char *announcement) {
+    if (text == nullptr || *text == '\0' || std::strlen(text) > kLongestNumber) {
+        return 0;
+    }
+    std::puts(announcement);
+    return static_cast<uint16_t>(std::strtol(text, nullptr, 10));
+}
+
+// The walk over the index.
+class TrialCollector {
+  public:
+    TrialCollector(ItemIndex &index, ItemSource &items, const TrialMarkers &markers)
+        : index_(index), items_(items), markers_(markers) {
+        if (markers_.byInput) {
+            startNumber_ = inputNumber(markers_.start, "!!!!!!!!!!!!!!!!!!!B");
+            endNumber_ = inputNumber(markers_.end, "!!!!!!!!!!!!!!!!!!!!!!A");
+            std::printf(" Start Input: %d\n End Input: %d\n", startNumber_, endNumber_);
+        }
+    }
+
+    std::vector<TRKTrial> run() {
+        for (std::size_t i = 0; i < index_.size(); ++i) {
+            const TRKItem &item = index_[i];
+            if (!item.isSample()) {
+                see(item, static_cast<uint32_t>(i));
+            }
+        }
+        finish();
+        return std::move(trials_);
+    }
+
+  private:
+    void see(const TRKItem &item, uint32_t i) {
+        const uint32_t time = timeAt(i);
+        if (item.isRecordingBlock()) {
+            FRECORDING &recording = index_.recordingOf(item);
+            recording.state == TRK_BLOCK_END ? seeBlockEnd(i, time) : seeBlockStart(i, time, recording);
+        } else if (item.code() == REC_MESSAGE && !markers_.byInput) {
+            seeMessage(i, time);
+        } else if (item.code() == REC_INPUT && markers_.byInput) {
+            seeInput(i, time);
+        }
+    }
+
+    void seeBlockEnd(uint32_t i, uint32_t time) {
+        if (markers_.start == nullptr && markers_.end == nullptr) {
+            fetch();
+            if (!trialClosed_) {
+                close(i + 1, time, true);
+                recordingInForce_ = nullptr;
+                trialOpen_ = false;
+            }
+            trialClosed_ = true;
+        }
+        lastEndBlock_ = i;
+    }
+
+    void seeBlockStart(uint32_t i, uint32_t time, FRECORDING &recording) {
+        const bool ended = closeAtLastEndBlock();
+        if (ended) {
+            lastEndBlock_.reset();
+        }
+        const bool waiting = trialOpen_ || (!trials_.empty() && trials_.back().recording == nullptr);
+        recordingInForce_ = &recording;
+        lastStartBlock_ = i;
+        if (ended || !waiting) {
+            open(i, time);
+        } else if (!trialOpen_) {
+            trialOpen_ = false;
+        }
+    }
+
+    void seeMessage(uint32_t i, uint32_t time) {
+        if (markers_.start == nullptr && markers_.end == nullptr) {
+            return;
+        }
+        const ALLF_DATA *const record = items_.itemAt(i);
+        if (record == nullptr || record->event.message == nullptr) {
+            return;
+        }
+        const char *const text = record->event.message->text;
+        if (contains(text, kIgnoredMessage)) {
+            return;
+        }
+        if (contains(text, markers_.start)) {
+            startTrial(i, time);
+        } else if (contains(text, markers_.end)) {
+            endTrial(i, time);
+        }
+    }
+
+    void seeInput(uint32_t i, uint32_t time) {
+        const ALLF_DATA *const record = items_.itemAt(i);
+        if (record == nullptr) {
+            return;
+        }
+        const uint16_t value = record->event.aux_word1;
+        if (value == startNumber_) {
+            startTrial(i, time);
+        } else if (value == endNumber_) {
+            endTrial(i, time);
+        }
+    }
+
+    // A start ends the trial that waits for its end. It is ignored where there is nothing yet that could end it.
+    void startTrial(uint32_t i, uint32_t time) {
+        if (!trials_.empty()) {
+            fetch();
+            if ((recordingInForce_ == nullptr || trialClosed_) && trialOpen_) {
+                return;
+            }
+            if (recordingInForce_ != nullptr && !trialClosed_) {
+                close(i, time, true);
+                recordingInForce_ = nullptr;
+            }
+            if (trials_.back().recording == nullptr) {
+                trialOpen_ = false;
+                return;
+            }
+        } else if (trialOpen_) {
+            return;
+        }
+        open(i, time);
+        recordingInForce_ = nullptr;
+    }
+
+    void endTrial(uint32_t i, uint32_t time) {
+        if (!trialOpen_ || trials_.empty()) {
+            return;
+        }
+        fetch();
+        if (recordingInForce_ != nullptr && !trialClosed_) {
+            close(i + 1, time, true);
+            recordingInForce_ = nullptr;
+            trialOpen_ = false;
+        }
+    }
+
+    void finish() {
+        if (trialClosed_ || trials_.empty() || closeAtLastEndBlock()) {
+            return;
+        }
+        trials_.pop_back();
+        std::puts("removed last trial");
+    }
+
+    // Ends a trial that waits for its end at the last end of a recording block behind its start.
+    bool closeAtLastEndBlock() {
+        if (trialClosed_ || !lastEndBlock_ || trials_.empty() ||
+            trials_.back().start_time >= timeAt(*lastEndBlock_)) {
+            return false;
+        }
+        fetch();
+        if (recordingInForce_ == nullptr) {
+            return false;
+        }
+        close(*lastEndBlock_ + 1, timeAt(*lastEndBlock_), false);
+        return true;
+    }
+
+    // Looks up the recording block in force. One at the very first item does not count, on purpose.
+    void fetch() {
+        if (recordingInForce_ == nullptr && lastStartBlock_ >= 1) {
+            recordingInForce_ = &index_.recordingOf(index_[lastStartBlock_]);
+        }
+    }
+
+    void close(uint32_t endIndex, uint32_t time, bool withDuration) {
+        TRKTrial &trial = trials_.back();
+        trial.end_index = endIndex;
+        trial.recording = recordingInForce_;
+        trial.end_time = time;
+        if (withDuration) {
+            trial.duration = time - trial.start_time;
+        }
+        trialClosed_ = true;
+    }
+
+    void open(uint32_t i, uint32_t time) {
+        trials_.push_back({.start_time = time, .start_index = i});
+        trialOpen_ = true;
+        trialClosed_ = false;
+    }
+
+    [[nodiscard]] uint32_t timeAt(uint32_t i) const { return timeOfKey(index_.effectiveKey(index_[i])); }
+
+    ItemIndex &index_;
+    ItemSource &items_;
+    TrialMarkers markers_;
+    uint16_t startNumber_ = 0;
+    uint16_t endNumber_ = 0;
+
+    std::vector<TRKTrial> trials_;
+    bool trialOpen_ = false;
+    bool trialClosed_ = true; // no trial waits for its end
+    FRECORDING *recordingInForce_ = nullptr;
+    uint32_t lastStartBlock_ = 0; // 0: none
+    std::optional<uint32_t> lastEndBlock_;
+};
+
+} // namespace
+
+std::vector<TRKTrial> collectTrials(ItemIndex &index, ItemSource &items, const TrialMarkers &markers) {
+    return TrialCollector(index, items, markers).run();
+}
+
+void TrialList::setTrialIdentifier(char *startText, char *endText) {
+    std::fflush(nullptr);
+    markers_.end = endText;
+    if (endText != nullptr) {
+        std::printf("setTrial End:  %s\n", endText);
+    } else {
+        std::puts("Set TrialEndMesage Empty");
+    }
+    markers_.start = startText;
+    if (startText != nullptr && contains(startText, kInputPrefix)) {
+        markers_.byInput = true;
+        markers_.start = startText + std::strlen(kInputPrefix); // the prefix is expected at the beginning
+        std::printf("Input Split option found :%s  %s\n", startText, markers_.start);
+    }
+    std::fflush(nullptr);
+    collect();
+}
+
+void TrialList::collect() {
+    trials_ = collectTrials(index_, items_, markers_);
+    collected_ = true;
+}
+
+const std::vector<TRKTrial> &TrialList::trials() {
+    if (!collected_) {
+        collect();
+    }
+    return trials_;
+}
+
+std::optional<uint32_t> TrialList::jumpToTrial(int trial) {
+    if (trial < 0 || static_cast<std::size_t>(trial) >= trials().size()) {
+        return std::nullopt;
+    }
+    currentTrial_ = static_cast<uint32_t>(trial);
+    return trials_[currentTrial_].start_index;
+}
+
+std::optional<uint32_t> TrialList::gotoTrialWith(uint32_t TRKTrial::*field, uint32_t time) {
+    const auto found = std::ranges::find(trials(), time, field);
+    return found == trials_.end() ? std::nullopt : jumpToTrial(static_cast<int>(found - trials_.begin()));
+}
+
+std::optional<uint32_t> TrialList::gotoTrialWithStartTime(uint32_t time) {
+    return gotoTrialWith(&TRKTrial::start_time, time);
+}
+
+std::optional<uint32_t> TrialList::gotoTrialWithEndTime(uint32_t time) {
+    return gotoTrialWith(&TRKTrial::end_time, time);
+}
+
+const TRKTrial *TrialList::getTrialHeaders() {
+    return currentTrial_ < trials().size() ? &trials_[currentTrial_] : nullptr;
+}
+
+void TrialList::arrivedAt(int index) {
+    if (!collected_) {
+        return;
+    }
+    const auto found = std::ranges::find(trials_, static_cast<uint32_t>(index), &TRKTrial::start_index);
+    if (found != trials_.end()) {
+        currentTrial_ = static_cast<uint32_t>(found - trials_.begin());
+    }
+}
+
+const FRECORDING *TrialList::recordingAt(uint32_t time) {
+    const std::vector<TRKTrial> &all = trials();
+    const auto contains = [time](const TRKTrial &trial) {
+        return trial.recording != nullptr && trial.start_time <= time && time <= trial.end_time;
+    };
+    const auto found = std::find_if(all.rbegin(), all.rend(), contains);
+    return found == all.rend() ? nullptr : found->recording;
+}
+
+} // namespace trk
