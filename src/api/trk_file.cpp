@@ -24,7 +24,9 @@ std::unique_ptr<InputStream> inflateToTemporaryFile(InputStream &compressed) {
     if (!temporary) {
         throwException("Failed to create temp file \n");
     }
-    do_uncompress(compressed, temporary.get());
+    if (do_uncompress(compressed, temporary.get()) == kInflatesTooFar) {
+        throwException("Compressed data inflate beyond the largest recording");
+    }
     return std::make_unique<FileInputStream>(std::move(temporary));
 }
 
@@ -36,12 +38,13 @@ OpenRequest::OpenRequest(const char *pathName, int openFlags, int loadEventsFlag
       checkConsistency((openFlags & kCheckMask) != 0), strict((openFlags & kCheckMask) == TRK_OPEN_CHECK_AND_FILL),
       tolerant((openFlags & TRK_OPEN_TOLERANT) != 0), keepTimes((openFlags & TRK_OPEN_KEEP_TIMES) != 0),
       cutMessageOffsets((openFlags & TRK_OPEN_MESSAGE_OFFSETS) != 0), loadEvents(loadEventsFlags != 0),
-      mergeMessageLog((loadEventsFlags & TRK_EVENTS_MESSAGE_LOG) != 0), loadSamples(loadSamplesFlag != 0) {}
+      mergeMessageLog((loadEventsFlags & TRK_EVENTS_MESSAGE_LOG) != 0), loadSamples(loadSamplesFlag != 0),
+      openStream([](const char *name) { return std::make_unique<FileInputStream>(name); }) {}
 
 TRKFile::TRKFile(const OpenRequest &request)
-    : messageLog_(openMessageLog(request)), reader_(request.cutMessageOffsets),
-      preamble_(openContainer(request.path)), facts_(preScan(request)), queue_(index_),
-      batchReader_(reader_, index_, queue_, request.strict), velocity_(queue_, preamble_.trackerModel),
+    : messageLog_(openMessageLog(request)), reader_(request.cutMessageOffsets), preamble_(openContainer(request)),
+      facts_(preScan(request)), queue_(index_), batchReader_(reader_, index_, queue_, request.strict),
+      velocity_(queue_, preamble_.trackerModel),
       itemReader_(reader_, index_, queue_, batchReader_, velocity_, request.config),
       delivery_(itemReader_, index_, request.strict), merge_(delivery_, index_, messageLog_),
       times_(request.keepTimes, facts_.firstSampleTime, facts_.lastSampleTime), trials_(index_, *this) {
@@ -59,8 +62,8 @@ MessageLog TRKFile::openMessageLog(const OpenRequest &request) {
     return log;
 }
 
-Preamble TRKFile::openContainer(const char *path) {
-    std::unique_ptr<InputStream> stream = std::make_unique<FileInputStream>(path);
+Preamble TRKFile::openContainer(const OpenRequest &request) {
+    std::unique_ptr<InputStream> stream = request.openStream(request.path);
     const ContainerVariant variant = readMagicLine(*stream);
     Preamble preamble = readPreamble(*stream);
     if (variant == ContainerVariant::Compressed) {

@@ -19,12 +19,16 @@
 #include "records/record_reader.h"
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 
 namespace trk {
 
 // What the open call was asked for.
 struct OpenRequest {
+    using StreamOpener = std::function<std::unique_ptr<InputStream>(const char *path)>;
+
     OpenRequest(const char *path, int openFlags, int loadEvents, int loadSamples, const CONFIG *config);
 
     const char *path;
@@ -37,6 +41,7 @@ struct OpenRequest {
     bool loadEvents;
     bool mergeMessageLog;
     bool loadSamples;
+    StreamOpener openStream; // of the recording file; tests put streams of their own here
 };
 
 class TRKFile final : private ItemSource, private BlockLookup {
@@ -98,7 +103,7 @@ class TRKFile final : private ItemSource, private BlockLookup {
     int getWindowSize(uint32_t time, int &first, int &second) override;
 
     static MessageLog openMessageLog(const OpenRequest &request);
-    Preamble openContainer(const char *path);
+    Preamble openContainer(const OpenRequest &request);
     PrescanFacts preScan(const OpenRequest &request);
 
     // In the order in which opening sets them up.

@@ -91,7 +91,7 @@ void ItemIndex::appendRecordingBlock(const FRECORDING &recording) {
 
 // Takes the items so far as a sample of those to come. Memory that is reserved and never used costs nothing, an
 // index that is copied to a larger place again and again does; but no file may make the guess run away.
-void ItemIndex::makeRoom(int64_t scanned, int64_t total) {
+void ItemIndex::makeRoom(int64_t scanned, int64_t total, std::size_t most) {
     const std::size_t least = std::max(kFirstCapacity, items_.size() + items_.size() / 2);
     std::size_t guess = least;
     if (!items_.empty() && scanned > 0 && total > scanned) {
@@ -101,9 +101,9 @@ void ItemIndex::makeRoom(int64_t scanned, int64_t total) {
             std::clamp(truncateTo<std::size_t>(expected), least, std::max(least, kLargestGrowth * items_.size()));
     }
     try {
-        items_.reserve(guess);
+        items_.reserve(std::min(guess, most));
     } catch (const std::bad_alloc &) {
-        items_.reserve(least);
+        items_.reserve(std::min(least, most));
     }
 }
 

@@ -17,7 +17,15 @@ constexpr uint16_t kWithdrawingExtension = 0xF0;
 } // namespace
 
 PrescanFacts Prescan::run() {
-    while (scanRecords()) {
+    try {
+        while (scanRecord()) {
+        }
+    } catch (TRKException *thrown) {
+        if (!options_.tolerant) {
+            throw;
+        }
+        const CaughtException error(thrown);
+        print_log("Error reading items %s \n", error->text());
     }
     index_.sortItems();
     return facts_;
@@ -37,17 +45,8 @@ int Prescan::nextRecord() {
 }
 
 // Reads one record; returns false at the end of the scan.
-bool Prescan::scanRecords() {
-    int kind = kEndOfRecords;
-    try {
-        kind = nextRecord();
-    } catch (TRKException *thrown) {
-        if (!options_.tolerant) {
-            throw;
-        }
-        const CaughtException error(thrown);
-        print_log("Error reading items %s \n", error->text());
-    }
+bool Prescan::scanRecord() {
+    const int kind = nextRecord();
     if (kind == kEndOfRecords) {
         return false;
     }
@@ -90,6 +89,10 @@ void Prescan::indexSample() {
 
 void Prescan::fillGap(uint64_t key) {
     const GapFiller::Gap gap = gaps_.check(key, reader_.state().sampleRate);
+    filledSamples_ += gap.count;
+    if (filledSamples_ > options_.mostFilledSamples) {
+        throwException("Too many missing samples");
+    }
     for (uint32_t i = 1; i <= gap.count; ++i) {
         append({kNoFilePosition, REC_SAMPLE, 0, gap.keyBefore + i * gap.period});
     }
@@ -214,7 +217,10 @@ void Prescan::appendEvent(uint32_t time, unsigned eye) {
 
 void Prescan::append(const TRKItem &item) {
     if (index_.isFull()) [[unlikely]] {
-        index_.makeRoom(reader_.stream().position(), totalBytes_);
+        if (index_.size() >= options_.mostItems) {
+            throwException("Too many items");
+        }
+        index_.makeRoom(reader_.stream().position(), totalBytes_, options_.mostItems);
     }
     index_.append(item);
 }

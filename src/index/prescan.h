@@ -6,15 +6,23 @@
 #include "index/item_index.h"
 #include "records/record_reader.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace trk {
+
+// Bounds far beyond any recording, so that a small hostile file cannot take all memory. Reaching one is a failure
+// of the scan.
+inline constexpr std::size_t kMostItems = std::size_t{1} << 28;     // 37 hours at 2000 samples per second
+inline constexpr std::size_t kMostFilledSamples = 20 * 1000 * 1000; // close to three hours lost at that rate
 
 struct PrescanOptions {
     bool tolerant = false; // a read failure ends the scan as the end of the file would
     bool fillGaps = false;
     bool loadEvents = true; // else only the starts and ends of recording blocks
     bool loadSamples = true;
+    std::size_t mostItems = kMostItems;
+    std::size_t mostFilledSamples = kMostFilledSamples;
 };
 
 // What the scan learned besides the index.
@@ -39,7 +47,7 @@ class Prescan {
 
   private:
     int nextRecord();
-    bool scanRecords();
+    bool scanRecord();
     bool scanSample();
     bool scanEvent();
     void indexSample();
@@ -63,6 +71,7 @@ class Prescan {
     int64_t totalBytes_;
 
     bool anyRecord_ = false;
+    std::size_t filledSamples_ = 0;
     int64_t bodyPosition_ = 0; // of the record at hand
     uint16_t tagWord_ = 0;
     Sample sample_{}; // the last sample read, indexed or not

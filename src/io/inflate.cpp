@@ -12,7 +12,7 @@ constexpr int kFileError = -1;
 
 class Inflater {
   public:
-    Inflater() : initialised_(inflateInit(&stream_)) {}
+    explicit Inflater(int64_t largest) : initialised_(inflateInit(&stream_)), room_(largest) {}
     ~Inflater() {
         if (initialised_ == Z_OK) {
             inflateEnd(&stream_);
@@ -39,6 +39,10 @@ class Inflater {
                 return Z_DATA_ERROR;
             }
             const std::size_t produced = kChunk - stream_.avail_out;
+            room_ -= static_cast<int64_t>(produced);
+            if (room_ < 0) {
+                return kInflatesTooFar;
+            }
             if (std::fwrite(output_.data(), 1, produced, destination) != produced) {
                 return kFileError;
             }
@@ -50,13 +54,14 @@ class Inflater {
   private:
     z_stream stream_{};
     int initialised_;
+    int64_t room_; // bytes that may still come
     std::array<Bytef, kChunk> output_;
 };
 
 } // namespace
 
-int do_uncompress(InputStream &source, std::FILE *destination) {
-    Inflater inflater;
+int do_uncompress(InputStream &source, std::FILE *destination, int64_t largest) {
+    Inflater inflater(largest);
     if (inflater.initialised() != Z_OK) {
         return inflater.initialised();
     }
