@@ -8,17 +8,17 @@ namespace {
 
 using namespace trk_test;
 
+// Drops the line that every open prints.
 class BadInput : public testing::Test {
   protected:
-    // Drops the line that every open prints.
-    BadInput() { testing::internal::CaptureStdout(); }
-    ~BadInput() override { testing::internal::GetCapturedStdout(); }
+    void SetUp() override { testing::internal::CaptureStdout(); }
+    void TearDown() override { testing::internal::GetCapturedStdout(); }
 };
 
 // The items of what opens, nothing of what does not.
 std::optional<std::vector<Item>> itemsOf(const Bytes &bytes, int flags) {
     const LogCapture log;
-    Recording recording = openBytes(bytes, {.flags = flags});
+    const Recording recording = openBytes(bytes, {.flags = flags});
     EXPECT_EQ(recording.error(), recording ? 0 : -1);
     return recording ? std::optional(recording.walk()) : std::nullopt;
 }
@@ -31,14 +31,9 @@ TEST_F(BadInput, CutAnywhere) {
             const Bytes bytes = compressed ? rich.compressed() : rich.plain();
             const size_t head = rich.head(compressed ? kMagicCompressed : kMagicCombfile).size();
             const size_t mayMiss = compressed ? 8 : 0; // the end of a zlib stream holds nothing of the recording
-            for (size_t size = 0, count = 0; size <= bytes.size(); ++size) {
+            for (size_t size = 0; size <= bytes.size(); ++size) {
                 const Bytes cut = bytes.substr(0, size);
-                const auto tolerant = itemsOf(cut, check | TRK_OPEN_TOLERANT);
-                ASSERT_EQ(tolerant.has_value(), size >= head) << size;
-                if (check == TRK_OPEN_NO_CHECK && tolerant) {
-                    EXPECT_GE(tolerant->size(), count) << size;
-                    count = tolerant->size();
-                }
+                EXPECT_EQ(itemsOf(cut, check | TRK_OPEN_TOLERANT).has_value(), size >= head) << size;
                 if (size % 3 == static_cast<size_t>(check) || size == bytes.size()) {
                     const auto strict = itemsOf(cut, check);
                     EXPECT_TRUE(strict ? strict == whole && size + mayMiss >= bytes.size() : size < bytes.size())

@@ -1,8 +1,5 @@
 // What is put right on the way from the index to the caller.
-#include "delivery/delivery.h"
-#include "index/consistency.h"
-#include "index/prescan.h"
-#include "io/file_input_stream.h"
+#include "api/trk_file.h"
 #include "support/walk.h"
 
 #include <algorithm>
@@ -15,78 +12,60 @@ namespace {
 using namespace trk_test;
 using Times = std::vector<uint32_t>;
 
-// The parts of an open recording, within reach, after the first step.
-struct Parts {
-    trk::RecordReader reader;
-    trk::ItemIndex index;
-    trk::SampleQueue queue{index};
-    trk::BatchReader batches;
-    trk::VelocityComputer velocity{queue, 3};
-    trk::ItemReader items{reader, index, queue, batches, velocity, nullptr};
-    trk::Delivery delivery;
-
-    explicit Parts(const RecordingWriter &writer, bool strict = false)
-        : batches(reader, index, queue, strict), delivery(items, index, strict) {
-        trk::FilePointer file(std::tmpfile());
-        std::fwrite(writer.records().data(), 1, writer.records().size(), file.get());
-        reader.setStream(std::make_unique<trk::FileInputStream>(std::move(file)));
-        reader.setPreambleFacts(true, 5);
-        trk::Prescan(reader, index, {.fillGaps = strict}).run();
-        trk::checkConsistency(index, strict);
-        delivery.step();
-    }
-    // The n-th item of a kind.
-    std::size_t find(int code, std::size_t number = 0) const {
-        std::size_t place = 0;
-        while (index[place].code() != static_cast<unsigned>(code) || number-- > 0) {
-            ++place;
+std::vector<FSAMPLE_REC> samplesOf(const Bytes &bytes, int flags = TRK_OPEN_KEEP_TIMES) {
+    std::vector<FSAMPLE_REC> samples;
+    for (const Item &item : openBytes(bytes, {.flags = flags}).walk()) {
+        if (item.code == REC_SAMPLE) {
+            samples.push_back(item.sample());
         }
-        return place;
     }
-    trk::TRKItem &item(int code, std::size_t number = 0) { return index.items()[find(code, number)]; }
-    FSAMPLE_REC sample(std::size_t number) { return delivery.read(find(REC_SAMPLE, number))->sample; }
-};
+    return samples;
+}
 
 // Two blocks at 1000 and 11000 ms, 2000 samples a second, gaze divisors 10 and 1.
-RecordingWriter twoBlocks(int samples) {
+Bytes twoBlocks(int samples) {
     RecordingWriter writer;
     for (const uint32_t start : {1000U, 11000U}) {
         writer.startBlock({.time = start, .rate = 2000, .gazeDivisor = start == 1000 ? 10 : 1});
         for (int i = 0; i < samples; ++i) {
             const uint32_t time = start + static_cast<uint32_t>(i / 2);
-            writer.sample(
-                {.time = time, .gaze = EyePositions{{i * i % 997, i}, {}}, .resolution = Position{50, 50}});
+            writer.sample({.time = time,
+                           .gaze = EyePositions{{i % 500 * 7 % 997, i % 100}, {}},
+                           .resolution = Position{9, 9}});
         }
-        writer.endBlock(start + static_cast<uint32_t>(samples) + 9);
+        writer.endBlock(start + static_cast<uint32_t>(samples));
     }
-    return writer.end();
+    return writer.end().plain();
 }
 
 TEST(Delivery, SaysWhatCannotBeRead) {
-    const RecordingWriter writer = twoBlocks(3);
-    const std::string end = std::to_string(writer.records().size());
-    const std::pair<int, LogLines> cases[] = {
-        {REC_STARTEVENTS,
-         {"error reading trk file 11\n", "error reading trk file 4   -1 " + end + "\n",
-          "Error Error reading event - type(readItem) \n"}},
-        {REC_SAMPLE,
-         {"error reading trk file 9\n", "error reading trk file 5\n", "Error Error reading Sample - type \n"}},
-    };
-    for (const auto &[code, lines] : cases) {
-        Parts parts(writer);
-        parts.item(code).file_position = std::stoi(end);
-        const LogCapture log;
-        EXPECT_EQ(parts.delivery.read(parts.find(code)), nullptr);
-        EXPECT_EQ(log.take(), lines);
-        EXPECT_EQ(parts.sample(1).time, 1000U); // the next one is not harmed
+    const TemporaryDirectory directory;
+    const std::string path = directory.save("long.trk", twoBlocks(50000)); // longer than the read window
+    const LogCapture log;
+    Recording recording(path);
+    std::filesystem::resize_file(path, 0);
+    for (int code = 0; code != REC_SAMPLE;) {
+        code = recording.step();
+        EXPECT_EQ(recording.fetch(code).fetched, code == REC_RECORDING);
+        const LogLines lines = log.take();
+        if (code == REC_SAMPLE) {
+            EXPECT_EQ(lines, (LogLines{"error reading trk file 9\n", "error reading trk file 5\n",
+                                       "Error Error reading Sample - type \n"}));
+        } else if (code == REC_STARTSAMPLES) {
+            const std::string position = std::to_string(RecordingWriter().plain().size() + 2);
+            EXPECT_EQ(lines,
+                      (LogLines{"error reading trk file 11\n", "error reading trk file 4   -1 " + position + "\n",
+                                "Error Error reading event - type(readItem) \n"}));
+        }
     }
 }
 
 TEST(Delivery, FlagsKeysThatAreNotTwiceTheTime) {
     RecordingWriter writer;
-    Parts parts(writer.startBlock({.time = 1}).sample(9).sample(9).sample(0x7FFFFFFF).sample(0x80000000).end());
+    const auto samples = samplesOf(
+        writer.startBlock({.time = 1}).sample(9).sample(9).sample(0x7FFFFFFF).sample(0x80000000).end().plain());
     for (const std::size_t number : {0U, 1U, 2U, 3U}) {
-        EXPECT_EQ(parts.sample(number).flags & TRK_SAMPLE_DUPLICATE_TIME, number % 2 * 2);
+        EXPECT_EQ(samples[number].flags & TRK_SAMPLE_DUPLICATE_TIME, number % 2 * 2);
     }
 }
 
@@ -101,84 +80,93 @@ TEST(Delivery, HidesBlinksAndFillsGapsWithPlaceholders) {
                        .buttons = 7});
     }
     const LogCapture log;
-    Parts parts(writer.end(), true);
-    EXPECT_EQ(parts.sample(0).buttons, 7);
-    FSAMPLE_REC dummy{.time = 1006, .flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT, .sort_key = 2012};
+    const auto samples = samplesOf(writer.end().plain(), TRK_OPEN_CHECK_AND_FILL);
+    ASSERT_EQ(samples.size(), 6U);
+    FSAMPLE_REC dummy{};
+    dummy.time = 1006;
+    dummy.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
+    dummy.sort_key = 2012;
     std::fill_n(reinterpret_cast<float *>(&dummy) + 1, 40, MISSING_DATA);
     dummy.pupil_size[0] = 900;
     dummy.pupil_size[1] = 910;
-    EXPECT_EQ((Item{REC_SAMPLE, true, {parts.sample(3)}}), (Item{REC_SAMPLE, true, {dummy}}));
-    for (const std::size_t number : {4U, 5U}) { // before and in the blink
-        const FSAMPLE_REC sample = parts.sample(number);
-        EXPECT_EQ(sample.gaze_x[0], number == 4 ? 1 : MISSING_DATA);
-        EXPECT_EQ(sample.gaze_y[0], number == 4 ? 2 : MISSING_DATA);
-        EXPECT_EQ(sample.gaze_x[1], 3);
+    EXPECT_EQ((Item{REC_SAMPLE, true, {samples[3]}}), (Item{REC_SAMPLE, true, {dummy}}));
+    EXPECT_EQ(samples[4].gaze_x[0], 1); // before and in the blink
+    EXPECT_EQ(std::pair(samples[5].gaze_x[0], samples[5].gaze_y[0]), std::pair(MISSING_DATA, MISSING_DATA));
+    EXPECT_EQ(std::pair(samples[5].gaze_x[1], samples[5].gaze_y[1]), std::pair(3.0F, 4.0F));
+}
+
+// The second and third samples stand in the file the other way round. Strict reading believes the index.
+TEST(Batches, ReadOnInTheOrderOfTheFile) {
+    RecordingWriter writer;
+    writer.startBlock({.time = 1000, .rate = 60}).sample(1000).sample(1002).sample(1001).sample(1003).end();
+    for (const int flags : {int{TRK_OPEN_CHECK}, int{TRK_OPEN_CHECK_AND_FILL}}) {
+        const bool strict = flags == TRK_OPEN_CHECK_AND_FILL;
+        const auto samples = samplesOf(writer.plain(), flags);
+        EXPECT_EQ((Times{samples[1].time, samples[2].time, samples[3].time}),
+                  strict ? (Times{1001, 1002, 1003}) : (Times{1002, 1001, 1003}));
+        EXPECT_EQ(std::pair(+samples[1].flags, +samples[3].flags), std::pair(strict ? 0xC000 : 0x8503, 0x8501));
     }
 }
 
-TEST(Delivery, LacksVelocitiesOutsideOfBlocks) {
-    Parts parts(twoBlocks(100));
-    EXPECT_EQ(parts.sample(0).gaze_fvel_x[0], MISSING_DATA);
-    EXPECT_NE(parts.sample(50).gaze_fvel_x[0], MISSING_DATA);
-    while (parts.delivery.currentRecording() != nullptr) {
-        parts.delivery.step();
+TEST(Batches, LackVelocitiesOutsideOfBlocks) {
+    RecordingWriter writer;
+    for (uint32_t time = 1000; time < 1050; ++time) {
+        writer.sample({.time = time, .gaze = EyePositions{}, .resolution = Position{9, 9}});
     }
     const LogCapture log;
-    EXPECT_EQ(parts.sample(50).gaze_fvel_x[0], MISSING_DATA);
-    EXPECT_EQ(log.take()[0], "WARNING: TRK FILE MAY BE CORRUPTED. Samples 1025 found without start recording \n");
-}
-
-TEST(Batches, BelieveTheIndexWhenStrict) {
-    for (const bool strict : {false, true}) {
-        Parts parts(twoBlocks(3), strict);
-        parts.item(REC_SAMPLE, 2).sort_key = 2005; // half a millisecond after 1002; the file has 1001
-        EXPECT_EQ(parts.sample(0).time, 1000U);
-        EXPECT_EQ(parts.sample(2).time, strict ? 1002U : 1001U);
-        EXPECT_EQ(parts.sample(2).flags, strict ? 0xC002 : 0x8603);
+    for (const FSAMPLE_REC &sample : samplesOf(writer.end().plain())) {
+        EXPECT_EQ(std::pair(sample.gaze_x[0], sample.gaze_fvel_x[0]), std::pair(0.0F, MISSING_DATA));
     }
+    EXPECT_EQ(log.take()[49], "WARNING: TRK FILE MAY BE CORRUPTED. Samples 1049 found without start recording \n");
 }
 
-TEST(Batches, EndWithTheirBlock) {
-    for (const auto &dummies : std::vector<std::vector<std::size_t>>{{}, {0}, {2, 4}, {0, 1, 2, 3, 4}}) {
-        Parts parts(twoBlocks(5));
-        std::ranges::for_each(dummies, [&](std::size_t i) { parts.item(REC_SAMPLE, i).file_position = -1; });
-        for (const std::size_t first : {3U, 0U}) { // an earlier start empties the queue
-            EXPECT_EQ(parts.batches.batchReadSample(parts.find(REC_SAMPLE, first)), 0);
-            EXPECT_EQ(parts.queue.count(), 5 - static_cast<int>(first));
-        }
+// A recording of two blocks, read in any order.
+class AnyOrder : public testing::Test {
+  protected:
+    static constexpr std::size_t kSamples = 3000;
+    static constexpr std::size_t kStart = 1; // of the first block, by item
+    static constexpr std::size_t kFirst = 3; // first sample
+    const Bytes bytes_ = twoBlocks(kSamples);
+    TemporaryDirectory directory_;
+    trk::TRKFile file_{{directory_.save("blocks.trk", bytes_).c_str(), TRK_OPEN_CHECK, 1, 1, nullptr}};
+
+    AnyOrder() { file_.getNextData(); }
+    FSAMPLE_REC at(std::size_t item) {
+        file_.gotoIndex(static_cast<int>(item));
+        file_.getNextData();
+        return file_.getFloatData()->sample;
     }
-}
+};
 
-// Fetching the start of a block changes how the samples of another one read.
-TEST(Batches, TakeTheDivisorsOfTheStartReadLast) {
-    Parts parts(twoBlocks(4));
-    EXPECT_EQ(parts.sample(3).gaze_x[0], 9); // the scan read the second block last
-    parts.delivery.read(parts.find(REC_STARTSAMPLES));
-    EXPECT_EQ(parts.sample(7).gaze_x[0], 0.9F);
-}
-
-// Velocities lack at the edges of the block only: the queue is refilled before its end is reached.
-TEST(Batches, DeliverTheSameInAnyOrder) {
-    constexpr std::size_t kSamples = 3000;
-    Parts inOrder(twoBlocks(kSamples));
-    Parts atRandom(twoBlocks(kSamples));
-    std::vector<Item> expected;
+// Velocities lack at the edges of a block only: the queue is refilled before its end is reached.
+TEST_F(AnyOrder, GivesTheSameSamples) {
+    const auto expected = samplesOf(bytes_);
     for (std::size_t i = 0; i < kSamples; ++i) {
-        expected.push_back({REC_SAMPLE, true, {inOrder.sample(i)}});
-        ASSERT_EQ(expected[i].sample().gaze_fvel_x[0] == MISSING_DATA, i < 19 || i + 19 >= kSamples) << i;
+        ASSERT_EQ(expected[i].gaze_fvel_x[0] == MISSING_DATA, i < 19 || i + 19 >= kSamples) << i;
     }
+    at(kStart);
     std::mt19937 random(1);
     for (int jump = 0; jump < 100; ++jump) {
-        const std::size_t start = random() % (kSamples - 600);
-        EXPECT_EQ(atRandom.sample(start).gaze_x[0], expected[start].sample().gaze_x[0]);
+        const std::size_t start = random() % (kSamples - 70);
+        EXPECT_EQ(at(kFirst + start).gaze_x[0], expected[start].gaze_x[0]);
         const std::size_t place = start + 19 + random() % 45; // the neighbours that it needs are at hand
-        EXPECT_EQ((Item{REC_SAMPLE, true, {atRandom.sample(place)}}), expected[place]) << start << ' ' << place;
+        EXPECT_EQ((Item{REC_SAMPLE, true, {at(kFirst + place)}}), (Item{REC_SAMPLE, true, {expected[place]}}))
+            << place;
     }
 }
 
-// Events: a letter, the start, "-" and the end, "r" for the right eye; "!" first for strict checks. B b are blinks,
-// A a saccades, F f fixations, < > starts and ends of events blocks, m messages. Then the start times that the ends
-// of eye events are delivered with.
+// Samples read by the start of a block that was decoded last, wherever they stand. A batch that went on into the
+// next block would decode its start.
+TEST_F(AnyOrder, TakesTheDivisorOfTheStartReadLast) {
+    EXPECT_EQ(at(kFirst + 3).gaze_x[0], 21); // the scan ended in the second block
+    at(kStart);
+    EXPECT_EQ(at(kFirst + kSamples - 1).gaze_x[0], 50.2F);
+    EXPECT_EQ(at(kFirst + 3).gaze_x[0], 2.1F);
+}
+
+// Events: a letter, the start, "-" and the end, "r" for the right eye; "!" first for strict checks. B b are
+// blinks, A a saccades, F f fixations, < > starts and ends of events blocks, m messages. Then the start times that
+// the ends of eye events are delivered with.
 TEST(EventPairing, StartsEndsAtTheirOwnStarts) {
     constexpr std::string_view kLetters = "...BbAaFf........<>.....m"; // by code
     for (const std::string text :

@@ -137,7 +137,10 @@ ItemIndex parsed(const std::string &text) {
         const int code = kCodes[kLetters.find(token[0])] | std::atoi(token.c_str() + 1) << 8;
         position += token.back() == '=' ? 0 : 10;
         if (code == REC_RECORDING) {
-            index.appendRecordingBlock({.state = token[0] == '[', .sort_key = key});
+            FRECORDING block{};
+            block.state = token[0] == '[' ? TRK_BLOCK_START : TRK_BLOCK_END;
+            block.sort_key = key;
+            index.appendRecordingBlock(block);
         } else {
             index.append({position, static_cast<uint16_t>(code), 0, key});
         }
@@ -207,7 +210,7 @@ TEST(Consistency, RepairsTheIndex) {
         {"[:1000 ]:2000 [:2006 ]:3000", ""},
         {"[:1000 ]:2000 [:2004 ]:2012", "[:1000 ]:2001 [:2007 ]:2013"},
         {"[:1000 [:2000 ]:2000 ]:3000", "[:1000 ]:2001 [:2003 ]:3000"},
-        // Samples outside of blocks; an end that belongs before the start of its time, after which nothing is sorted.
+        // Samples outside of blocks; an end that belongs before the start of its time, and then no sorting.
         {"s:2 s:4 [:10 s:12 ]:20 s:22", "[:10 s:12 ]:20", {skipped("1"), skipped("2"), skipped("11")}},
         {"![:40 F1:40 [:90 ]:40 s:42 b1:91 s:92 B1:94 ]:99", "]:40 [:40 F1:40 s:42 [:90 b1:91 s:92 B1:91^ ]:99"},
         // Blinks that do not pair up.
@@ -217,7 +220,8 @@ TEST(Consistency, RepairsTheIndex) {
         {"![:10 b1:22 b2:24 B1:26 ]:90", "[:10 b1:22 b2:24 B1:24^ ]:90"},
         // Eye events between blocks.
         {"[:10 ]:20 a1:28 b1:28 f2:20 [:30 ]:40", "[:10 f2:20 b1:20^ a1:20^ ]:20 [:30 ]:40"},
-        {"[:10 ]:20 A1:22 B1:24 [:30 b2:32 b1:34 ]:40", "[:10 ]:20 [:30 A1:30^ B1:30^ b2:32~ b1:34 ]:40"},
+        {"[:10 ]:20 F1:20 A1:22 B1:24 [:30 b2:32 b1:34 ]:40",
+         "[:10 ]:20 F1:20 [:30 A1:30^ B1:30^ b2:32~ b1:34 ]:40"},
         {"[:10 ]:20 B1:22 F2:23 b1:24", "[:10 b1:20^~ ]:20 B1:22 F2:23"},
         {"A1:5 [:10 a1:12 ]:20", ""},
         // Several blinks within one saccade, and samples within blinks.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -42,19 +43,15 @@ TEST(InputStream, ReadsTheSameThroughAnyWindow) {
         EXPECT_EQ(stream.getInt(), 258U);
         EXPECT_EQ(stream.getByte(), 0xFE);
         char text[36] = "";
-        // A zero byte ends the text, not the line, and only the text counts in the position.
         EXPECT_EQ(stream.getTerminatedString(text, 35), 2);
-        EXPECT_EQ(stream.position(), 9);
-        EXPECT_EQ(stream.getTerminatedString(text, 3), 2);
-        EXPECT_STREQ(text, "xy");
-        EXPECT_EQ(stream.getRawData(text, 1), 1);
-        EXPECT_EQ(stream.position(), 12);
+        EXPECT_EQ(stream.position(), 9) << "a zero byte ends the text, not the line, and only the text counts";
+        EXPECT_EQ(stream.getTerminatedString(text, 4), 3);
         EXPECT_FALSE(stream.eof()) << "nothing has hit the end yet";
         EXPECT_EQ(stream.getTerminatedString(text, 35), -1);
-        EXPECT_STREQ(text, "zy");
+        EXPECT_STREQ(text, "xyz");
+        EXPECT_EQ(stream.position(), 12);
         EXPECT_TRUE(stream.eof());
         EXPECT_EQ(stream.seek(15), 0);
-        EXPECT_EQ(stream.position(), 15);
         EXPECT_FALSE(stream.eof());
         EXPECT_EQ(thrownBy([&] { stream.getInt(); }), "End of file Exception");
         EXPECT_EQ(stream.position(), 16) << "what there was is consumed";
@@ -67,60 +64,51 @@ TEST(InputStream, ReadsTheSameThroughAnyWindow) {
         EXPECT_NE(stream.seek(-1), 0);
         EXPECT_EQ(stream.position(), -1);
         EXPECT_EQ(stream.getInt(), 258U) << "a failed seek moves the position alone";
-        EXPECT_EQ(stream.position(), 3);
         EXPECT_EQ(stream.seek(1000), 0);
         EXPECT_EQ(stream.getRawData(text, 3), 0);
         EXPECT_EQ(stream.position(), 1000);
-        EXPECT_EQ(stream.seek(0), 0);
-        EXPECT_EQ(stream.getWord(), 0x1234);
     }
-    FileInputStream unreadable(FilePointer(std::fopen("/dev/null", "wb")));
-    EXPECT_EQ(thrownBy([&] { unreadable.getByte(); }), "End of file Exception");
-    EXPECT_FALSE(unreadable.eof());
 }
 
 TEST(Container, ReadsTheHead) {
     // Variant, revision, model, "u" for UTF-8 and text; or the exception.
     const auto headOf = [](const Bytes &bytes) {
-        std::string head;
+        std::ostringstream head;
         const std::string thrown = thrownBy([&] {
             FileInputStream stream(fileWith(bytes), 64);
-            head = readMagicLine(stream) == trk::ContainerVariant::Plain ? "plain" : "zip";
+            head << (readMagicLine(stream) == trk::ContainerVariant::Plain ? "plain " : "zip ");
             const trk::Preamble preamble = readPreamble(stream);
-            head += " " + std::to_string(preamble.revision) + std::to_string(preamble.trackerModel) +
-                    (trk::utf8encoding() ? "u " : " ") + preamble.text;
+            head << preamble.revision << ' ' << preamble.trackerModel << (trk::utf8encoding() ? "u " : " ")
+                 << preamble.text;
         });
-        return thrown.empty() ? head : thrown;
+        return thrown.empty() ? head.str() : thrown;
     };
-    const Bytes magic = "QM_OPTICORE_COMBFILE\n", end = "ENDP:\n", old = "QMVB1.5.9\n";
+    const auto facts = [&](const Bytes &lines) { return headOf("QM_OPTICORE_COMBFILE\n" + lines + "ENDP:\n"); };
     const LogCapture log;
-    for (const Bytes &name : {"COMBFILE"s, "COMBFILE\r"s, "7200FILE"s, "7200FILE\r"s}) {
-        EXPECT_EQ(headOf("QM_OPTICORE_" + name + "\n" + old + end), "plain 01 ** QMVB1.5.9\n") << name;
+    EXPECT_EQ(facts("QMVB1.5.9\nQMVB1.6\n"), "plain 0 1 ** QMVB1.5.9\n** QMVB1.6\n");
+    for (const Bytes &name : {"COMBFILE\r"s, "7200FILE"s, "7200FILE\r"s, "7200FILE ZIP"s, "7200FILE ZIP\r"s}) {
+        EXPECT_EQ(headOf("QM_OPTICORE_" + name + "\nENDP:\n"), name.size() > 9 ? "zip 0 1 " : "plain 0 1 ")
+            << name;
     }
-    for (const Bytes &line :
-         {""s, "\n"s, "QM_OPTICORE_COMBFILE"s, "QM_OPTICORE_COMBFILE \n"s, "QM_OPTICORE_COMBFILE\0\n"s,
-          "QM_OPTICORE_COMBFILE ZIP\n"s, "QM_OPTICORE_7200FILE ZIP\r\r\n"s}) {
-        EXPECT_EQ(headOf(line + end), "Bad magic.  Corrupt trk file. \n") << line;
+    for (const Bytes &name :
+         {""s, "COMBFILE"s, "COMBFILE \n"s, "COMBFILE\0\n"s, "COMBFILE ZIP\n"s, "7200FILE ZIP\r\r\n"s}) {
+        EXPECT_EQ(headOf("QM_OPTICORE_" + name + "ENDP:\n"), "Bad magic.  Corrupt trk file. \n") << name;
     }
-    EXPECT_EQ(headOf("QM_OPTICORE_7200FILE ZIP\n" + end), "zip 01 ");
-    EXPECT_EQ(headOf("QM_OPTICORE_7200FILE ZIP\r\n" + end), "zip 01 ");
-    EXPECT_EQ(headOf(magic + "VERSION: PUPILON V2 12x\nSOURCE: PUPILON LX\n" + end),
-              "plain 123 ** VERSION: PUPILON V2 12x\n** SOURCE: PUPILON LX\n");
-    EXPECT_EQ(headOf(magic + "VERSION: PUPILON V2 0\nSOURCE: PUPILON V2\n" + end),
-              "plain 12 ** VERSION: PUPILON V2 0\n** SOURCE: PUPILON V2\n");
-    EXPECT_EQ(headOf(magic + " VERSION: PUPILON V2 5\nENDP: \n" + end),
-              "plain 01 **  VERSION: PUPILON V2 5\n** ENDP: \n");
-    EXPECT_EQ(headOf(magic + "by QMVB1.6.0 \n" + end), "plain 01u ** by QMVB1.6.0 \n");
-    EXPECT_EQ(headOf(magic + end), "plain 01u ") << "without the tag, the flag of the file before stays";
-    EXPECT_EQ(headOf(magic + old + "QMVB1.6\n" + end), "plain 01 ** QMVB1.5.9\n** QMVB1.6\n");
-    // Lines are read 199 characters at a time; the text is cut, the facts behind the cut are not.
-    const std::string piece = "** " + Bytes(199, 'x'),
-                      cut = headOf(magic + Bytes(2500, 'x') + "\nSOURCE: PUPILON LX\n" + end);
-    EXPECT_EQ(cut.substr(0, 9 + 202 + 202), "plain 03 " + piece + piece);
-    EXPECT_EQ(cut.size(), 9 + 1999U);
+    EXPECT_EQ(facts("VERSION: PUPILON V2 12x\nSOURCE: PUPILON LX\n"),
+              "plain 12 3 ** VERSION: PUPILON V2 12x\n** SOURCE: PUPILON LX\n");
+    EXPECT_EQ(facts("SOURCE: PUPILON V2.3\nVERSION: PUPILON V2 0\n"),
+              "plain 1 2 ** SOURCE: PUPILON V2.3\n** VERSION: PUPILON V2 0\n");
+    EXPECT_EQ(facts(" VERSION: PUPILON V2 5\nENDP: \n"), "plain 0 1 **  VERSION: PUPILON V2 5\n** ENDP: \n");
+    EXPECT_EQ(facts("by QMVB1.6.0 \n"), "plain 0 1u ** by QMVB1.6.0 \n");
+    // Without the tag, the flag of the file before stays. Lines are read 199 characters at a time; the text is
+    // cut, the facts behind the cut are not.
+    const std::string piece = "** " + Bytes(199, 'x'), cut = facts(Bytes(2500, 'x') + "\nSOURCE: PUPILON LX\n");
+    EXPECT_EQ(cut.substr(0, 11 + 202 + 202), "plain 0 3u " + piece + piece);
+    EXPECT_EQ(cut.size(), 11 + 1999U);
     EXPECT_EQ(log.take(), LogLines{});
-    for (const Bytes &bytes : {"\0"s + magic + end, magic, magic + "a\nENDP:\r\n", magic + "\0\n"s + end}) {
-        EXPECT_EQ(headOf(bytes), "End of file Exception") << bytes;
+    for (const Bytes &tail :
+         {"\0QM"s, "QM_OPTICORE_COMBFILE\na\nENDP:\r\n"s, "QM_OPTICORE_COMBFILE\n\0\nENDP:\n"s}) {
+        EXPECT_EQ(headOf(tail), "End of file Exception") << tail;
         EXPECT_EQ(log.take(), LogLines{"error reading trk file 6\n"});
     }
 }
@@ -147,7 +135,7 @@ TEST(Inflation, KeepsWhatCameBeforeTheDamage) {
     Bytes corrupted = whole; // the checksum, which is looked at in the third chunk of input
     corrupted.back() ^= 1;
     for (const auto &[source, least] :
-         {std::pair(whole.substr(0, 20000), 19900U), {corrupted, 32700U}, {"no zlib", 0U}}) {
+         {std::pair(whole.substr(0, 20000), 19900U), {corrupted, 32700U}, {"?", 0U}}) {
         const auto [result, bytes] = inflated(source);
         EXPECT_EQ(result, -3);
         EXPECT_GE(bytes.size(), least);

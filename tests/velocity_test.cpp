@@ -31,7 +31,7 @@ struct Queues {
 
 // Positions i^3 + 3 i^2, i = -19 to 19, at 25 units per degree; the eye is lost at the distances `lost`. By hand,
 // without the even part, which falls out: 250 / 25 x 18 x 0.167 smoothed and 250 / 25 x 2 / 2 fast, then 10 x 100,
-// 1012, 9016 x 0.167 x scale and 10 x 4.5, 56, 540 x scale. HREF has its own resolution: 15000 / 57.2958 at (0, 0).
+// 1012, 9016 x 0.167 x scale and 10 x 4.5, 56, 540 x scale; the HREF resolution at (0, 0) is 15000 / 57.2958.
 TEST(Velocity, BothModelsByHand) {
     constexpr float kNone = MISSING_DATA;
     const struct {

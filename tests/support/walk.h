@@ -5,6 +5,7 @@
 #include "trkapi/trkapi.h"
 
 #include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <ostream>
@@ -57,19 +58,13 @@ struct Item {
     uint32_t time() const {
         return code == REC_SAMPLE ? sample().time : code == REC_RECORDING ? recording().time : event().start_time;
     }
-    // The record's bytes without the padding between its fields.
-    Bytes fields() const {
-        const Bytes all(reinterpret_cast<const char *>(&record), sizeof(record));
-        const auto upTo = [&all](size_t end, size_t start = 0) { return all.substr(start, end - start); };
-        return code == REC_SAMPLE ? upTo(offsetof(FSAMPLE_REC, status) + 2) + std::to_string(sample().sort_key)
-               : code == REC_RECORDING
-                   ? upTo(offsetof(FRECORDING, eye) + 1) +
-                         upTo(offsetof(FRECORDING, close_pair) + 1, offsetof(FRECORDING, sort_key))
-                   : upTo(offsetof(FEVENT, parse_flags) + 2);
-    }
+    // Compares field by field, up to the padding in the record.
     bool operator==(const Item &other) const {
+        const size_t size = code == REC_SAMPLE      ? offsetof(FSAMPLE_REC, status) + 2
+                            : code == REC_RECORDING ? offsetof(FRECORDING, eye) + 1
+                                                    : offsetof(FEVENT, parse_flags) + 2;
         return code == other.code && fetched == other.fetched && message == other.message &&
-               fields() == other.fields();
+               std::memcmp(&record, &other.record, size) == 0;
     }
 };
 
@@ -88,10 +83,10 @@ class Recording {
     explicit operator bool() const { return handle_ != nullptr; }
     _TRKFILE *handle() const { return handle_.get(); }
     int error() const { return error_; }
-    int step() { return trk_get_next_data(handle()); }
+    int step() const { return trk_get_next_data(handle()); }
 
     // Fetches the current item, whose code is given.
-    Item fetch(int code) {
+    Item fetch(int code) const {
         Item item{.code = code};
         if (const ALLF_DATA *const record = trk_get_float_data(handle())) {
             item.fetched = true;
@@ -105,7 +100,7 @@ class Recording {
     }
 
     // All items from the current position to the end, every one fetched.
-    std::vector<Item> walk() {
+    std::vector<Item> walk() const {
         std::vector<Item> items;
         while (const int code = step()) {
             if (items.size() == trk_get_element_count(handle())) {
