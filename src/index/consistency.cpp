@@ -34,13 +34,15 @@ class ConsistencyWalk {
     ConsistencyWalk(ItemIndex &index, bool strict) : index_(index), items_(index.items()), strict_(strict) {}
 
     void run() {
-        for (std::size_t next = 0; next < items_.size(); ++next) {
-            const TRKItem item = items_[next];
+        for (const TRKItem item : items_) {
             if (item.isSample() && outsideRecording_ && !moveEndBeforeStart()) {
                 print_log("WARNING: TRK FILE MAY BE CORRUPTED. Sample at %d found without start recording. "
                           "Skipping this sample \n",
                           static_cast<int>(item.sort_key >> 1));
                 continue;
+            }
+            if (startsBlock(item)) {
+                settleMovedEnds();
             }
             at(kept_) = item;
             if (!item.isSample()) {
@@ -70,12 +72,15 @@ class ConsistencyWalk {
         }
     }
 
+    [[nodiscard]] bool startsBlock(const TRKItem &item) const {
+        return item.isRecordingBlock() && index_.recordingOf(item).state != TRK_BLOCK_END;
+    }
+
     void seeBlock(const TRKItem &block) {
-        outsideRecording_ = index_.recordingOf(block).state == TRK_BLOCK_END;
+        outsideRecording_ = !startsBlock(block);
         if (outsideRecording_) {
             lastEndBlock_ = kept_;
         } else {
-            settleMovedEnds();
             lastStartBlock_ = kept_;
         }
     }

@@ -83,7 +83,7 @@ struct Disc {
 } // namespace
 
 RawEyeData::RawEyeData(BlockLookup &blocks, const Sample &sample, int eye)
-    : blocks_(blocks), sample_(sample), eye_(eye == 1 ? 1 : 0), encoding_(Encoding::Extension) {
+    : blocks_(blocks), sample_(sample), eye_(eye == 1 ? 1 : 0) {
     const float size = sample_.pupil_size[eye_];
     if (size <= -kPackedOffset) {
         encoding_ = Encoding::None;

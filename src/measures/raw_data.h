@@ -61,7 +61,7 @@ class RawEyeData {
     BlockLookup &blocks_;
     const Sample &sample_;
     int eye_;
-    Encoding encoding_;
+    Encoding encoding_ = Encoding::Extension;
     std::optional<float> prescaler_; // once it was asked for
 };
 
