@@ -36,7 +36,7 @@ TEST(Prescan, IndexesWhatIsAskedFor) {
     for (const auto &[options, codes, lines] : cases) {
         LogCapture log;
         Recording recording = openBytes(bytes, options);
-        EXPECT_EQ(log.take(), lines);
+        EXPECT_EQ(LogCapture::take(), lines);
         std::vector<int> found;
         while (const int code = recording.step()) {
             found.push_back(code);
@@ -75,7 +75,7 @@ TEST(Gaps, AreFilledWhereThePeriodIsKnown) {
         LogCapture log;
         Recording recording =
             openBytes(writer.endBlock(30000).end().plain(), {strict ? TRK_OPEN_CHECK_AND_FILL : TRK_OPEN_CHECK});
-        const LogLines lines = log.take();
+        const LogLines lines = LogCapture::take();
         EXPECT_EQ(std::accumulate(lines.begin(), lines.end(), std::string()), text);
         Keys found;
         while (const int code = recording.step()) {
@@ -133,7 +133,8 @@ ItemIndex parsed(const std::string &text) {
     std::istringstream tokens(text);
     int64_t position = 0;
     for (std::string token; tokens >> token;) {
-        const uint64_t key = token.find(':') != token.npos ? std::stoull(token.substr(token.find(':') + 1)) : 0;
+        const uint64_t key =
+            token.find(':') != std::string::npos ? std::stoull(token.substr(token.find(':') + 1)) : 0;
         const int code = kCodes[kLetters.find(token[0])] | std::atoi(token.c_str() + 1) << 8;
         position += token.back() == '=' ? 0 : 10;
         if (code == REC_RECORDING) {
@@ -241,7 +242,7 @@ TEST(Consistency, RepairsTheIndex) {
         ItemIndex index = parsed(before.substr(strict ? 1 : 0));
         EXPECT_EQ(checkConsistency(index, strict), 0);
         EXPECT_EQ(printed(index), after.empty() ? before.substr(strict ? 1 : 0) : after) << before;
-        EXPECT_EQ(log.take(), lines) << before;
+        EXPECT_EQ(LogCapture::take(), lines) << before;
     }
 }
 
