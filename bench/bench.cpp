@@ -81,10 +81,10 @@ void openFloor(benchmark::State &state, uint32_t durationMs, int rate) {
     countItems(state, items);
 }
 
-void inflationFloor(benchmark::State &state, uint32_t durationMs, int rate) {
+void inflation(benchmark::State &state, uint32_t durationMs, int rate, bool toFile) {
     const Recording &from = recording(durationMs, rate, true);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(trk_bench::inflateOnly(from.body));
+        benchmark::DoNotOptimize(trk_bench::inflateOnly(from.body, toFile));
     }
     countItems(state, openFile(from)->elementCount());
 }
@@ -200,7 +200,8 @@ void registerAll(uint32_t durationMs, const std::string &length) {
         add("open", openRecording, false);
         add("open_floor", openFloor);
         add("open_compressed", openRecording, true);
-        add("open_compressed_floor", inflationFloor);
+        add("open_compressed_floor", inflation, true);
+        add("inflate_in_memory", inflation, false);
         add("step", stepThrough);
         add("walk", walkWithFetches, false);
         add("walk_compressed", walkWithFetches, true);

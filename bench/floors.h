@@ -22,7 +22,7 @@ std::vector<FloorItem> walkRecords(std::string_view records);
 // Decodes one batch of samples from the start of `records`. Returns a sum that depends on all of them.
 double decodeBatch(std::string_view records, int samples);
 
-// Inflates a zlib stream and throws the result away; returns its size.
-std::size_t inflateOnly(std::string_view compressed);
+// Inflates a zlib stream into an anonymous temporary file, or to nowhere; returns its size.
+std::size_t inflateOnly(std::string_view compressed, bool toFile);
 
 } // namespace trk_bench

@@ -18,17 +18,17 @@ void expectNear(PlanePoint point, PlanePoint expected, double tolerance) {
 
 TEST(Geometry, CornersMapBothWays) {
     constexpr Corners kSquare{{{0, 1}, {0, 0}, {1, 1}, {1, 0}}};
-    constexpr Corners kTrapezoid{{{-2, 6}, {-3, 1}, {2, 6}, {3, 1}}};
+    constexpr Corners kQuadrilateral{{{1, 5}, {1, 1}, {5, 7}, {7, 2}}};
     const auto mapped = [](PlanePoint point, const Matrix &map) {
         const auto [x, y, w] = trk::mmult({point.x, point.y, 1}, map);
         return PlanePoint{x / w, y / w};
     };
-    const Matrix map = trk::solveSQ(kTrapezoid);
+    const Matrix map = trk::solveSQ(kQuadrilateral);
     for (std::size_t i = 0; i < kSquare.size(); ++i) {
-        expectNear(mapped(kSquare[i], map), kTrapezoid[i], 1e-9);
-        expectNear(mapped(kTrapezoid[i], trk::invP(map)), kSquare[i], 1e-9);
+        expectNear(mapped(kSquare[i], map), kQuadrilateral[i], 1e-9);
+        expectNear(mapped(kQuadrilateral[i], trk::invP(map)), kSquare[i], 1e-9);
     }
-    expectNear(mapped({0.5, 0.5}, map), {0, 4}, 1e-9); // where the diagonals meet
+    expectNear(mapped({0.5, 0.5}, map), {3, 4}, 1e-9); // where the diagonals meet
     constexpr Matrix kAffine{{{2, 0, 0}, {1, 0, 0}, {5, 0, 1}}};
     EXPECT_EQ(trk::solveSQ({{{6, 0}, {5, 0}, {10, 0}, {7, 0}}}), kAffine); // all on a line
 }
@@ -115,6 +115,12 @@ TEST_F(Viewer, FailuresForgetTheHistoryOfTheEye) {
     sample.href_x[0] = NAN;
     expectPpd(0, k45Degrees, k45Degrees, 15.7, 15.7);
     EXPECT_EQ(geometry.history(0).ppdc, 2U);
+    ViewingGeometry::History history;
+    history.add({20, 1});
+    history.add({1, 20});
+    history.add({30, 40});
+    EXPECT_EQ(history.mean().x, 30);
+    EXPECT_EQ(history.mean().y, 40);
     // Not set up, a triangle that is none, and distances of no use.
     geometry = ViewingGeometry();
     expectPpd(0, kBeside, kBeside, 1e8, 1e8, 2);

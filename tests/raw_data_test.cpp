@@ -80,7 +80,7 @@ TEST(RawData, AllEncodings) {
         {[](Sample &s) { s.pupil_size[0] = s.ext_type = 200; }, 0, "900:1288.5,198 60:1288.2,198.9 0:- 170,-8"},
         {[](Sample &s) { s.ext_data[4] = 0; }, -1, "0:- 60:1288.2,198.9 0:- 0,0"},
         {[](Sample &s) { s.ext_data[5] = 0; }, INT_MAX, "900:1288.5,198 0:- 0:- 170,-8"},
-        // Second reflections; 31 is the other eye's area of the first.
+        // Second reflections. 31 and 58 are the areas of the first.
         {[](Sample &s) { s.pupil_size[0] = -32768, s.ext_type = 200; }, 0, "0:- 31:- 65511:125,-249.805 0,0"},
         {[](Sample &s) { s.pupil_size[1] = -32768, s.ext_type = 200; }, 1, "0:- 58:- 32767:899.969,60.6641 0,0"},
         {[](Sample &s) { s.pupil_size[1] = -32768, s.ext_type = 196; }, 1, "0:- 58:- 65511:125,-249.805 0,0"},
@@ -127,7 +127,7 @@ TEST(RawData, CameraWindowAndCrDimension) {
 }
 
 // A pupil of radius 1000 and a CR of radius 400, widened to 500: a quarter of the pupil's area. The pupil goes at
-// most a fifth of the way to the CR. The overlap t: below 0, 0, 0.5, then 0.6607, up to 0.7327, and 1.
+// most a fifth of the way to the CR. The overlap t: below 0, 0, 0.5, then 0.6607, up to 0.7327, and 1.25.
 TEST(RawData, PupilIsMendedWhereTheCrCoversIt) {
     constexpr float kCr = 502654.4F;
     const struct {
@@ -141,9 +141,9 @@ TEST(RawData, PupilIsMendedWhereTheCrCoversIt) {
                  {{0, 1000}, {0, 0}, {0, 900}, 3534288, 1},
                  {{1000, 0}, {0, 0}, {867.86797F, 0}, 3660470, 2},
                  {{1000, 0}, {0, 0}, {853.46439F, 0}, 3717033},
-                 {{310, 420}, {10, 20}, {250, 340}, 3926987},
+                 {{160, 220}, {10, 20}, {130, 180}, 3926987, 1},
                  {{310, 420}, {10, 20}, {310, 420}, 3141590, 5, 0.99F},
-                 {{310, 420}, {10, 20}, {310, 420}, 0, 5, kCr, 0},
+                 {{13, 24}, {10, 20}, {13, 24}, 0, 5, kCr, 0},
                  {{MISSING_DATA, 0}, {MISSING_DATA - 8, 0}, {MISSING_DATA, 0}, 3141590},
                  {{0, MISSING_DATA - 8}, {0, MISSING_DATA}, {0, MISSING_DATA - 8}, 3141590}};
     for (auto [pupil, cr, mended, mendedArea, iterations, crArea, area] : cases) {

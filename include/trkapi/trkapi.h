@@ -21,12 +21,12 @@
  *  1. Handles. A handle comes from an open call and stays usable until trk_close_file. Apart from
  *     trk_close_file, no call checks its handle: a null or closed handle is the caller's error.
  *  2. Threads. Use a handle in one thread at a time. Different handles may be used in different threads at the
- *     same time. The log hook and the viewing geometry are process-wide. Set the hook before the threads start
- *     that use the library, and make it safe to be called from all of them; use the geometry in one thread at a
- *     time.
+ *     same time. The log hook, the name of the extra message log and the viewing geometry are process-wide. They
+ *     may be set and used from any thread; a log hook must be safe to be called from all threads that use the
+ *     library, and threads that share the geometry share its averages.
  *  3. Returned records live in buffers of the handle. They are valid, and may be changed by the caller, until
- *     the next call on the same handle that steps, fetches or closes. Copy what must live longer. A message
- *     text that an event points at lives in another buffer of the handle, for the same time.
+ *     the next call with the same handle. Copy what must live longer. A message text that an event points at lives
+ *     in another buffer of the handle, for the same time.
  *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
  *     or to standard output when none is set. No call throws an exception of the library; std::bad_alloc, from
  *     memory running out, passes through to a C++ caller.
@@ -499,7 +499,7 @@ TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int t
 /*
  * Samples can carry the uncorrected measurements of the camera, packed into fields that then hold nothing else:
  * either with a negative pupil_size in the sample's own fields, or in ext_data. These calls unpack them. They take
- * a sample that the handle delivered and an eye, 0 left or 1 right. Positions are camera pixels, areas camera
+ * a sample that the handle delivered and an eye, 1 right or else left. Positions are camera pixels, areas camera
  * pixels in size, dimensions camera pixels; arrays of two are x and y, or width and height.
  *
  * The packed form and the camera window are looked up by the sample's time in the trials, which are collected
@@ -512,7 +512,10 @@ TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_RE
 /* Centre of the pupil; MISSING_DATA in both without raw data. */
 TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
 
-/* Area of the corneal reflection; 0 when none was seen. */
+/*
+ * Area of the corneal reflection; 0 when none was seen. Goes by the packed form for every negative pupil_size, even
+ * that of an eye without raw data.
+ */
 TRK_API unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
 
 /* Centre of the corneal reflection; MISSING_DATA in both when none was seen. */
@@ -528,7 +531,7 @@ TRK_API void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int 
 /* Dimensions of the corneal reflection; 100000000 in both for samples of ext_type 200, which carry none. */
 TRK_API void trk_get_cr_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
 
-/* Centre of the camera window on the sensor, in whole pixels. */
+/* Centre of the camera window on the sensor, in whole pixels. Takes the input word as it is, even when absent. */
 TRK_API void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
 
 /*
@@ -551,7 +554,7 @@ TRK_API int trk_compute_physical_setup(float distance, float distance2, float sc
 
 /*
  * Display pixels per degree of visual angle at the sample's gaze position, horizontally and vertically, averaged
- * over the last ten samples of this eye (0 left, 1 right) and rounded to one decimal. step_x and step_y set how
+ * over the last ten samples of this eye (1 right, else left) and rounded to one decimal. step_x and step_y set how
  * far from the gaze position to probe: (step + 1) / 50 pixels. Writes MISSING_DATA to both when the sample lacks
  * gaze or HREF, or the geometry gives no resolution there; the latter also forgets the samples before.
  */

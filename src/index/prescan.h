@@ -13,8 +13,8 @@ namespace trk {
 
 // Bounds far beyond any recording, so that a small hostile file cannot take all memory. Reaching one is a failure
 // of the scan.
-inline constexpr std::size_t kMostItems = std::size_t{1} << 28;     // 37 hours at 2000 samples per second
-inline constexpr std::size_t kMostFilledSamples = 20'000'000; // close to three hours lost at that rate
+inline constexpr std::size_t kMostItems = std::size_t{1} << 28; // 37 hours at 2000 samples per second
+inline constexpr std::size_t kMostFilledSamples = 20'000'000;   // close to three hours lost at that rate
 
 struct PrescanOptions {
     bool tolerant = false; // a read failure ends the scan as the end of the file would

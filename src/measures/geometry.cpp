@@ -1,5 +1,7 @@
 #include "measures/geometry.h"
 
+#include "measures/href_plane.h"
+
 #include "base/numeric.h"
 
 #include <cmath>
@@ -8,9 +10,6 @@ namespace trk {
 
 namespace {
 
-constexpr double kHrefDistance = 15000.0; // of the HREF plane from the eye
-constexpr double kHrefDistanceSquared = kHrefDistance * kHrefDistance;
-constexpr double kDegreesPerRadian = 57.2958;
 constexpr double kSmallestW = 1e-8;
 constexpr double kSmallestAngle = 1e-5; // degrees
 constexpr double kSmallestPpd = 1.0;

@@ -72,8 +72,8 @@ class ViewingGeometry {
     // the screen's top and bottom edge. Empties the histories.
     void computePhysicalSetup(float distance, float distance2, const Extent &screen, const Extent &display);
 
-    // Pixels per degree at the sample's gaze, the mean of the eye's history; MISSING_DATA on failure. Any other eye
-    // than 1 counts as the left one. The angle is measured to (step + 1) / 50 pixels beside the gaze.
+    // Pixels per degree at the sample's gaze, the mean of the eye's history; MISSING_DATA on failure. Any eye but
+    // 1 counts as the left one. The angle is measured to (step + 1) / 50 pixels beside the gaze.
     [[nodiscard]] PixelsPerDegree calculatePpd(const Sample &sample, int eye, float stepX, float stepY);
 
     // Display pixels to HREF units; nothing, and one more in the error counter, where the map has no value.

@@ -46,7 +46,7 @@ class RawEyeData {
     // 0 in both without raw data, kMissingInteger in both for a packed eye without gaze.
     [[nodiscard]] std::array<int, 2> pupilDimension();
 
-    // Pupil minus 1.02 x CR, the pupil mended where the CR covers it. MISSING_DATA is a number like any other here.
+    // Pupil minus 1.02 x CR, the pupil mended where the CR covers it. MISSING_DATA is like any number here.
     [[nodiscard]] Point pupilMinusCr();
 
   private:

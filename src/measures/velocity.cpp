@@ -1,6 +1,7 @@
 #include "measures/velocity.h"
 
 #include "base/numeric.h"
+#include "measures/href_plane.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,8 +16,6 @@ constexpr int kFirstHighSpeedModel = 3;
 constexpr int kPlainHalfSpan = 2;
 constexpr uint64_t kUnreachable = ~uint64_t{0}; // distance in keys at rates below one sample per second
 
-constexpr double kHrefDistanceSquared = 2.25e8; // 15000 HREF units
-constexpr double kDegreesPerRadian = 57.2958;
 constexpr float kSmallestResolution = 0.01F;
 constexpr float kLargestResolution = 10000.0F;
 
