@@ -513,7 +513,7 @@ TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_RE
 TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
 
 /*
- * Area of the corneal reflection; 0 when none was seen. Goes by the packed form for every negative pupil_size, even
+ * Area of the corneal reflection; 0 when none was seen. Goes by the packed form for any negative pupil_size, even
  * that of an eye without raw data.
  */
 TRK_API unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
