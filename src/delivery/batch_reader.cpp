@@ -16,19 +16,7 @@ constexpr int kMostRefused = 8 * SampleQueue::kCapacity;
 // Stands for a sample that the tracker lost, or that is not where the index has it.
 constexpr Sample placeholderSample() {
     Sample sample{};
-    for (const int eye : {0, 1}) {
-        sample.pupil_x[eye] = sample.pupil_y[eye] = MISSING_DATA;
-        sample.href_x[eye] = sample.href_y[eye] = MISSING_DATA;
-        sample.pupil_size[eye] = MISSING_DATA;
-        sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA;
-        sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
-        sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
-        sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
-        sample.gaze_fvel_x[eye] = sample.gaze_fvel_y[eye] = MISSING_DATA;
-        sample.href_fvel_x[eye] = sample.href_fvel_y[eye] = MISSING_DATA;
-        sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
-    }
-    sample.res_x = sample.res_y = MISSING_DATA;
+    fillEyeData(sample, MISSING_DATA, MISSING_DATA);
     sample.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
     return sample;
 }

@@ -21,19 +21,7 @@ constexpr std::ptrdiff_t kLargestFixedPart = 4 + 3 * 8 + 4 + 4 + 3 * 2 + 1 + 2 *
 // decoded before.
 void reset(Sample &sample, SampleDetail detail) {
     if (detail == SampleDetail::All) {
-        for (int eye = 0; eye < kEyes; ++eye) {
-            sample.pupil_x[eye] = sample.pupil_y[eye] = TRK_FIELD_ABSENT;
-            sample.href_x[eye] = sample.href_y[eye] = TRK_FIELD_ABSENT;
-            sample.gaze_x[eye] = sample.gaze_y[eye] = TRK_FIELD_ABSENT;
-            sample.pupil_size[eye] = 0;
-            sample.gaze_vel_x[eye] = sample.gaze_vel_y[eye] = MISSING_DATA;
-            sample.href_vel_x[eye] = sample.href_vel_y[eye] = MISSING_DATA;
-            sample.pupil_vel_x[eye] = sample.pupil_vel_y[eye] = MISSING_DATA;
-            sample.gaze_fvel_x[eye] = sample.gaze_fvel_y[eye] = MISSING_DATA;
-            sample.href_fvel_x[eye] = sample.href_fvel_y[eye] = MISSING_DATA;
-            sample.pupil_fvel_x[eye] = sample.pupil_fvel_y[eye] = MISSING_DATA;
-        }
-        sample.res_x = sample.res_y = MISSING_DATA;
+        fillEyeData(sample, TRK_FIELD_ABSENT, 0);
         std::ranges::fill(sample.ext_data, uint16_t{0});
     }
     sample.input = sample.ext_type = sample.status = TRK_WORD_ABSENT;
