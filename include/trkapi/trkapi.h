@@ -24,9 +24,10 @@
  *     same time. The log hook, the name of the extra message log and the viewing geometry are process-wide. They
  *     may be set and used from any thread; a log hook must be safe to be called from all threads that use the
  *     library, and threads that share the geometry share its averages.
- *  3. Returned records live in buffers of the handle. They are valid, and may be changed by the caller, until
- *     the next call with the same handle. Copy what must live longer. A message text that an event points at lives
- *     in another buffer of the handle, for the same time.
+ *  3. Returned records live in buffers of the handle. They are valid, and may be changed by the caller, until the
+ *     next call with the same handle that steps, fetches, searches, sets trial texts or closes. Copy what must
+ *     live longer. A message text that an event points at lives in another buffer of the handle, for the same
+ *     time.
  *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
  *     or to standard output when none is set. No call throws an exception of the library; std::bad_alloc, from
  *     memory running out, passes through to a C++ caller.
@@ -159,8 +160,9 @@ typedef struct FSAMPLE_REC {
 } FSAMPLE_REC;
 
 /*
- * Text of a message: `length` bytes, then at least one zero byte. The messages of a recording hold at most 498
- * bytes, which may be of any value, zero included.
+ * Text of a message, ended by a zero byte. Messages of a recording hold `length` bytes, at most 498, of any value,
+ * zero included. Messages of the extra log hold at most 260 bytes, while `length` is that of the whole text: read
+ * them up to the zero byte.
  */
 typedef struct TRK_MESSAGE {
     uint16_t length;
@@ -288,10 +290,10 @@ typedef struct CONFIG {
 
 /* A trial: a stretch of the recording from one item to another. */
 typedef struct TRIAL {
-    FRECORDING *recording; /* the recording block in force when the trial ended, owned by the handle until it is
-                              closed; null when none was in force */
+    FRECORDING *recording; /* the recording block in force when the trial ended; owned by the handle, valid until
+                              it is closed, not to be changed */
     uint32_t duration;     /* ms; 0 for a trial that was ended by the end of its recording block only */
-    uint32_t start_time;   /* ms, of the item that started the trial; never moved */
+    uint32_t start_time;   /* ms, of the item that started the trial; never moved; 1 more for a close_pair block */
     uint32_t end_time;     /* ms, of the item that ended it; never moved */
 } TRIAL;
 
@@ -348,7 +350,8 @@ enum {
  *
  * Reads the whole recording once. A compressed recording is first inflated into an anonymous temporary file.
  * Memory: about 24 bytes per item; a gap that is filled makes up to 9999 items. Prints the line "loadEvents = N",
- * N in hexadecimal, to standard output at every call.
+ * N in hexadecimal, to standard output at every call, and with a message log its name and a line for each line
+ * that should pair the clocks and cannot be read.
  */
 TRK_API _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples,
                                    CONFIG *config, int *error_value);
@@ -372,11 +375,17 @@ TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function);
  * Without a name it is the file "xq_messages.log" beside the recording. Null restores that. Returns 0.
  *
  * The extra message log is a text file that an experiment program writes on a clock of its own. Each line begins
- * with a time in milliseconds; lines with "TRACKER_TIME" pair that clock with the tracker's; a line with "Quit
- * logger" ends it. Its messages are delivered among the items as REC_MESSAGE events, at the tracker's times: an
- * FEVENT with type, start_time and message filled and everything else 0. The message is the time, then what
- * follows the time in the log, cut after 260 characters (its length is that of the whole text). A log that cannot
- * be opened, holds no line that pairs the clocks, or lacks the end line is not merged.
+ * with a time in milliseconds; lines with "TRACKER_TIME" pair that clock with the tracker's, and lines before the
+ * first of them do not count; a line with "Quit logger" ends it. A log that cannot be opened, is no regular file,
+ * holds no line that pairs the clocks, or lacks the end line is not merged; in the last case its messages still
+ * count in trk_get_element_count.
+ *
+ * Its messages, the pairing lines among them, are delivered among the items as REC_MESSAGE events, at the
+ * tracker's times: an FEVENT with type, start_time and message filled and everything else 0. The message is the
+ * time, then what follows the time in the log, line end included. A message goes before the item of the same
+ * millisecond. A pairing line and a "TRACKER_TIME" message of the recording within 2 ms of each other are both
+ * left out; the last item of the recording is left out when a log message lies within 2 ms of it. Going to a trial
+ * or bookmark leaves the place in the log.
  */
 TRK_API int trk_set_extra_message_file(const char *path);
 
@@ -390,7 +399,10 @@ TRK_API int trk_set_extra_message_file(const char *path);
 TRK_API int trk_get_next_data(_TRKFILE *handle);
 
 /*
- * Fetches the current item, the one that trk_get_next_data stepped to last. It may be fetched again.
+ * Fetches the current item, the one that trk_get_next_data stepped to last. After a jump the current item is the
+ * one before the next; before the first step it is a record of zeros. It may be fetched again; with
+ * TRK_OPEN_CHECK_AND_FILL, ends of saccades and fixations then no longer find the start that they were paired
+ * with, and in recordings whose times are moved those of log messages move again.
  *
  * Returns the record, or null when there is no current item or it cannot be read (the log says why). In
  * recordings whose last time is 400000000 ms or later, times are moved, unless the file was opened with
@@ -401,7 +413,8 @@ TRK_API ALLF_DATA *trk_get_float_data(_TRKFILE *handle);
 
 /*
  * The same when the current item is an event with one of the codes 1 to 10, 15 to 18, 24, 25 and 28 (first
- * call), a sample (second), or a recording block (third); null when it is of another kind.
+ * call), a sample (second), or a recording block (third); null when it is of another kind. With an extra message
+ * log use trk_get_float_data: these calls look at the recording's item last stepped to, not at a log message.
  */
 TRK_API ALLF_DATA *trk_get_event_data(_TRKFILE *handle);
 TRK_API ALLF_DATA *trk_get_sample_data(_TRKFILE *handle);
@@ -417,7 +430,7 @@ TRK_API FEVENT *trk_get_event(ALLF_DATA *record);
 TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record);
 TRK_API FRECORDING *trk_get_recording(ALLF_DATA *record);
 
-/* Number of items, dummy samples and recording blocks included, plus that of the extra log's messages. */
+/* Number of items, dummy samples and recording blocks included, plus that of all of the extra log's messages. */
 TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
 
 /* ---- Trials --------------------------------------------------------------------------------------------- */
@@ -425,8 +438,10 @@ TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
 /*
  * Without trial texts, each recording block is a trial. With them, a message that contains the start text starts a
  * trial and one that contains the end text ends it; messages that contain "!V" do neither. A start also ends a
- * trial that waits for its end, and so does, without a duration, the end of a recording block behind which
- * another begins or the recording ends. A last trial that has no end is dropped.
+ * trial that waits for its end, unless no recording block began since the trial started: then it is ignored. So
+ * does, without a duration, the end of a recording block behind which another begins or the recording ends. A
+ * recording block that begins while no trial is open starts one as well. A last trial that has no end is dropped,
+ * with the line "removed last trial" on standard output, whichever call collects.
  *
  * Trials are collected when they are first needed, in one pass that decodes messages only, and again whenever
  * texts are set. Collecting and counting leave the read position; the calls that go to a trial move it to the
@@ -436,7 +451,8 @@ TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
 /*
  * Sets the trial texts and collects the trials. The texts are not copied: they must live as long as the handle or
  * until others are set. Null is no text. A start text "inPut_type_N" chooses trials by the values of the input
- * port instead, for good: N starts a trial, the number in `end_text` ends it (numbers of up to three digits).
+ * port instead, for good: N starts a trial, the number in `end_text` ends it. Texts of more than three characters
+ * there, and null, count as 0.
  * Prints the texts to standard output. Returns 0.
  */
 TRK_API int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text);
@@ -482,15 +498,18 @@ TRK_API int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
 TRK_API int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
 
 /*
- * Go to the bookmark after or before the one last gone to (at first: the first one). -1 when there is none.
+ * Go to the bookmark after or before the one last gone to. At first, the first bookmark counts as that, so that
+ * the next one is the second; when the one last gone to is removed, the one before it does. -1 when there is none.
  */
 TRK_API int trk_goto_next_bookmark(_TRKFILE *handle);
 TRK_API int trk_goto_previous_bookmark(_TRKFILE *handle);
 
 /*
- * Fetches the sample whose time is exactly `time`, in ms of the tracker's clock before times are moved. Returns
- * null when there is none, when it is the first item, or when it shares its time with other items and is missed.
- * The read position stays; the record is the one that trk_get_float_data returns, too.
+ * Fetches the sample whose time is exactly `time`, below 2147483648, in ms of the tracker's clock before times are
+ * moved. Returns null when there is none, when it is the first item, or when it shares its time with other items
+ * and is missed; of a repeated time it finds the first sample. The read position stays. The record lies in the
+ * buffer of trk_get_float_data; whether its time is moved, and which recording block its velocities go by, depends
+ * on the item on which the walk stands.
  */
 TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time);
 
@@ -502,8 +521,10 @@ TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int t
  * a sample that the handle delivered and an eye, 1 right or else left. Positions are camera pixels, areas camera
  * pixels in size, dimensions camera pixels; arrays of two are x and y, or width and height.
  *
- * The packed form and the camera window are looked up by the sample's time in the trials, which are collected
- * when they are not yet.
+ * The divisor of the packed form and the size of the camera window are looked up by the sample's time in the
+ * trials, which are collected when they are not yet. Outside every trial the divisor counts as 0, and packed
+ * values come out wrong: open recordings that start late with TRK_OPEN_KEEP_TIMES, and set trial texts, if any,
+ * such that the samples lie in trials.
  */
 
 /* Area of the pupil; 0 without raw data. */
@@ -544,9 +565,9 @@ TRK_API void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, fl
 
 /*
  * Sets up the viewing geometry of the process: the screen's extent in millimetres from the point straight ahead of
- * the eye, the display's extent in pixels, and the distance from the eye in millimetres: to the screen, with
- * distance2 = MISSING_DATA, or to its top edge (distance) and its bottom edge (distance2). Forgets the resolutions
- * of the samples before. Returns 0.
+ * the eye, x to the right and y downwards, so that a top edge above the eye is negative; the display's extent in
+ * pixels; and the distance from the eye in millimetres: to the screen, with distance2 = MISSING_DATA, or to its
+ * top edge (distance) and its bottom edge (distance2). Forgets the resolutions of the samples before. Returns 0.
  */
 TRK_API int trk_compute_physical_setup(float distance, float distance2, float screen_left, float screen_top,
                                        float screen_right, float screen_bottom, float display_left,
@@ -554,9 +575,10 @@ TRK_API int trk_compute_physical_setup(float distance, float distance2, float sc
 
 /*
  * Display pixels per degree of visual angle at the sample's gaze position, horizontally and vertically, averaged
- * over the last ten samples of this eye (1 right, else left) and rounded to one decimal. step_x and step_y set how
+ * over the last ten values of this eye (1 right, else left) and rounded to one decimal. step_x and step_y set how
  * far from the gaze position to probe: (step + 1) / 50 pixels. Writes MISSING_DATA to both when the sample lacks
- * gaze or HREF, or the geometry gives no resolution there; the latter also forgets the samples before.
+ * gaze or HREF, or the geometry gives no resolution there of at least 1; the latter also forgets the values
+ * before.
  */
 TRK_API void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, double *ppd_y, float step_x,
                                float step_y);

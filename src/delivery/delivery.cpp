@@ -55,7 +55,7 @@ ALLF_DATA *Delivery::getFloatData() {
     return walkStarted_ ? read(currentIndex_ - 1) : &buffer_;
 }
 
-ALLF_DATA *Delivery::read(std::size_t index) {
+ALLF_DATA *Delivery::peek(std::size_t index) {
     try {
         if (reader_.readItem(index, currentRecording_, buffer_) != 0) {
             print_log("Read error \n");
@@ -66,13 +66,21 @@ ALLF_DATA *Delivery::read(std::size_t index) {
         print_log("Error %s \n", error->text());
         return nullptr;
     }
+    return &buffer_;
+}
+
+ALLF_DATA *Delivery::read(std::size_t index) {
+    ALLF_DATA *const record = peek(index);
+    if (record == nullptr) {
+        return nullptr;
+    }
     const TRKItem &item = index_[index];
     if (strict_ && isEventCode(item.code())) {
-        pairing_.pair(index, buffer_.event);
+        pairing_.pair(index, record->event);
     } else if (item.isSample()) {
-        finishSample(item, buffer_.sample);
+        finishSample(item, record->sample);
     }
-    return &buffer_;
+    return record;
 }
 
 } // namespace trk

@@ -25,6 +25,9 @@ class Delivery {
     // Decodes the item at `index` likewise, whether or not the walk has begun, and leaves the read position.
     ALLF_DATA *read(std::size_t index);
 
+    // The same for a look at an item that is not delivered: starts and ends of eye events are not paired.
+    ALLF_DATA *peek(std::size_t index);
+
     // 1-based position of the item last delivered; 0 before the first. Jumps set it.
     [[nodiscard]] uint32_t currentIndex() const { return currentIndex_; }
     void setCurrentIndex(uint32_t index) { currentIndex_ = index; }

@@ -102,7 +102,7 @@ bool LogMerge::lookAhead(uint32_t item, bool &fileSync) {
     if (std::size_t{item} + 1 >= index_.size()) {
         return false;
     }
-    const ALLF_DATA *const record = delivery_.read(item);
+    const ALLF_DATA *const record = delivery_.peek(item);
     fileSync = record != nullptr && index_[item].code() == REC_MESSAGE && record->event.message != nullptr &&
                std::strstr(record->event.message->text, kSyncMark) != nullptr;
     return record != nullptr;

@@ -2,15 +2,19 @@
 
 #include "base/numeric.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <sys/stat.h>
+#include <system_error>
 
 namespace trk {
 
@@ -32,30 +36,38 @@ ExtraMessageFile &extraMessageFile() {
     return file;
 }
 
+bool isBlank(char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; }
+
+const char *skipBlanks(const char *text) { return std::find_if_not(text, text + std::strlen(text), isBlank); }
+
+// Reads a number as programs write it, whatever the locale of this one. Returns what follows it, or null.
+template <class Number> const char *readNumber(const char *text, Number &number) {
+    const char *first = skipBlanks(text);
+    first += *first == '+' ? 1 : 0;
+    const auto [next, error] = std::from_chars(first, first + std::strlen(first), number);
+    if (error == std::errc::result_out_of_range) {
+        number = *first == '-' ? std::numeric_limits<Number>::lowest() : std::numeric_limits<Number>::max();
+    }
+    return next == first ? nullptr : next;
+}
+
 // Reads the fields of a sync line: log time, a word, an integer, the tracker's time.
 std::optional<TrackerT> parseSyncLine(const char *line) {
     TrackerT sync{};
-    char *next = nullptr;
-    sync.log_time = std::strtod(line, &next);
-    if (next == line) {
+    const char *const word = readNumber(line, sync.log_time);
+    if (word == nullptr) {
         return std::nullopt;
     }
-    const auto isBlank = [](char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; };
-    const char *word = next;
-    while (isBlank(*word)) {
-        ++word;
-    }
-    const char *rest = word;
-    while (*rest != '\0' && !isBlank(*rest)) {
-        ++rest;
-    }
-    sync.sync_value = truncateTo<int32_t>(static_cast<double>(std::strtol(rest, &next, 10)));
-    if (rest == word || next == rest) {
-        return std::nullopt;
-    }
-    rest = next;
-    sync.tracker_time = std::strtod(rest, &next);
-    return next == rest ? std::nullopt : std::optional(sync);
+    const char *const start = skipBlanks(word);
+    const char *const end = std::find_if(start, start + std::strlen(start), isBlank);
+    const char *const number = start == end ? nullptr : readNumber(end, sync.sync_value);
+    return number != nullptr && readNumber(number, sync.tracker_time) != nullptr ? std::optional(sync)
+                                                                                 : std::nullopt;
+}
+
+bool isRegularFile(const char *path) {
+    struct stat status {};
+    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 } // namespace
@@ -86,7 +98,8 @@ void MessageLog::setEyeLogFileName(const std::string &name) {
 }
 
 int MessageLog::openEyeLogFile() {
-    file_.reset(std::fopen(name_.c_str(), "rt"));
+    // A pipe or a device may have no end, or nothing to say.
+    file_.reset(isRegularFile(name_.c_str()) ? std::fopen(name_.c_str(), "rt") : nullptr);
     if (!file_) {
         return -1;
     }
@@ -127,19 +140,21 @@ void MessageLog::addSyncLine(const char *line, int64_t start, int64_t next) {
 }
 
 int64_t MessageLog::textOffsetOfLine(int64_t start, int64_t next) {
+    std::array<char, kLineLimit> line{};
     fseeko(file_.get(), start, SEEK_SET);
-    float number = 0;
-    static_cast<void>(std::fscanf(file_.get(), "%f", &number)); // what counts is where it ends
-    const int64_t offset = ftello(file_.get());
+    const int64_t lineStart = ftello(file_.get());
+    double number = 0;
+    const char *text = std::fgets(line.data(), kLineLimit, file_.get());
+    text = text != nullptr ? readNumber(text, number) : nullptr;
     fseeko(file_.get(), next, SEEK_SET);
-    return offset;
+    return text != nullptr ? lineStart + (text - line.data()) : lineStart;
 }
 
 // The time of a message goes by the last sync line before it. Without one, or without a time, there is none.
 void MessageLog::addMessage(const char *line, int64_t start) {
-    char *textStart = nullptr;
-    const float logTime = std::strtof(line, &textStart);
-    if (textStart == line || trackerTimes_.empty()) {
+    float logTime = 0;
+    const char *const textStart = readNumber(line, logTime);
+    if (textStart == nullptr || trackerTimes_.empty()) {
         return;
     }
     const TrackerT &sync = trackerTimes_.back();

@@ -10,10 +10,15 @@ namespace trk {
 
 namespace {
 
+bool isPipe(const char *path) {
+    struct stat status {};
+    return stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 FilePointer openForReading(const char *path) {
-    FilePointer file(std::fopen(path, "rb"));
-    // What cannot be positioned, a pipe for example, could be indexed but its items could not be fetched.
-    if (!file || fseeko(file.get(), 0, SEEK_CUR) != 0) {
+    // A pipe could be indexed, when something comes through it, but its items could not be fetched.
+    FilePointer file(isPipe(path) ? nullptr : std::fopen(path, "rb"));
+    if (!file) {
         print_log("The file %s could not be opened\n", path);
         throwException("File Could not be opened!");
     }

@@ -74,6 +74,7 @@ class TrialCollector {
     }
 
     void seeBlockStart(uint32_t i, uint32_t time, FRECORDING &recording) {
+        // A trial that waits for its end gets it at the end of the block before, and a new one opens here.
         const bool ended = closeAtLastEndBlock();
         if (ended) {
             lastEndBlock_.reset();
@@ -83,8 +84,6 @@ class TrialCollector {
         lastStartBlock_ = i;
         if (ended || !waiting) {
             open(i, time);
-        } else if (!trialOpen_) {
-            trialOpen_ = false;
         }
     }
 
@@ -243,6 +242,11 @@ void TrialList::setTrialIdentifier(char *startText, char *endText) {
 void TrialList::collect() {
     trials_ = collectTrials(index_, items_, markers_);
     collected_ = true;
+    inOrder_ = std::ranges::is_sorted(trials_, {}, &TRKTrial::start_time);
+    latestEnds_.clear();
+    for (const TRKTrial &trial : trials_) {
+        latestEnds_.push_back(std::max(trial.end_time, latestEnds_.empty() ? 0 : latestEnds_.back()));
+    }
 }
 
 const std::vector<TRKTrial> &TrialList::trials() {
@@ -253,7 +257,7 @@ const std::vector<TRKTrial> &TrialList::trials() {
 }
 
 std::optional<uint32_t> TrialList::jumpToTrial(int trial) {
-    if (trial < 0 || static_cast<std::size_t>(trial) >= trials().size()) {
+    if (const std::size_t count = trials().size(); trial < 0 || static_cast<std::size_t>(trial) >= count) {
         return std::nullopt;
     }
     currentTrial_ = static_cast<uint32_t>(trial);
@@ -287,13 +291,22 @@ void TrialList::arrivedAt(int index) {
     }
 }
 
+// The last trial that contains the time wins. Trials stand in the order of their starts, unless the index is out of
+// order; those that ended too early are passed over together.
 const FRECORDING *TrialList::recordingAt(uint32_t time) {
     const std::vector<TRKTrial> &all = trials();
-    const auto contains = [time](const TRKTrial &trial) {
-        return trial.recording != nullptr && trial.start_time <= time && time <= trial.end_time;
-    };
-    const auto found = std::find_if(all.rbegin(), all.rend(), contains);
-    return found == all.rend() ? nullptr : found->recording;
+    std::size_t trial = all.size();
+    if (inOrder_) {
+        trial =
+            static_cast<std::size_t>(std::ranges::upper_bound(all, time, {}, &TRKTrial::start_time) - all.begin());
+    }
+    while (trial > 0 && latestEnds_[trial - 1] >= time) {
+        const TRKTrial &candidate = all[--trial];
+        if (candidate.recording != nullptr && candidate.start_time <= time && time <= candidate.end_time) {
+            return candidate.recording;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace trk

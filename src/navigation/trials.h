@@ -67,6 +67,8 @@ class TrialList {
     ItemSource &items_;
     TrialMarkers markers_;
     std::vector<TRKTrial> trials_;
+    std::vector<uint32_t> latestEnds_; // for each trial, the latest end up to it
+    bool inOrder_ = true;              // the trials stand in the order of their starts
     bool collected_ = false;
     uint32_t currentTrial_ = kNoTrial;
 };
