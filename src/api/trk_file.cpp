@@ -7,6 +7,7 @@
 #include "navigation/time_search.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <utility>
 
@@ -24,6 +25,8 @@ std::unique_ptr<InputStream> inflateToTemporaryFile(InputStream &compressed) {
     if (!temporary) {
         throwException("Failed to create temp file \n");
     }
+    // Chunks are large; a buffer would only hide how much of them a full disk has taken.
+    std::setvbuf(temporary.get(), nullptr, _IONBF, 0);
     if (do_uncompress(compressed, temporary.get()) == kInflatesTooFar) {
         throwException("Compressed data inflate beyond the largest recording");
     }

@@ -182,6 +182,7 @@ void Prescan::startBlock() {
     gaps_.forgetTimes();
     gaps_.forgetPeriod();
     if (blockIsLoaded()) {
+        makeRoom();
         blocks_.start(event_, reader_.state());
         appendEvent(event_.start_time, eyeField());
     }
@@ -191,6 +192,7 @@ void Prescan::endBlock() {
     gaps_.forgetTimes();
     if (blockIsLoaded()) {
         withdrawExtension();
+        makeRoom();
         blocks_.end(event_, reader_.state());
         appendEvent(event_.start_time, eyeField());
     }
@@ -216,13 +218,18 @@ void Prescan::appendEvent(uint32_t time, unsigned eye) {
 }
 
 void Prescan::append(const TRKItem &item) {
+    makeRoom();
+    index_.append(item);
+}
+
+// Before an item is added.
+void Prescan::makeRoom() {
     if (index_.isFull()) [[unlikely]] {
         if (index_.size() >= options_.mostItems) {
             throwException("Too many items");
         }
         index_.makeRoom(reader_.stream().position(), totalBytes_, options_.mostItems);
     }
-    index_.append(item);
 }
 
 } // namespace trk

@@ -61,6 +61,7 @@ class Prescan {
     [[nodiscard]] unsigned eyeField() const;
     void appendEvent(uint32_t time, unsigned eye);
     void append(const TRKItem &item);
+    void makeRoom();
 
     RecordReader &reader_;
     ItemIndex &index_;
