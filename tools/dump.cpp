@@ -2,81 +2,163 @@
 
 #include "dump_columns.h"
 #include "progress.h"
+#include "trials.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
+#include <optional>
+#include <span>
+#include <vector>
 
 namespace tool {
 
 namespace {
 
-void writeHeader(TextOutput &out, std::span<const Column> columns) {
-    for (const Column &column : columns) {
-        out.text(&column == columns.data() ? "" : "\t");
-        out.text(column.name);
+// Items by their numbers: the first, and one past the last.
+struct ItemRange {
+    uint32_t first;
+    uint32_t end;
+};
+
+// Collecting trials moves the read position, uses up the message log and can set the base of moved times: it has a
+// handle of its own.
+std::optional<ItemRange> rangeOf(const DumpOptions &options) {
+    if (!options.trial) {
+        return std::nullopt;
     }
-    out.character('\n');
+    OpenOptions withoutLog = options.open;
+    withoutLog.mergeLog = false;
+    Recording recording(options.file, withoutLog, OnDamage::Refuse);
+    const std::vector<Trial> trials = collectTrials(recording, options.texts);
+    if (*options.trial >= trials.size()) {
+        throw CannotRead(recording.name() + ": has no trial " + std::to_string(*options.trial) + ": it has " +
+                         std::to_string(trials.size()) + ", counted from 0");
+    }
+    const Trial &trial = trials[*options.trial];
+    const bool endsTheRecording = trial.end == trk_get_element_count(recording.handle());
+    return ItemRange{trial.first, endsTheRecording ? kBehindLastItem : trial.end};
 }
 
-void writeLine(TextOutput &out, std::span<const Column> columns, const Item &item) {
-    columns.front().write(out, item);
-    for (const Column &column : columns.subspan(1)) {
-        out.character('\t');
-        column.write(out, item);
-    }
-    out.character('\n');
-}
+class Dump {
+  public:
+    Dump(const Recording &recording, const DumpOptions &options)
+        : options_(options), recording_(recording), handle_(recording.handle()),
+          logName_(messageLogName(options.file, options.open)), out_(options.output, {options.file, logName_}),
+          columns_(columnsFor(options.kinds)) {}
 
-// Writes the items and returns how many of those wanted could not be read.
-uint64_t writeItems(TextOutput &out, _TRKFILE *handle, const DumpOptions &options) {
-    const std::span<const Column> columns = columnsFor(options.kinds);
-    writeHeader(out, columns);
-    Progress progress(trk_get_element_count(handle), !out.isTerminal());
-    uint64_t unreadable = 0;
-    bool isFirst = true;
-    for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-        const bool wanted = (kindOf(code) & options.kinds) != 0;
+    void write(const std::optional<ItemRange> &range) {
+        writeHeader();
+        Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
+        const bool mergesLog = options_.open.mergeLog;
         // The library counts the times of late recordings from the item fetched first: it must not depend on the
-        // choice of kinds.
-        if (!wanted && !std::exchange(isFirst, false)) {
-            continue;
+        // choice of kinds. Any item can hide a message of the log.
+        bool mustFetch = true;
+        bool isOver = false;
+        // With a log the walk goes to the end, to see whether the log is merged at all.
+        for (int code = 0; (!isOver || mergesLog) && (code = trk_get_next_data(handle_)) != 0; progress.step()) {
+            bool isInside = !isOver;
+            if (range && !isOver) {
+                const uint32_t position = readPosition(handle_);
+                isInside = position > range->first && position <= range->end;
+                isOver = position >= range->end;
+            }
+            if (isWanted(code) || mustFetch) {
+                see(fetchItem(handle_, code), isInside);
+                mustFetch = mergesLog;
+            }
         }
-        isFirst = false;
-        const Item item{code, trk_get_float_data(handle)};
-        if (!wanted) {
-            continue;
+        out_.finish();
+    }
+
+    // Tells standard error what the table lacks. Returns the exit status.
+    [[nodiscard]] int reportGaps() const {
+        const char *const file = recording_.name().c_str();
+        if (unreadable_ != 0) {
+            std::fprintf(stderr, "trk: %s: %llu %s could not be read (%s)\n", file,
+                         static_cast<unsigned long long>(unreadable_), unreadable_ == 1 ? "item" : "items",
+                         recording_.log().last().c_str());
+        }
+        const bool lacksLog = options_.open.mergeLog && logMessages_ == 0;
+        if (lacksLog) {
+            std::fprintf(stderr,
+                         "trk: %s: nothing of the message log %s was merged: it lacks a line that pairs "
+                         "the clocks or the end line\n",
+                         file, escaped(logName_).c_str());
+        }
+        return unreadable_ == 0 && !lacksLog ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+
+  private:
+    [[nodiscard]] bool isWanted(int code) const { return (kindOf(code) & options_.kinds) != 0; }
+
+    void see(const Item &item, bool isInside) {
+        logMessages_ += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
+        if (!isInside || !isWanted(item.code)) {
+            return;
         }
         if (item.record == nullptr) {
-            ++unreadable;
-        } else if (item.time() >= options.from && item.time() <= options.to) {
-            writeLine(out, columns, item);
+            ++unreadable_;
+        } else if (item.time() >= options_.from && item.time() <= options_.to) {
+            writeLine(item);
         }
     }
-    return unreadable;
-}
+
+    void writeHeader() {
+        for (const Column &column : columns_) {
+            out_.text(&column == columns_.data() ? "" : "\t");
+            out_.text(column.name);
+        }
+        if (options_.raw) {
+            writeRawHeader(out_);
+        }
+        out_.character('\n');
+    }
+
+    void writeLine(const Item &item) {
+        columns_.front().write(out_, item);
+        for (const Column &column : columns_.subspan(1)) {
+            out_.character('\t');
+            column.write(out_, item);
+        }
+        if (options_.raw) {
+            writeRaw(out_, handle_, item);
+        }
+        out_.character('\n');
+    }
+
+    const DumpOptions &options_;
+    const Recording &recording_;
+    _TRKFILE *handle_;
+    std::string logName_;
+    TextOutput out_;
+    std::span<const Column> columns_;
+    uint64_t unreadable_ = 0;
+    uint64_t logMessages_ = 0;
+};
 
 } // namespace
 
 const char *const kDumpHelp =
-    "\"time\" is the item's place in ms; ends of blinks, saccades and fixations stand at their end time. Kind\n"
-    "\"dummy\" is a sample that the tracker lost. A value that is missing or does not apply is \".\"; a pupil\n"
-    "size, velocity or resolution of an event that is 0 was not recorded. Message texts have \\t, \\n, \\r, \\\\ "
-    "and\n"
-    "\\xHH in place of control bytes and backslashes. New columns are added at the end.";
+    R"("time" is the item's place in ms; ends of blinks, saccades and fixations stand at their end time. Kind
+"dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil
+size, velocity or resolution of an event that is 0 was not recorded. Message texts have \t, \n, \r, \\ and
+\xHH in place of control bytes and backslashes. New columns are added at the end.
+--log: the texts of the log begin with their time; where the recording's times are moved, theirs are not
+always (--keep-times). Left out are lines of the log that pair the clocks, with the message of the
+recording that each meets; an item behind such a line that meets none; the last item of the recording when
+a message of the log is 2 ms or less away.
+--raw: a sample with raw values in its extension words has one set of them, shown for each of its eyes;
+pupil_minus_cr is the mended pupil minus 1.02 times the reflection.)";
 
 int dump(const DumpOptions &options) {
-    const Recording recording(options.file, options.open, OnDamage::Refuse);
-    TextOutput out(options.output, options.file);
-    const uint64_t unreadable = writeItems(out, recording.handle(), options);
-    out.finish();
-    if (unreadable == 0) {
-        return EXIT_SUCCESS;
+    const std::optional<ItemRange> range = rangeOf(options);
+    Recording recording(options.file, options.open, OnDamage::Refuse);
+    if (options.raw) {
+        recording.collectTrials({}); // the raw data need them, and the library prints about them
     }
-    std::fprintf(stderr, "trk: %s: %llu %s could not be read (%s)\n", escaped(options.file).c_str(),
-                 static_cast<unsigned long long>(unreadable), unreadable == 1 ? "item" : "items",
-                 recording.log().last().c_str());
-    return EXIT_FAILURE;
+    Dump dump(recording, options);
+    dump.write(range);
+    return dump.reportGaps();
 }
 
 } // namespace tool

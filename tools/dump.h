@@ -6,6 +6,7 @@
 #include "text_output.h"
 
 #include <limits>
+#include <optional>
 
 namespace tool {
 
@@ -14,6 +15,9 @@ struct DumpOptions {
     ItemKinds kinds = kAllKinds;
     uint32_t from = 0;
     uint32_t to = std::numeric_limits<uint32_t>::max();
+    std::optional<uint32_t> trial; // only this one's items
+    TrialTexts texts;
+    bool raw = false; // with the columns for raw pupil and corneal reflection
     std::string output{TextOutput::kStandardOutput};
     OpenOptions open;
 };

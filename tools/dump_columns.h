@@ -17,4 +17,8 @@ struct Column {
 // Names and order of columns are relied on by scripts: new columns go to the end.
 [[nodiscard]] std::span<const Column> columnsFor(ItemKinds kinds);
 
+// Further columns for raw pupil and corneal reflection, missing for items other than samples.
+void writeRawHeader(TextOutput &out);
+void writeRaw(TextOutput &out, _TRKFILE *handle, const Item &item);
+
 } // namespace tool

@@ -2,6 +2,7 @@
 
 #include "progress.h"
 #include "summary.h"
+#include "trials.h"
 
 #include <algorithm>
 #include <array>
@@ -144,6 +145,47 @@ void writePreamble(TextOutput &out, _TRKFILE *handle) {
     }
 }
 
+// ---- The external message log ----
+
+// `items` are those of the recording itself.
+std::string messageLogText(const std::string &path, OpenOptions options, uint64_t items) {
+    const std::string name = messageLogName(path, options);
+    const std::string reason = systemReason(name);
+    if (!reason.empty()) {
+        return escaped(name) + ": " + reason;
+    }
+    options.mergeLog = true;
+    const Recording recording(path, options, OnDamage::ShowIntactPart);
+    _TRKFILE *const handle = recording.handle();
+    const uint64_t messages = trk_get_element_count(handle) - items;
+    const std::string found = escaped(name) + ": " + counted(messages, "message");
+    if (messages == 0) {
+        return found + ", not merged: no line pairs the clocks";
+    }
+    uint64_t steps = 0;
+    uint64_t merged = 0;
+    Progress progress(items, true);
+    for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
+        const Item item = fetchItem(handle, code);
+        ++steps;
+        merged += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
+    }
+    if (merged == 0 && steps == items) {
+        return found + ", not merged: the end line is missing";
+    }
+    return found + "; --log merges " + std::to_string(merged) + " and leaves out " +
+           counted(items + merged - steps, "item");
+}
+
+std::string trialsText(Recording &recording, const TrialTexts &texts) {
+    const auto quoted = [](std::string_view word, const std::optional<std::string> &text) {
+        return text ? std::string(word) + " \"" + escaped(*text) + "\"" : std::string();
+    };
+    const std::string limits = quoted(" from", texts.start) + quoted(" to", texts.end);
+    return std::to_string(collectTrials(recording, texts).size()) +
+           (limits.empty() ? " by recording blocks" : limits);
+}
+
 // ---- The tables ----
 
 std::string aboutSamples(const RecordingSummary &summary) {
@@ -235,13 +277,13 @@ void writeLog(TextOutput &out, const LogLines &log) {
     writeTable(out, rows.empty() ? "Defects logged: none" : "Defects logged", "rll", rows);
 }
 
-void describe(TextOutput &out, const std::string &path, const Recording &recording) {
+void describe(TextOutput &out, const std::string &path, Recording &recording, const InfoOptions &options) {
     _TRKFILE *const handle = recording.handle();
     RecordingSummary summary;
     {
         Progress progress(trk_get_element_count(handle), true);
         for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-            const Item item{code, trk_get_float_data(handle)};
+            const Item item = fetchItem(handle, code);
             item.record == nullptr ? summary.addUnreadable(code) : summary.add(item);
         }
     }
@@ -259,6 +301,11 @@ void describe(TextOutput &out, const std::string &path, const Recording &recordi
                    [](const BlockSummary &block) { return sampleRate(block.sampleRate); });
     writeBlockFact(out, "samples hold", summary,
                    [](const BlockSummary &block) { return contentNames(block.content); });
+    writeFact(out, "trials", trialsText(recording, options.texts));
+    writeFact(out, "input data",
+              counted(summary.countOf(REC_INPUT), "event") + ", " + counted(summary.samplesWithInput, "sample") +
+                  " with an input value");
+    writeFact(out, "message log", messageLogText(path, options.open, summary.items()));
     writePreamble(out, handle);
     writeItemCounts(out, summary);
     writeEyeTable(out, summary);
@@ -269,17 +316,17 @@ void describe(TextOutput &out, const std::string &path, const Recording &recordi
 } // namespace
 
 int info(const InfoOptions &options) {
-    TextOutput out(std::string(TextOutput::kStandardOutput), "");
+    TextOutput out(std::string(TextOutput::kStandardOutput), {});
     int status = EXIT_SUCCESS;
     bool isFirst = true;
     for (const std::string &path : options.files) {
         try {
-            const Recording recording(path, options.open, OnDamage::ShowIntactPart);
+            Recording recording(path, options.open, OnDamage::ShowIntactPart);
             out.text(std::exchange(isFirst, false) ? "" : "\n");
-            describe(out, path, recording);
+            describe(out, path, recording, options);
             out.flush();
         } catch (const CannotRead &error) {
-            std::fprintf(stderr, "trk: %s: %s\n", escaped(path).c_str(), error.what());
+            std::fprintf(stderr, "trk: %s\n", error.what());
             status = EXIT_FAILURE;
         }
     }

@@ -11,6 +11,7 @@ namespace tool {
 
 struct InfoOptions {
     std::vector<std::string> files;
+    TrialTexts texts;
     OpenOptions open;
 };
 

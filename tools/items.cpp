@@ -80,6 +80,14 @@ uint32_t Item::time() const {
     return isEnd ? event()->end_time : event()->start_time;
 }
 
+Item fetchItem(_TRKFILE *handle, int code) {
+    const ALLF_DATA *const record = trk_get_float_data(handle);
+    // No sample or recording block has these bytes where an event has its type and flags.
+    const bool isLogMessage =
+        record != nullptr && record->event.type == REC_MESSAGE && record->event.read_flags == 0;
+    return {isLogMessage ? REC_MESSAGE : code, record};
+}
+
 std::string_view eyeName(int eyes) {
     switch (eyes) {
     case TRK_EYE_LEFT:

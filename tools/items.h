@@ -39,6 +39,10 @@ struct Item {
     [[nodiscard]] bool isDummySample() const {
         return code == REC_SAMPLE && (record->sample.flags & TRK_SAMPLE_RECORD) == 0;
     }
+    // Made from a line of the external message log: no record of the recording stands behind it.
+    [[nodiscard]] bool isLogMessage() const {
+        return code == REC_MESSAGE && (record->event.read_flags & TRK_EVENT_AT_START) == 0;
+    }
     [[nodiscard]] bool isEyeEvent() const { return code >= REC_EVENT1 && code <= REC_EVENT10; }
     // Start or end of the samples or the events of a recording block.
     [[nodiscard]] bool isBlockMark() const { return code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS; }
@@ -49,6 +53,10 @@ struct Item {
     // all other events at their start.
     [[nodiscard]] uint32_t time() const;
 };
+
+// Fetches the item that the walk stepped to. A line of the message log that pairs the clocks can come in the place
+// of another item: that item is then lost, and the message is what was fetched.
+[[nodiscard]] Item fetchItem(_TRKFILE *handle, int code);
 
 // Name of a TRK_EYE_* value.
 [[nodiscard]] std::string_view eyeName(int eyes);

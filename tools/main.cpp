@@ -1,6 +1,7 @@
 // trk: looks into recordings from the command line.
 #include "dump.h"
 #include "info.h"
+#include "trials.h"
 
 #include <CLI/CLI.hpp>
 
@@ -44,9 +45,27 @@ void addOpenOptions(CLI::App &command, tool::OpenOptions &options) {
                      "Take a number before a message text as an offset to its time");
 }
 
+std::vector<CLI::Option *> addTrialTexts(CLI::App &command, tool::TrialTexts &texts) {
+    return {command
+                .add_option("--start", texts.start,
+                            "Text in messages that start a trial. Without texts, each recording block is a trial")
+                ->option_text("TEXT"),
+            command.add_option("--end", texts.end, "Text in messages that end a trial")->option_text("TEXT")};
+}
+
+void addTrials(CLI::App &app, tool::TrialsOptions &options, int &status) {
+    CLI::App *const command = app.add_subcommand("trials", "Write the trials of a recording as a table");
+    command->footer(tool::kTrialsHelp);
+    command->add_option("FILE", options.file, "Recording")->required();
+    addTrialTexts(*command, options.texts);
+    addOpenOptions(*command, options.open);
+    command->callback([&] { status = tool::trials(options); });
+}
+
 void addInfo(CLI::App &app, tool::InfoOptions &options, int &status) {
     CLI::App *const command = app.add_subcommand("info", "Show what recordings hold at a glance");
     command->add_option("FILE", options.files, "Recordings")->required();
+    addTrialTexts(*command, options.texts);
     addOpenOptions(*command, options.open);
     command->callback([&] { status = tool::info(options); });
 }
@@ -70,20 +89,35 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
         ->option_text("KIND");
     command->add_option("--from", options.from, "Only items with this time or a later one")->option_text("MS");
     command->add_option("--to", options.to, "Only items with this time or an earlier one")->option_text("MS");
+    CLI::Option *const trial =
+        command->add_option("--trial", options.trial, "Only the items of this trial, numbered as trials does")
+            ->option_text("N");
+    for (CLI::Option *const text : addTrialTexts(*command, options.texts)) {
+        text->needs(trial);
+    }
+    command->add_flag("--log", options.open.mergeLog,
+                      "Merge the messages of the external log xq_messages.log beside the recording");
+    command->add_option("--log-file", options.open.logFile, "Merge those of this log")->option_text("LOG");
+    command->add_flag("--raw", options.raw,
+                      "Add columns for raw pupil and corneal reflection, in camera pixels, to samples");
     command->add_option("-o,--output", options.output, "File to write in place of standard output")
         ->option_text("OUT");
     addOpenOptions(*command, options.open);
     command->callback([&] {
+        options.open.mergeLog |= options.open.logFile.has_value();
         options.kinds = kinds.empty() ? tool::kAllKinds : 0;
         for (const std::string &kind : kinds) {
             options.kinds |= kKinds.at(kind);
+        }
+        if (options.raw && (options.kinds & tool::kSamples) == 0) {
+            throw CLI::ValidationError("--raw", "needs samples among the kinds");
         }
         status = tool::dump(options);
     });
 }
 
-int fail(const std::string &prefix, const char *reason) {
-    std::fprintf(stderr, "trk: %s%s\n", prefix.c_str(), reason);
+int fail(const char *reason) {
+    std::fprintf(stderr, "trk: %s\n", reason);
     return EXIT_FAILURE;
 }
 
@@ -95,6 +129,7 @@ int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     int status = EXIT_SUCCESS;
     tool::InfoOptions infoOptions;
+    tool::TrialsOptions trialsOptions;
     tool::DumpOptions dumpOptions;
     std::vector<std::string> kinds;
     try {
@@ -102,6 +137,7 @@ int main(int argc, char **argv) {
         app.set_version_flag("--version", trk_get_version());
         app.require_subcommand(1);
         addInfo(app, infoOptions, status);
+        addTrials(app, trialsOptions, status);
         addDump(app, dumpOptions, kinds, status);
         try {
             app.parse(argc, argv);
@@ -114,11 +150,9 @@ int main(int argc, char **argv) {
         return status;
     } catch (const tool::OutputClosed &) {
         return status;
-    } catch (const tool::CannotRead &error) {
-        return fail(tool::escaped(dumpOptions.file) + ": ", error.what());
     } catch (const std::bad_alloc &) {
-        return fail("", "out of memory");
+        return fail("out of memory");
     } catch (const std::exception &error) {
-        return fail("", error.what());
+        return fail(error.what());
     }
 }

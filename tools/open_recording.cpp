@@ -9,12 +9,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tool {
 
 namespace {
 
 constexpr std::size_t kMaximalGroups = 64;
+constexpr const char *kDefaultMessageLog = "xq_messages.log";
 
 LogLines *logReceiver = nullptr;
 
@@ -48,11 +50,27 @@ int openFlags(const OpenOptions &options) {
 _TRKFILE *openQuietly(const std::string &path, const OpenOptions &options) {
     constexpr int kLoadSamples = 1;
     const StandardOutputMute mute;
+    if (options.mergeLog) {
+        trk_set_extra_message_file(messageLogName(path, options).c_str());
+    }
     int error = 0;
-    return trk_open_file(path.c_str(), openFlags(options), TRK_EVENTS_ALL, kLoadSamples, &error);
+    return trk_open_file(path.c_str(), openFlags(options),
+                         options.mergeLog ? TRK_EVENTS_MESSAGE_LOG : TRK_EVENTS_ALL, kLoadSamples, &error);
 }
 
-// What the system has against the file; empty when it can be read.
+void refuseUnreadable(const std::string &path, std::string_view role) {
+    const std::string reason = systemReason(path);
+    if (!reason.empty()) {
+        throw CannotRead(std::string(role) + escaped(path) + ": " + reason);
+    }
+}
+
+} // namespace
+
+std::string messageLogName(const std::string &path, const OpenOptions &options) {
+    return options.logFile.value_or(path.substr(0, path.rfind('/') + 1) + kDefaultMessageLog);
+}
+
 std::string systemReason(const std::string &path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0 || ::access(path.c_str(), R_OK) != 0) {
@@ -61,10 +79,11 @@ std::string systemReason(const std::string &path) {
     if (S_ISDIR(status.st_mode)) {
         return std::strerror(EISDIR);
     }
-    return S_ISREG(status.st_mode) && status.st_size == 0 ? "file is empty" : "";
+    if (!S_ISREG(status.st_mode)) {
+        return "not a regular file";
+    }
+    return status.st_size == 0 ? "file is empty" : "";
 }
-
-} // namespace
 
 void LogLines::add(std::string_view line) {
     const std::string text = escaped(trimmed(line));
@@ -80,12 +99,16 @@ void LogLines::add(std::string_view line) {
     last_ = text;
 }
 
-LogHook::LogHook(LogLines &lines) {
-    logReceiver = &lines;
+LogHook::LogHook(LogLines &lines) : replaced_(std::exchange(logReceiver, &lines)) {
     trk_set_log_function([](const char *line) { logReceiver->add(line); });
 }
 
-LogHook::~LogHook() { trk_set_log_function(nullptr); }
+LogHook::~LogHook() {
+    logReceiver = replaced_;
+    if (logReceiver == nullptr) {
+        trk_set_log_function(nullptr);
+    }
+}
 
 StandardOutputMute::StandardOutputMute() : saved_(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
     std::fflush(stdout);
@@ -104,27 +127,41 @@ StandardOutputMute::~StandardOutputMute() {
     }
 }
 
-Recording::Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage) {
+Recording::Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage)
+    : name_(escaped(path)) {
+    refuseUnreadable(path, "");
+    if (options.mergeLog) {
+        refuseUnreadable(messageLogName(path, options), "message log ");
+    }
     handle_.reset(openQuietly(path, options));
     if (handle_) {
         return;
     }
-    const std::string system = systemReason(path);
-    const std::string reason = system.empty() ? log_.last() : system;
-    if (!system.empty() || options.tolerant) {
-        throw CannotRead(reason);
-    }
-    log_.clear();
+    const std::string reason = log_.last();
     OpenOptions tolerant = options;
     tolerant.tolerant = true;
-    handle_.reset(openQuietly(path, tolerant));
+    if (!options.tolerant) {
+        log_.clear();
+        handle_.reset(openQuietly(path, tolerant));
+    }
     if (!handle_) {
-        throw CannotRead(reason);
+        throw CannotRead(name_ + ": " + reason);
     }
     if (onDamage == OnDamage::Refuse) {
-        throw CannotRead("recording is damaged (" + reason + "); --tolerant shows the items before the damage");
+        throw CannotRead(name_ + ": recording is damaged (" + reason +
+                         "); --tolerant shows the items before the damage");
     }
     damage_ = reason;
+}
+
+int Recording::collectTrials(const TrialTexts &texts) {
+    trialTexts_ = texts;
+    const auto pointer = [](std::optional<std::string> &text) { return text ? text->data() : nullptr; };
+    const StandardOutputMute mute;
+    if (texts.start || texts.end) {
+        trk_set_trial_identifier(handle(), pointer(trialTexts_.start), pointer(trialTexts_.end));
+    }
+    return trk_get_trial_count(handle());
 }
 
 } // namespace tool

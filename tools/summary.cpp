@@ -43,6 +43,8 @@ void RecordingSummary::addSample(const Item &item) {
     } else if (sample.sort_key % 2 != 0) {
         ++repeatedTimes;
     }
+    const bool hasInput = (sample.flags & TRK_SAMPLE_INPUT) != 0 && sample.input != TRK_WORD_ABSENT;
+    samplesWithInput += hasInput ? 1U : 0U;
     int eyes = eyesOf(sample.flags);
     if (insideBlock_) {
         BlockSummary &block = blocks.back();

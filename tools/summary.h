@@ -55,6 +55,7 @@ class RecordingSummary {
     std::array<std::array<EyeEvents, kEyes>, kFixations + 1> eyeEvents;
     uint64_t dummySamples = 0;
     uint64_t repeatedTimes = 0;
+    uint64_t samplesWithInput = 0;
     uint64_t unreadable = 0;
 
   private:

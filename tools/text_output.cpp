@@ -55,13 +55,13 @@ std::string fixedPoint(double value, int decimals) {
     return {digits.data(), end.ptr};
 }
 
-TextOutput::TextOutput(const std::string &path, const std::string &input)
-    : name_(path == kStandardOutput ? "standard output" : path), descriptor_(STDOUT_FILENO), buffer_(kCapacity) {
+TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &inputs)
+    : name_(path == kStandardOutput ? "standard output" : path), buffer_(kCapacity) {
     if (path == kStandardOutput) {
         return;
     }
-    if (isSameFile(path, input)) {
-        throw OutputError(escaped(name_) + ": is the recording itself");
+    if (std::ranges::any_of(inputs, [&path](const std::string &input) { return isSameFile(path, input); })) {
+        throw OutputError(escaped(name_) + ": is an input");
     }
     descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode);
     if (descriptor_ < 0) {

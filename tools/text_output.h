@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace tool {
@@ -33,9 +34,9 @@ class TextOutput {
   public:
     static constexpr std::string_view kStandardOutput = "-";
 
-    // Creates or empties the file `path`, or takes standard output. Never empties the file `input` itself.
+    // Creates or empties the file `path`, or takes standard output. Never empties one of the files `inputs`.
     // Throws OutputError.
-    TextOutput(const std::string &path, const std::string &input);
+    TextOutput(const std::string &path, const std::vector<std::string> &inputs);
     ~TextOutput();
     TextOutput(const TextOutput &) = delete;
     TextOutput &operator=(const TextOutput &) = delete;
@@ -54,6 +55,16 @@ class TextOutput {
         reserve(kLongestNumber);
         char *const start = buffer_.data() + used_;
         used_ += static_cast<std::size_t>(std::to_chars(start, start + kLongestNumber, value).ptr - start);
+    }
+
+    // A further cell of a line.
+    template <typename Number> void cell(Number value, bool isKnown = true) {
+        character('\t');
+        if (isKnown) {
+            number(value);
+        } else {
+            text(kMissing);
+        }
     }
 
     // A flag word, 0x and four digits.
@@ -78,7 +89,7 @@ class TextOutput {
     [[noreturn]] void fail(int error) const;
 
     std::string name_;
-    int descriptor_;
+    int descriptor_ = STDOUT_FILENO;
     std::vector<char> buffer_;
     std::size_t used_ = 0;
 };

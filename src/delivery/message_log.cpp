@@ -40,13 +40,23 @@ bool isBlank(char character) { return std::isspace(static_cast<unsigned char>(ch
 
 const char *skipBlanks(const char *text) { return std::find_if_not(text, text + std::strlen(text), isBlank); }
 
+// Whether a number that is out of range is so because it is too small: by its exponent, else by its integer part.
+bool isTooSmall(std::string_view number) {
+    const std::size_t exponent = number.find_first_of("eE");
+    return exponent != std::string_view::npos ? number.substr(exponent + 1).starts_with('-')
+                                              : number.find_first_of("123456789") > number.find('.');
+}
+
 // Reads a number as programs write it, whatever the locale of this one. Returns what follows it, or null.
 template <class Number> const char *readNumber(const char *text, Number &number) {
     const char *first = skipBlanks(text);
-    first += *first == '+' ? 1 : 0;
+    first += first[0] == '+' && first[1] != '-' ? 1 : 0;
     const auto [next, error] = std::from_chars(first, first + std::strlen(first), number);
     if (error == std::errc::result_out_of_range) {
-        number = *first == '-' ? std::numeric_limits<Number>::lowest() : std::numeric_limits<Number>::max();
+        const bool small = isTooSmall({first, static_cast<std::size_t>(next - first)});
+        number = small           ? Number{0}
+                 : *first == '-' ? std::numeric_limits<Number>::lowest()
+                                 : std::numeric_limits<Number>::max();
     }
     return next == first ? nullptr : next;
 }

@@ -4,6 +4,7 @@
 #include "support/recording_writer.h"
 #include "trkapi/trkapi.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -93,7 +94,7 @@ class Recording {
             item.record = *record;
             const bool event = code != REC_SAMPLE && code != REC_RECORDING;
             if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
-                item.message.assign(message->text, message->length);
+                item.message.assign(message->text, std::min<size_t>(message->length, sizeof(message->text)));
             }
         }
         return item;

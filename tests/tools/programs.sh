@@ -101,6 +101,71 @@ has info.txt '^  1 +1000 +1006 +0\.006 +left +1000 +6 +3 +samples\+events$'
 has info.txt '^  samples hold +gaze, pupil size, input$'
 has info.txt '^  block starts and ends +6$'
 
+# ---- Trials, message log and raw data: two blocks of 1000 samples/s, a log whose clock stands at 0 for 800 ms ----
+
+message_at() { printf '1800 21%08x 5e%04x %s 00' "$1" "${#2}" "$(printf %s "$2" | od -An -tx1)"; }
+block_at() {
+    printf 'cf00 21%08x 4103e80000 30000a 51000a 4b00120000 560001 b48540 00
+            d100 21%08x 4103e80000 30000a 51000a 4b00120000 554000 560001 00' "$1" "$1"
+}
+end_at() { printf '1000 21%08x 00 1200 21%08x 00' "$1" "$1"; }
+# Camera window at (160, 240), centre (248, 335); pupil at (+250, -125)/250, CR at (+12500, 0)/250; areas 314 and 100.
+# Without pupil size, the library takes both eyes for present.
+raw="a451 000003f4 2584 1519 3c28 88 00fa ff83 30d4 0000 013a 0064 2423 0c0d"
+mkdir logged
+{
+    start && hex "$(message_at 1000 'TRIALID 1') $(block_at 1002) a501 000003ea 2584 1519 04b0
+        a501 000003eb 2584 1519 04b0 $(message_at 1004 'TRIAL OK') $(message_at 1004 'note') $(end_at 1006)
+        $(message_at 1010 'TRIALID 2') $(block_at 1012) $raw $(end_at 1020) $(message_at 1022 'bye') 0000"
+} >logged/trials.trk
+printf '%s\n' '0 started' '100 TRACKER_TIME 1 900' '208 gap' '216 flip' '300 Quit logger' >logged/xq_messages.log
+trials() { "$trk" trials logged/trials.trk "$@" | tr '\t\n' ' |'; }
+table='trial start end duration first_item items eye sample_rate|'
+# The first trial ends with its end message, though another message has the same time; the second has none.
+texts=(--start TRIALID --end 'TRIAL OK')
+[ "$(trials "${texts[@]}")" = "${table}0 1000 1004 4 0 7 left 1000|1 1010 1020 . 11 8 left 1000|" ] || fail "texts"
+[ "$(trials)" = "${table}0 1002 1006 4 1 10 left 1000|1 1012 1020 8 12 7 left 1000|" ] || fail "trials by blocks"
+# A trial that the library drops, for want of an end, has ended the one before.
+[ "$(trials --start bye)" = "${table}0 1002 1006 . 1 10 left 1000|1 1012 1022 10 12 7 left 1000|" ] ||
+    fail "dropped trial"
+[ "$(trials --start nothing 2>err)" = "$(trials --end none 2>/dev/null)" ] || fail "texts that match nothing"
+has err '^trk: logged/trials.trk: nothing starts a trial by "nothing"$'
+
+"$trk" dump logged/trials.trk >whole.txt
+"$trk" dump --trial 1 "${texts[@]}" logged/trials.trk >trial.txt
+cmp trial.txt <(sed -n '1p; 13,20p' whole.txt) || fail "--trial" # items 11 to 18
+"$trk" dump --trial 1 --raw --kind samples logged/trials.trk >raw.txt
+for cell in raw_pupil_x_left:249 raw_pupil_y_left:334.5 raw_pupil_area_left:314 raw_pupil_width_left:35 \
+    raw_pupil_height_left:36 raw_cr_x_left:298 raw_cr_y_left:335 raw_cr_area_left:100 raw_cr2_x_left:. \
+    pupil_minus_cr_x_left:-54.96 pupil_minus_cr_y_left:-7.2 raw_pupil_x_right:. pupil_minus_cr_y_right:. \
+    raw_cr_width:13 raw_cr_height:12; do
+    [ "$(cells raw.txt "${cell%:*}")" = "${cell#*:}" ] || fail "$cell, not $(cells raw.txt "${cell%:*}")"
+done
+"$trk" dump --raw logged/trials.trk | cut -f1-23 | cmp - whole.txt || fail "--raw adds to the end"
+
+"$trk" dump --kind messages --log logged/trials.trk | cut -f2,4 | tr '\t\n' ' |' >log.txt
+[ "$(cat log.txt)" = 'time text|900 900 TRACKER_TIME 1 900\n|1000 TRIALID 1|1004 TRIAL OK|1004 note|1008 1008 gap\n|'\
+'1010 TRIALID 2|1016 1016 flip\n|1022 bye|' ] || fail "--log"
+cp logged/xq_messages.log other.log
+"$trk" dump --kind messages --log-file other.log --trial 1 "${texts[@]}" logged/trials.trk | cut -f4 >flip.txt
+[ "$(tr '\n' '|' <flip.txt)" = 'text|TRIALID 2|1016 flip\n|' ] || fail "--log-file in a trial"
+"$trk" dump --kind messages --log-file other.log --trial 0 logged/trials.trk | cut -f4 >first.txt
+[ "$(tr '\n' '|' <first.txt)" = 'text|TRIAL OK|note|' ] || fail "log messages behind a trial"
+"$trk" info "${texts[@]}" logged/trials.trk >logged.info
+has logged.info '^  trials +2 from "TRIALID" to "TRIAL OK"$'
+has logged.info '^  input data +0 events, 1 sample with an input value$'
+has logged.info '^  message log +logged/xq_messages.log: 3 messages; --log merges 3 and leaves out 0 items$'
+grep -v Quit other.log >logged/xq_messages.log
+"$trk" info logged/trials.trk >logged.info
+has logged.info '^  trials +2 by recording blocks$'
+has logged.info 'xq_messages.log: 3 messages, not merged: the end line is missing$'
+refuses 1 'nothing of the message log logged/xq_messages.log was merged' "$trk" dump --log logged/trials.trk
+cmp out whole.txt || fail "the items beside a log that is not merged"
+refuses 1 'trials.trk: has no trial 2: it has 2, counted from 0' "$trk" dump --trial 2 logged/trials.trk
+refuses 1 'message log logged: Is a directory' "$trk" dump --log-file logged hand.trk
+refuses 1 'message log xq_messages.log: No such file' "$trk" dump --log hand.trk
+refuses 1 'xq_messages.log: is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
+
 # ---- What cannot be read ----
 
 : >empty.trk
@@ -115,10 +180,11 @@ refuses 1 '^trk: bad.trk: Bad magic' "$trk" dump -o kept.txt bad.trk
 refuses 1 '^trk: cut.trk: recording is damaged (.*--tolerant' "$trk" dump cut.trk
 refuses 1 '^trk: odd.trk: 1 item could not be read (Read error)' "$trk" dump odd.trk
 tr '\t' ' ' <out | cmp - hand.txt || fail "the items beside an unreadable one"
-refuses 1 'hand.trk: is the recording itself' "$trk" dump -o hand.trk hand.trk
+refuses 1 'hand.trk: is an input' "$trk" dump -o hand.trk hand.trk
 refuses 1 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
 refuses 1 '^trk: standard output: ' bash -c '"$0" dump hand.trk >&-' "$trk"
-for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info"; do
+for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" \
+    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk"; do
     status=0
     "$trk" $usage >out 2>err || status=$?
     [ "$status" -eq 2 ] && [ -s err ] && [ ! -s out ] || fail "usage error '$usage': status $status"
@@ -142,6 +208,8 @@ cmp plain.txt compressed.txt || fail "plain and compressed differ"
 [ "$(awk -F'\t' '{ print NF }' plain.txt | sort -u)" = 23 ] || fail "a line with another number of cells"
 lines=$(($(wc -l <plain.txt) - 1))
 has plain.info "^Items: $lines\$"
+# 12 lines pair the clocks, each with a message of the recording; two messages a trial and one at the end.
+has plain.info '^  message log +xq_messages.log: 37 messages; --log merges 25 and leaves out 12 items$'
 sum=0
 for kind in samples events messages recordings; do
     sum=$((sum + $("$trk" dump --kind $kind plain.trk | tail -n +2 | wc -l)))

@@ -1,0 +1,161 @@
+// Memory that runs out, the memory that an open recording takes, and memory that ends where the input does.
+#include "api/trk_file.h"
+#include "support/memory_stream.h"
+#include "support/scenarios.h"
+#include "support/walk.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+size_t live = 0, peak = 0; // bytes
+size_t countdown = 0;      // allocations until one fails; 0: none does
+bool failsForGood = false, failed = false;
+
+// While armed, the next block of exactly this size ends where an unreadable page begins.
+size_t guardedSize = 0;
+enum { Idle, Armed, InUse } guard = Idle;
+
+std::byte *const guardPage = [] {
+    constexpr size_t kRoom = 1 << 20;
+    void *const room = mmap(nullptr, 2 * kRoom, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    std::byte *const page = static_cast<std::byte *>(room) + kRoom;
+    mprotect(page, kRoom, PROT_NONE);
+    return page;
+}();
+
+} // namespace
+
+// NOLINTBEGIN(cppcoreguidelines-no-malloc)
+void *operator new(size_t size, const std::nothrow_t & /*tag*/) noexcept {
+    if (guard == Armed && size == guardedSize) {
+        guard = InUse;
+        return guardPage - size;
+    }
+    if (countdown > 0 && --countdown == 0) {
+        countdown = failsForGood ? 1 : 0;
+        failed = true;
+        return nullptr;
+    }
+    void *const block = std::malloc(std::max<size_t>(size, 1));
+    live += malloc_usable_size(block);
+    peak = std::max(peak, live);
+    return block;
+}
+
+void *operator new(size_t size) {
+    void *const block = operator new(size, std::nothrow);
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+
+void operator delete(void *block) noexcept {
+    if (guard == InUse && block == guardPage - guardedSize) {
+        guard = Idle;
+        return;
+    }
+    live -= malloc_usable_size(block);
+    std::free(block);
+}
+// NOLINTEND(cppcoreguidelines-no-malloc)
+
+void operator delete(void *block, size_t /*size*/) noexcept { operator delete(block); }
+
+namespace {
+
+using namespace trk_test;
+
+void useOnce(const std::string &path, size_t failAt) {
+    _TRKFILE *handle = nullptr;
+    int error = 1;
+    countdown = failAt;
+    try {
+        handle = trk_open_file_ex(path.c_str(), TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT,
+                                  TRK_EVENTS_MESSAGE_LOG, 1, nullptr, &error);
+        while (trk_get_next_data(handle) != 0) {
+            trk_get_float_data(handle);
+        }
+        trk_get_trial_count(handle);
+    } catch (const std::bad_alloc &) {
+        EXPECT_EQ(error, handle != nullptr ? 0 : -1);
+    }
+    countdown = 1; // closing needs no memory
+    trk_close_file(handle);
+    countdown = 0;
+}
+
+TEST(Allocation, FailsAnywhere) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const TemporaryDirectory directory;
+    const ScenarioOptions small{.durationMs = 3000, .sampleRate = 250};
+    directory.save("xq_messages.log", messageLogFor(small));
+    const RecordingWriter rich = richRecording();
+    trk_set_log_function([](const char * /*text*/) {});
+    for (const Bytes &bytes : {experiment(small).file, rich.compressed(), rich.plain().substr(0, 1500)}) {
+        const std::string path = directory.save("recording", bytes);
+        useOnce(path, 0);
+        for (const bool forGood : {false, true}) {
+            const size_t liveBefore = live;
+            const ptrdiff_t before = descriptors();
+            size_t failAt = 0;
+            failsForGood = forGood;
+            do {
+                failed = false;
+                useOnce(path, ++failAt);
+                ASSERT_EQ(live, liveBefore) << failAt;
+                ASSERT_EQ(descriptors(), before) << failAt;
+            } while (failed);
+            EXPECT_GT(failAt, 10U);
+        }
+    }
+    trk_set_log_function(nullptr);
+}
+
+// A whole experiment, and what takes most for its size.
+TEST(Allocation, GoesByItemsAndBytes) {
+    constexpr size_t kHandle = 500000; // window, sample queue and all that does not grow
+    RecordingWriter blocks;
+    for (int i = 0; i < 100000; ++i) {
+        blocks.event(EventRecord(REC_STARTEVENTS));
+    }
+    // Bytes an item, with those in reserve.
+    for (const auto &[bytes, perItem] : {std::pair(experiment().file, 36U), {blocks.end().plain(), 76U}}) {
+        const TemporaryDirectory directory;
+        const std::string path = directory.save("a", bytes);
+        const size_t before = peak = live;
+        const Recording recording(path, {.flags = TRK_OPEN_CHECK});
+        const size_t items = trk_get_element_count(recording.handle());
+        EXPECT_GT(items, 100000U);
+        EXPECT_LT(live - before, perItem * items + kHandle);
+        EXPECT_LT(peak - before, 64 * bytes.size() + kHandle);
+    }
+}
+
+// Each cut of a recording, flush against the unreadable page.
+TEST(Allocation, DecodersKeepToTheInput) {
+    const LogCapture log;
+    const RecordingWriter rich = richRecording();
+    const size_t head = rich.head(kMagicCombfile).size();
+    for (size_t size = head; size <= rich.plain().size(); ++size) {
+        const Bytes bytes = rich.plain().substr(0, size);
+        trk::OpenRequest request("", TRK_OPEN_TOLERANT, TRK_EVENTS_ALL, 1, nullptr);
+        request.openStream = [&](const char *) {
+            guardedSize = size;
+            guard = Armed;
+            return std::make_unique<MemoryStream>(bytes, MemoryStream::Plan{.windowSize = size});
+        };
+        trk::TRKFile file(request);
+        EXPECT_EQ(guard, InUse);
+        while (file.getNextData() != 0) {
+            file.getFloatData();
+        }
+    }
+}
+
+} // namespace
