@@ -101,7 +101,7 @@ has info.txt '^  1 +1000 +1006 +0\.006 +left +1000 +6 +3 +samples\+events$'
 has info.txt '^  samples hold +gaze, pupil size, input$'
 has info.txt '^  block starts and ends +6$'
 
-# ---- Trials, message log and raw data: two blocks of 1000 samples/s, a log whose clock stands at 0 for 800 ms ----
+# ---- Trials, message log and raw data: two blocks of 1000 samples/s, a log whose clock is 800 ms behind ----
 
 message_at() { printf '1800 21%08x 5e%04x %s 00' "$1" "${#2}" "$(printf %s "$2" | od -An -tx1)"; }
 block_at() {
@@ -109,8 +109,8 @@ block_at() {
             d100 21%08x 4103e80000 30000a 51000a 4b00120000 554000 560001 00' "$1" "$1"
 }
 end_at() { printf '1000 21%08x 00 1200 21%08x 00' "$1" "$1"; }
-# Camera window at (160, 240), centre (248, 335); pupil at (+250, -125)/250, CR at (+12500, 0)/250; areas 314 and 100.
-# Without pupil size, the library takes both eyes for present.
+# Camera window at (160, 240), centre (248, 335); from there pupil at (+250, -125)/250, CR at (+12500, 0)/250;
+# areas 314 and 100. Without pupil size, the library takes both eyes for present.
 raw="a451 000003f4 2584 1519 3c28 88 00fa ff83 30d4 0000 013a 0064 2423 0c0d"
 mkdir logged
 {
@@ -144,8 +144,8 @@ done
 "$trk" dump --raw logged/trials.trk | cut -f1-23 | cmp - whole.txt || fail "--raw adds to the end"
 
 "$trk" dump --kind messages --log logged/trials.trk | cut -f2,4 | tr '\t\n' ' |' >log.txt
-[ "$(cat log.txt)" = 'time text|900 900 TRACKER_TIME 1 900\n|1000 TRIALID 1|1004 TRIAL OK|1004 note|1008 1008 gap\n|'\
-'1010 TRIALID 2|1016 1016 flip\n|1022 bye|' ] || fail "--log"
+[ "$(cat log.txt)" = 'time text|900 900 TRACKER_TIME 1 900\n|1000 TRIALID 1|1004 TRIAL OK|1004 note|'\
+'1008 1008 gap\n|1010 TRIALID 2|1016 1016 flip\n|1022 bye|' ] || fail "--log"
 cp logged/xq_messages.log other.log
 "$trk" dump --kind messages --log-file other.log --trial 1 "${texts[@]}" logged/trials.trk | cut -f4 >flip.txt
 [ "$(tr '\n' '|' <flip.txt)" = 'text|TRIALID 2|1016 flip\n|' ] || fail "--log-file in a trial"
