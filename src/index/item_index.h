@@ -28,7 +28,7 @@ class ItemIndex {
 
     [[nodiscard]] bool isFull() const { return items_.size() == items_.capacity(); }
 
-    // Makes room after `scanned` of `total` bytes were read; a total of 0 is unknown. The room ends at `most` items.
+    // Makes room after `scanned` of `total` bytes were read; a total of 0 is unknown. It ends at `most` items.
     void makeRoom(int64_t scanned, int64_t total, std::size_t most);
 
     // Recording blocks in the order of the file. Their addresses stay the same for the life of the index.

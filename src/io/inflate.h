@@ -13,9 +13,9 @@ namespace trk {
 inline constexpr int64_t kLargestInflation = int64_t{32} << 30;
 inline constexpr int kInflatesTooFar = -100;
 
-// Inflates the rest of `source`, one zlib stream, into `destination`. Returns 0, an error code of zlib, -1 when the
-// source cannot be read or the destination cannot be written, or kInflatesTooFar behind `largest` bytes. What was
-// inflated before an error stays in the destination.
+// Inflates the rest of `source`, one zlib stream, into `destination`. Returns 0, an error code of zlib, -1 when
+// the source cannot be read or the destination cannot be written, or kInflatesTooFar behind `largest` bytes. What
+// was inflated before an error stays in the destination.
 int do_uncompress(InputStream &source, std::FILE *destination, int64_t largest = kLargestInflation);
 
 } // namespace trk

@@ -291,8 +291,8 @@ void TrialList::arrivedAt(int index) {
     }
 }
 
-// The last trial that contains the time wins. Trials stand in the order of their starts, unless the index is out of
-// order; those that ended too early are passed over together.
+// The last trial that contains the time wins. Trials stand in the order of their starts, unless the index is out
+// of order; those that ended too early are passed over together.
 const FRECORDING *TrialList::recordingAt(uint32_t time) {
     const std::vector<TRKTrial> &all = trials();
     std::size_t trial = all.size();

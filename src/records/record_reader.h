@@ -81,7 +81,7 @@ class RecordReader {
 
     [[nodiscard]] bool streamReady() const { return stream_ != nullptr; }
 
-    // Takes the pending tag word, fetching one when none is pending; leaves it pending when it is of the other kind.
+    // Takes the pending tag word, fetching one when none is pending; one of the other kind stays pending.
     int takePendingTag(bool wantSample, uint16_t &tagWord) {
         if (state_.lastTagWord == 0 && next_combfile_item(nullptr) == kEndOfRecords) {
             return kUnreadable;
