@@ -3,7 +3,7 @@
 
 #include "api/trk_file.h"
 #include "base/log.h"
-#include "support/plain_velocity.h"
+#include "plain_velocity.h"
 #include "support/recording_writer.h"
 #include "support/scenarios.h"
 #include "trkapi/trkapi.h"
@@ -127,7 +127,7 @@ std::vector<FSAMPLE_REC> someSamples(const Recording &from) {
 
 void walkFloor(benchmark::State &state, uint32_t durationMs, int rate) {
     const std::vector<FSAMPLE_REC> samples = someSamples(recording(durationMs, rate, false));
-    trk_test::PlainQueue queue;
+    trk_bench::PlainQueue queue;
     for (auto _ : state) {
         queue.clear();
         std::size_t added = 0;
@@ -140,7 +140,7 @@ void walkFloor(benchmark::State &state, uint32_t durationMs, int rate) {
                 ++added;
             }
             FSAMPLE_REC delivered = sample;
-            trk_test::plainSetVelocity(queue, delivered, MISSING_DATA, MISSING_DATA, rate, 3);
+            trk_bench::plainSetVelocity(queue, delivered, MISSING_DATA, MISSING_DATA, rate, 3);
             benchmark::DoNotOptimize(delivered);
         }
     }

@@ -1,6 +1,6 @@
 // The sample queue and the velocities: by hand, and bit for bit against the plain algorithm.
 #include "measures/velocity.h"
-#include "support/plain_velocity.h"
+#include "plain_velocity.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ std::string_view bitsOf(FSAMPLE_REC &sample) {
 struct Queues {
     trk::ItemIndex index;
     trk::SampleQueue queue{index};
-    trk_test::PlainQueue plain;
+    trk_bench::PlainQueue plain;
 
     void add(Sample sample, uint64_t key) {
         std::fill(floatsOf(sample) + kFirstVelocity, floatsOf(sample) + kFloats, MISSING_DATA);

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace trk_test {
+namespace trk_bench {
 
 // Up to 512 copies of samples, oldest first.
 class PlainQueue {
@@ -36,4 +36,4 @@ class PlainQueue {
 void plainSetVelocity(const PlainQueue &queue, FSAMPLE_REC &sample, float resolutionX, float resolutionY, int rate,
                       int trackerModel);
 
-} // namespace trk_test
+} // namespace trk_bench

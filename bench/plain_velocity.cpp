@@ -1,4 +1,4 @@
-#include "support/plain_velocity.h"
+#include "plain_velocity.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-namespace trk_test {
+namespace trk_bench {
 
 void PlainQueue::add(const FSAMPLE_REC &sample, uint64_t key) {
     if (!entries_.empty() && entries_.back().sort_key >= key) {
@@ -175,4 +175,4 @@ void plainSetVelocity(const PlainQueue &queue, FSAMPLE_REC &sample, float resolu
     }
 }
 
-} // namespace trk_test
+} // namespace trk_bench
