@@ -3,9 +3,9 @@
 
 #include "api/trk_file.h"
 #include "base/log.h"
+#include "experiment.h"
 #include "plain_velocity.h"
-#include "support/recording_writer.h"
-#include "support/scenarios.h"
+#include "support/files.h"
 #include "trkapi/trkapi.h"
 
 #include <benchmark/benchmark.h>
@@ -19,8 +19,6 @@
 
 namespace {
 
-using trk_test::Scenario;
-
 constexpr uint32_t kTenMinutesMs = 600 * 1000;
 constexpr uint32_t kTwoHoursMs = 2 * 3600 * 1000;
 constexpr int kBatch = 512;
@@ -28,9 +26,8 @@ constexpr int kBatch = 512;
 // A recording on disk and in memory.
 struct Recording {
     Recording(uint32_t durationMs, int rate, bool compressed) {
-        Scenario scenario = trk_test::experiment(
-            {.durationMs = durationMs, .sampleRate = rate, .eyes = trk_test::BothEyes, .compressed = compressed});
-        bytes = std::move(scenario.file);
+        bytes =
+            trk_example::experiment({.durationMs = durationMs, .sampleRate = rate, .compressed = compressed}).file;
         body = std::string_view(bytes).substr(bytes.find("ENDP:\n") + 6);
         path = directory.save("recording.trk", bytes);
     }

@@ -1,26 +1,31 @@
 // Writes an example recording: make_example_recording FILE [--compressed]
 //
 // A plausible experiment of two minutes, binocular at 1000 samples per second: twelve trials, each a recording
-// block with fixations, saccades, blinks, messages, an input and button presses, and one gap of lost samples.
+// block with fixations, saccades, blinks, messages, inputs and button presses, and one gap of lost samples.
 // Beside it the external message log that the program of the experiment would have written, xq_messages.log.
-#include "support/scenarios.h"
-#include "trkapi/trkapi.h"
+#include "experiment.h"
 
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <stdexcept>
 
 namespace {
 
 int makeRecording(const char *path, bool compressed) {
-    const trk_test::ScenarioOptions options{.compressed = compressed, .cameraData = true};
-    const trk_test::Scenario recording = trk_test::experiment(options);
+    const trk_example::ScenarioOptions options{.cameraData = true};
+    trkwriter::Recorder recorder(path, {.compressed = compressed});
+    const size_t samples = trk_example::writeExperiment(recorder, options);
+    recorder.finish();
+    std::printf("%s: %zu samples\n", path, samples);
+
     const std::string log = std::filesystem::path(path).replace_filename("xq_messages.log").string();
-    trk_test::save(path, recording.file);
-    trk_test::save(log, trk_test::messageLogFor(options));
-    std::printf("%s: %zu bytes, %zu trials, %zu samples\n", path, recording.file.size(), recording.trials,
-                recording.count.at(REC_SAMPLE));
+    std::ofstream file(log, std::ios::binary);
+    if (!(file << trk_example::messageLogFor(options)).flush()) {
+        throw std::runtime_error(log + ": cannot be written");
+    }
     std::printf("%s: the external message log of the same experiment\n", log.c_str());
     return 0;
 }

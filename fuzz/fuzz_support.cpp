@@ -8,6 +8,8 @@
 
 namespace trk_fuzz {
 
+namespace raw = trkwriter::raw;
+
 namespace {
 
 constexpr size_t kLongestLogText = 499;
@@ -43,7 +45,7 @@ Options::Options(Input &input) {
 
 Bytes Options::preambleText() const {
     constexpr std::array kSources{"LX", "V2", "OTHER"};
-    return source < kSources.size() ? trk_test::preamble(5, kSources[source]) : Bytes(trk_test::kPreambleEnd);
+    return source < kSources.size() ? raw::preamble(5, kSources[source]) : Bytes(raw::kPreambleEnd);
 }
 
 Bytes Options::file(std::string_view rest) const {
@@ -52,11 +54,11 @@ Bytes Options::file(std::string_view rest) const {
     };
     switch (container) {
     case PlainRecords:
-        return with(trk_test::kMagicCombfile, rest);
+        return with(raw::kMagicCombfile, rest);
     case CompressedRecords:
-        return with(trk_test::kMagicCompressed, trk_test::deflated(rest));
+        return with(raw::kMagicCompressed, raw::deflated(rest));
     case CompressedBody:
-        return with(trk_test::kMagicCompressed, rest);
+        return with(raw::kMagicCompressed, rest);
     default:
         return Bytes(rest);
     }

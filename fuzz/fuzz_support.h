@@ -1,8 +1,8 @@
 // What the fuzz targets share: taking the input apart, files without a disk, quiet runs.
 #pragma once
 
-#include "support/recording_writer.h"
 #include "trkapi/trkapi.h"
+#include "trkwriter/raw.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace trk_fuzz {
 
-using trk_test::Bytes;
+using trkwriter::raw::Bytes;
 
 // Few bytes can make millions of items; walking them finds nothing that these do not.
 constexpr unsigned kMostItems = 12000;

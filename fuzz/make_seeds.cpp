@@ -1,6 +1,6 @@
 // Writes the seeds of all fuzz targets into a folder: make_fuzz_seeds fuzz/corpus
+#include "support/files.h"
 #include "support/scenarios.h"
-
 #include "trkapi/trkapi.h"
 
 #include <cstdio>
@@ -12,8 +12,9 @@
 #include <string_view>
 #include <utility>
 
-using trk_test::Bytes;
-using trk_test::RecordingWriter;
+namespace raw = trkwriter::raw;
+using raw::Bytes;
+using raw::RecordingWriter;
 
 namespace {
 
@@ -24,8 +25,8 @@ constexpr unsigned kAll = kEvents | kSamples;
 
 Bytes head(unsigned flags, unsigned choices) {
     Bytes bytes;
-    trk_test::putByte(bytes, flags);
-    trk_test::putByte(bytes, choices);
+    raw::putByte(bytes, flags);
+    raw::putByte(bytes, choices);
     return bytes;
 }
 
@@ -36,9 +37,9 @@ RecordingWriter shortBlock(double rate, uint32_t start) {
         const auto time = start + static_cast<uint32_t>(1000.0 * i / rate);
         const int x = static_cast<int>(i * i);
         writer.sample({.time = time,
-                       .href = trk_test::EyePositions{{x, -x}, {}},
-                       .gaze = trk_test::EyePositions{{900 + x, 500 - x}, {}},
-                       .resolution = trk_test::Position{30, 31}});
+                       .href = raw::EyePositions{{x, -x}, {}},
+                       .gaze = raw::EyePositions{{900 + x, 500 - x}, {}},
+                       .resolution = raw::Position{30, 31}});
     }
     return writer.endBlock(start + 200).message(start + 201, "TRIAL OK").end();
 }
@@ -76,14 +77,14 @@ class Seeds {
 void saveOpenings(Seeds &seeds, const RecordingWriter &rich) {
     seeds.save("open", head(TRK_OPEN_NO_CHECK, kAll) + rich.plain());
     seeds.save("open", head(TRK_OPEN_CHECK, kAll) + rich.compressed());
-    seeds.save("open", head(TRK_OPEN_CHECK, kEvents | kResolution) + rich.plain(trk_test::kMagicPlain));
+    seeds.save("open", head(TRK_OPEN_CHECK, kEvents | kResolution) + rich.plain(raw::kMagicPlain));
     for (const unsigned flags : {0U, 1U, 2U, 18U}) {
         seeds.save("open", head(flags, kAll | kRecords) + rich.records());
     }
     const Bytes cut = rich.records().substr(0, rich.records().size() / 2);
     seeds.save("open", head(TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT, kAll | kRecords) + cut);
     seeds.save("open", head(TRK_OPEN_TOLERANT, kAll | kCompress) + cut);
-    seeds.save("open", head(2, kAll | kRecords | kCompress) + trk_test::deflated(rich.records()));
+    seeds.save("open", head(2, kAll | kRecords | kCompress) + raw::deflated(rich.records()));
     for (const double rate : {250.0, 1000.0, 2000.0}) {
         seeds.save("open", head(2, kAll | kRecords | kModel2 | kResolution) + shortBlock(rate, 3000).records());
     }
@@ -100,7 +101,7 @@ void saveScripts(Seeds &seeds, const RecordingWriter &rich) {
           "\x01\x0C\x0B\x02\x0C\x10\x0D\x01\x00\x00\xC8\x42\x01\x20\x0D\x80\x00\x00\x80\x44\x00\x00\x80\x3F"sv,
           "\x01\x40\x0E\x04\x00\x00\x00\x00\xC7\x0F\x20\x02\x13IDOK\x04\x00"sv}) {
         Bytes calls;
-        trk_test::putByte(calls, static_cast<unsigned>(script.size()));
+        raw::putByte(calls, static_cast<unsigned>(script.size()));
         calls += script;
         seeds.save("navigation", head(1, kAll | kRecords) + calls + rich.records());
         seeds.save("navigation", head(2, kAll | kRecords) + calls + shortBlock(1000, 990).records());
@@ -127,7 +128,7 @@ void saveRecipes(Seeds &seeds, const RecordingWriter &rich) {
         for (const unsigned source : {0x00U, 0x40U, 0x80U}) {
             Bytes recipe;
             for (unsigned i = 0; i < 48; ++i) {
-                trk_test::putByte(recipe, i * i * 37 + source + flags * 71);
+                raw::putByte(recipe, i * i * 37 + source + flags * 71);
             }
             seeds.save("differential", head(flags, kAll | kCompress | source) + recipe);
             // One even block of 765 samples with everything, and jumps to samples 420, 436 ... of it, where the

@@ -1,5 +1,5 @@
 // The worked example of docs/recording-format.md, read as it stands there.
-#include "support/recording_writer.h"
+#include "support/walk.h"
 #include "trkapi/trkapi.h"
 
 #include <fstream>

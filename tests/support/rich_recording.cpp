@@ -6,6 +6,8 @@
 
 namespace trk_test {
 
+using namespace trkwriter::raw;
+
 namespace {
 
 EventRecord withEveryField(EventRecord record) {

@@ -1,8 +1,9 @@
 // Opens recordings through the public calls and walks them.
 #pragma once
 
-#include "support/recording_writer.h"
+#include "support/files.h"
 #include "trkapi/trkapi.h"
+#include "trkwriter/raw.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -16,6 +17,8 @@
 #include <vector>
 
 namespace trk_test {
+
+using namespace trkwriter::raw;
 
 using LogLines = std::vector<std::string>;
 

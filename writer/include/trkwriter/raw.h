@@ -1,26 +1,28 @@
-// Builds recordings byte by byte, valid or not: the one writer behind tests, benchmarks, fuzz seeds and examples.
+// The lower layer of the recording writer: raw words, byte by byte, valid or not. docs/recording-format.md
+// explains them. What a sound recording holds is checked by the upper layer, recorder.h.
 //
 //     RecordingWriter writer;
 //     writer.startBlock({.time = 1000, .rate = 500});
 //     writer.sample(1000, {960, 540}).sample(1002, {961, 540});
 //     writer.event(EventRecord(REC_EBLINK, LeftEye).times(1000, 1040));
 //     writer.message(1003, "TRIALID 1").endBlock(1004).end();
-//     const std::string path = directory.save("trial.trk", writer.plain());
+//     const Bytes file = writer.plain();
 //
-// All numbers are given as they stand in the file: gaze 960 under a gaze divisor of 10 reads 96.0.
-// Whatever does not fit its field is cut to the field's width.
+// All numbers are given as they stand in the file: gaze 960 under a gaze divisor of 10 reads 96.0. Times are
+// milliseconds. What does not fit its field is cut to the field's width. Codes of events are the REC_* codes,
+// flags of samples the TRK_SAMPLE_* bits of trkapi.h. Nothing here fails but for want of memory (std::bad_alloc),
+// and all results are values of their own.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-namespace trk_test {
+namespace trkwriter::raw {
 
 using Bytes = std::string;
 
@@ -37,11 +39,8 @@ inline constexpr std::string_view kMagicPlain = "QM_OPTICORE_7200FILE\n";
 inline constexpr std::string_view kMagicCompressed = "QM_OPTICORE_7200FILE ZIP\n";
 inline constexpr std::string_view kPreambleEnd = "ENDP:\n";
 
-// The same magic line with the other line end, "\r\n".
-std::string withCarriageReturn(std::string_view magic);
-
-// A preamble with VERSION and SOURCE lines, then `moreLines` (each with its "\n"), then the end line. The source
-// "V2" makes tracker model 2, "LX" model 3 and any other model 1.
+// A preamble with VERSION and SOURCE lines, then `moreLines` (each with its "\n"), then the end line. Revision 0
+// leaves out the VERSION line. The source "V2" makes tracker model 2, "LX" model 3 and any other model 1.
 Bytes preamble(int revision = 5, std::string_view source = "LX", std::string_view moreLines = "");
 
 // `stream` as one zlib stream.
@@ -186,16 +185,17 @@ class RecordingWriter {
     RecordingWriter &sample(uint32_t time, Position gaze = {}, int pupilSize = 1000);
     RecordingWriter &event(const EventRecord &record) { return raw(record.bytes()); }
     RecordingWriter &message(uint32_t time, std::string_view text);
-    RecordingWriter &startSamples(const BlockStart &block) { return event(trk_test::startSamples(block)); }
-    RecordingWriter &startEvents(const BlockStart &block) { return event(trk_test::startEvents(block)); }
+    RecordingWriter &startSamples(const BlockStart &block) { return event(raw::startSamples(block)); }
+    RecordingWriter &startEvents(const BlockStart &block) { return event(raw::startEvents(block)); }
     RecordingWriter &startBlock(const BlockStart &block) { return startSamples(block).startEvents(block); }
-    RecordingWriter &endSamples(uint32_t time) { return event(trk_test::endSamples(time)); }
-    RecordingWriter &endEvents(uint32_t time) { return event(trk_test::endEvents(time)); }
+    RecordingWriter &endSamples(uint32_t time) { return event(raw::endSamples(time)); }
+    RecordingWriter &endEvents(uint32_t time) { return event(raw::endEvents(time)); }
     RecordingWriter &endBlock(uint32_t time) { return endSamples(time).endEvents(time); }
     // The zero tag word that ends the record stream; nothing writes it unasked.
     RecordingWriter &end();
     RecordingWriter &raw(std::string_view bytes);
-    void reserve(size_t bytes) { stream_.reserve(bytes); }
+    // Forgets the records so far, which the caller has put elsewhere; delta times go on from them.
+    void dropRecords() { stream_.clear(); }
 
     // The record stream so far; its size is the position of the next record in it.
     const Bytes &records() const { return stream_; }
@@ -211,24 +211,4 @@ class RecordingWriter {
     std::optional<uint32_t> lastSampleTime_;
 };
 
-// ---- Files ----
-
-void save(const std::filesystem::path &path, std::string_view bytes);
-
-// A directory of its own, removed with all that is in it at the end of its life.
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory &) = delete;
-    TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
-
-    std::string path(std::string_view name) const { return (path_ / name).string(); }
-    // Writes a file into the directory and returns its path.
-    std::string save(std::string_view name, std::string_view bytes) const;
-
-  private:
-    std::filesystem::path path_;
-};
-
-} // namespace trk_test
+} // namespace trkwriter::raw

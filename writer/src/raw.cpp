@@ -1,16 +1,12 @@
-#include "support/recording_writer.h"
+#include "trkwriter/raw.h"
 
 #include "trkapi/trkapi.h"
 
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <stdexcept>
-#include <system_error>
+#include <new>
 #include <zlib.h>
 
-namespace trk_test {
+namespace trkwriter::raw {
 
 namespace {
 
@@ -109,8 +105,8 @@ unsigned exchangedEyes(Eyes eyes) { return ((eyes & LeftEye) >> 1) | ((eyes & Ri
 void putByte(Bytes &bytes, unsigned value) { bytes.push_back(static_cast<char>(value & 0xFF)); }
 
 void putWord(Bytes &bytes, unsigned value) {
-    putByte(bytes, value >> 8);
-    putByte(bytes, value);
+    const char both[] = {static_cast<char>(value >> 8 & 0xFF), static_cast<char>(value & 0xFF)};
+    bytes.append(both, sizeof(both));
 }
 
 void putInt(Bytes &bytes, uint32_t value) {
@@ -118,13 +114,12 @@ void putInt(Bytes &bytes, uint32_t value) {
     putWord(bytes, value);
 }
 
-std::string withCarriageReturn(std::string_view magic) {
-    return std::string(magic.substr(0, magic.size() - 1)) + "\r\n";
-}
-
 Bytes preamble(int revision, std::string_view source, std::string_view moreLines) {
-    return "DATE: Mon Jan  5 09:30:00 2026\nVERSION: PUPILON V2 " + std::to_string(revision) +
-           "\nSOURCE: PUPILON " + std::string(source) + "\n" + std::string(moreLines) + std::string(kPreambleEnd);
+    Bytes text = "DATE: Mon Jan  5 09:30:00 2026\n";
+    if (revision != 0) {
+        text += "VERSION: PUPILON V2 " + std::to_string(revision) + "\n";
+    }
+    return text.append("SOURCE: PUPILON ").append(source).append("\n").append(moreLines).append(kPreambleEnd);
 }
 
 Bytes deflated(std::string_view stream) {
@@ -132,7 +127,7 @@ Bytes deflated(std::string_view stream) {
     Bytes result(size, '\0');
     if (compress2(reinterpret_cast<Bytef *>(result.data()), &size, reinterpret_cast<const Bytef *>(stream.data()),
                   stream.size(), Z_BEST_SPEED) != Z_OK) {
-        throw std::runtime_error("zlib cannot compress the record stream");
+        throw std::bad_alloc(); // nothing else can go wrong
     }
     result.resize(size);
     return result;
@@ -254,32 +249,4 @@ RecordingWriter &RecordingWriter::raw(std::string_view bytes) {
     return *this;
 }
 
-void save(const std::filesystem::path &path, std::string_view bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
-}
-
-TemporaryDirectory::TemporaryDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "trkapi-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "cannot make a temporary directory");
-    }
-    path_ = name;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TemporaryDirectory::save(std::string_view name, std::string_view bytes) const {
-    std::string file = path(name);
-    trk_test::save(file, bytes);
-    return file;
-}
-
-} // namespace trk_test
+} // namespace trkwriter::raw
