@@ -7,6 +7,14 @@ install(TARGETS trkapi EXPORT trkapiTargets)
 install(FILES ${PROJECT_SOURCE_DIR}/include/trkapi/trkapi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/trkapi)
 install(EXPORT trkapiTargets NAMESPACE trkapi:: DESTINATION ${trkapi_package_dir})
 
+# The recording writer is a component of its own, here and in find_package.
+if(TRKAPI_BUILD_WRITER OR TRKAPI_BUILD_TOOLS OR TRKAPI_BUILD_EXAMPLES)
+    install(TARGETS trkwriter EXPORT trkwriterTargets COMPONENT writer)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/writer/include/trkwriter
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT writer)
+    install(EXPORT trkwriterTargets NAMESPACE trkapi:: DESTINATION ${trkapi_package_dir} COMPONENT writer)
+endif()
+
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/trkapiConfig.cmake.in
     ${PROJECT_BINARY_DIR}/trkapiConfig.cmake
     INSTALL_DESTINATION ${trkapi_package_dir})

@@ -24,6 +24,7 @@ cmake -S "$source" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -D
     -DCMAKE_EXE_LINKER_FLAGS="${flags[*]}" >"$scratch/configure.log"
 cmake --build "$scratch/cmake"
 check "$scratch/cmake/consumer"
+(cd "$scratch" && cmake/record && grep -q GO package.trk)
 
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 # shellcheck disable=SC2046 # lists of flags

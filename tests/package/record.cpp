@@ -1,0 +1,7 @@
+#include <trkwriter/recorder.h>
+
+int main() {
+    trkwriter::Recorder recorder("package.trk");
+    recorder.message(1, "GO");
+    recorder.finish();
+}
