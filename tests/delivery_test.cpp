@@ -12,9 +12,9 @@ namespace {
 using namespace trk_test;
 using Times = std::vector<uint32_t>;
 
-std::vector<FSAMPLE_REC> samplesOf(const Bytes &bytes, int flags = TRK_OPEN_KEEP_TIMES) {
+std::vector<FSAMPLE_REC> samplesOf(const Bytes &bytes, const OpenOptions &options = {TRK_OPEN_KEEP_TIMES}) {
     std::vector<FSAMPLE_REC> samples;
-    for (const Item &item : openBytes(bytes, {.flags = flags}).walk()) {
+    for (const Item &item : openBytes(bytes, options).walk()) {
         if (item.code == REC_SAMPLE) {
             samples.push_back(item.sample());
         }
@@ -69,30 +69,34 @@ TEST(Delivery, FlagsKeysThatAreNotTwiceTheTime) {
     }
 }
 
+// A placeholder has velocities where a fixed resolution stands in for its own.
 TEST(Delivery, HidesBlinksAndFillsGapsWithPlaceholders) {
-    RecordingWriter writer;
+    RecordingWriter writer(preamble(5, "V2"));
     writer.startBlock({.time = 1000, .rate = 500}).event(EventRecord(REC_SBLINK, LeftEye).startTime(1009));
-    for (const uint32_t time : {1000U, 1002U, 1004U, 1008U, 1010U}) {
-        writer.sample({.time = time,
+    for (const int x : {0, 2, 4, 8, 10}) {
+        writer.sample({.time = 1000 + static_cast<uint32_t>(x),
                        .eyes = BothEyes,
-                       .gaze = EyePositions{{1, 2}, {3, 4}},
+                       .gaze = EyePositions{{x, 2}, {3, 4}},
                        .pupilSize = EyeWords{900, 910},
                        .buttons = 7});
     }
-    const LogCapture log;
-    const auto samples = samplesOf(writer.end().plain(), TRK_OPEN_CHECK_AND_FILL);
-    ASSERT_EQ(samples.size(), 6U);
-    FSAMPLE_REC dummy{};
-    dummy.time = 1006;
-    dummy.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
-    dummy.sort_key = 2012;
-    std::fill_n(reinterpret_cast<float *>(&dummy) + 1, 40, MISSING_DATA);
-    dummy.pupil_size[0] = 900;
-    dummy.pupil_size[1] = 910;
-    EXPECT_EQ((Item{REC_SAMPLE, true, {samples[3]}}), (Item{REC_SAMPLE, true, {dummy}}));
-    EXPECT_EQ(samples[4].gaze_x[0], 1); // before and in the blink
-    EXPECT_EQ(std::pair(samples[5].gaze_x[0], samples[5].gaze_y[0]), std::pair(MISSING_DATA, MISSING_DATA));
-    EXPECT_EQ(std::pair(samples[5].gaze_x[1], samples[5].gaze_y[1]), std::pair(3.0F, 4.0F));
+    CONFIG fixed{.velocity_param_1 = 10, .velocity_param_2 = 10};
+    FSAMPLE_REC dummy{.time = 1006, .flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT, .sort_key = 2012};
+    std::fill_n(dummy.pupil_x, 40, MISSING_DATA);
+    std::ranges::copy(std::array{900, 910}, dummy.pupil_size);
+    for (CONFIG *const config : {static_cast<CONFIG *>(nullptr), &fixed}) {
+        if (config != nullptr) {
+            std::ranges::copy(std::array{100, 0, 0, 0}, dummy.gaze_vel_x);
+            std::ranges::copy(std::array{100, 0, 0, 0}, dummy.gaze_fvel_x);
+        }
+        const LogCapture log;
+        const auto samples = samplesOf(writer.end().plain(), {.flags = TRK_OPEN_CHECK_AND_FILL, .config = config});
+        ASSERT_EQ(samples.size(), 6U);
+        EXPECT_EQ((Item{REC_SAMPLE, true, {samples[3]}}), (Item{REC_SAMPLE, true, {dummy}}));
+        EXPECT_EQ(samples[4].gaze_x[0], 8); // before and in the blink
+        EXPECT_EQ(std::pair(samples[5].gaze_x[0], samples[5].gaze_y[0]), std::pair(MISSING_DATA, MISSING_DATA));
+        EXPECT_EQ(std::pair(samples[5].gaze_x[1], samples[5].gaze_y[1]), std::pair(3.0F, 4.0F));
+    }
 }
 
 // The second and third samples stand in the file the other way round. Strict reading believes the index.
@@ -101,7 +105,7 @@ TEST(Batches, ReadOnInTheOrderOfTheFile) {
     writer.startBlock({.time = 1000, .rate = 60}).sample(1000).sample(1002).sample(1001).sample(1003).end();
     for (const int flags : {int{TRK_OPEN_CHECK}, int{TRK_OPEN_CHECK_AND_FILL}}) {
         const bool strict = flags == TRK_OPEN_CHECK_AND_FILL;
-        const auto samples = samplesOf(writer.plain(), flags);
+        const auto samples = samplesOf(writer.plain(), {flags});
         EXPECT_EQ((Times{samples[1].time, samples[2].time, samples[3].time}),
                   strict ? (Times{1001, 1002, 1003}) : (Times{1002, 1001, 1003}));
         EXPECT_EQ(std::pair(+samples[1].flags, +samples[3].flags), std::pair(strict ? 0xC000 : 0x8503, 0x8501));
