@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/recording_writer.h"
+#include "support/texts.h"
 #include "trkapi/trkapi.h"
 
 #include <algorithm>
@@ -69,8 +70,24 @@ struct Item {
     }
 };
 
-inline void PrintTo(const Item &item, std::ostream *out) {
-    *out << "code " << item.code << " at " << item.time() << (item.fetched ? " " : " unread ") << item.message;
+inline std::string textOf(const Item &item) {
+    const std::string text = item.code == REC_SAMPLE      ? textOf(item.sample())
+                             : item.code == REC_RECORDING ? textOf(item.recording())
+                                                          : textOf(item.event());
+    return item.fetched ? text + (item.message.empty() ? "" : " '" + item.message + "'")
+                        : std::to_string(item.code) + " unread";
+}
+
+inline void PrintTo(const Item &item, std::ostream *out) { *out << textOf(item); }
+
+// The current item, whose code is given, with the record that its fetch gave.
+inline Item itemOf(int code, const ALLF_DATA *record) {
+    Item item{.code = code, .fetched = record != nullptr, .record = record != nullptr ? *record : ALLF_DATA{}};
+    const bool event = record != nullptr && code != REC_SAMPLE && code != REC_RECORDING;
+    if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
+        item.message.assign(message->text, std::min<size_t>(message->length, sizeof(message->text)));
+    }
+    return item;
 }
 
 // An open recording, or a failed attempt.
@@ -86,19 +103,7 @@ class Recording {
     int error() const { return error_; }
     int step() const { return trk_get_next_data(handle()); }
 
-    // Fetches the current item, whose code is given.
-    Item fetch(int code) const {
-        Item item{.code = code};
-        if (const ALLF_DATA *const record = trk_get_float_data(handle())) {
-            item.fetched = true;
-            item.record = *record;
-            const bool event = code != REC_SAMPLE && code != REC_RECORDING;
-            if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
-                item.message.assign(message->text, std::min<size_t>(message->length, sizeof(message->text)));
-            }
-        }
-        return item;
-    }
+    Item fetch(int code) const { return itemOf(code, trk_get_float_data(handle())); }
 
     // All items from the current position to the end, every one fetched.
     std::vector<Item> walk() const {
@@ -116,6 +121,10 @@ class Recording {
     int error_ = 1;
     std::unique_ptr<_TRKFILE, int (*)(_TRKFILE *)> handle_;
 };
+
+inline ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 // Opens `bytes` as a recording. Its file is gone from the directory once it is open.
 inline Recording openBytes(const Bytes &bytes, const OpenOptions &options = {}) {
