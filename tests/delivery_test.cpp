@@ -10,7 +10,6 @@
 namespace {
 
 using namespace trk_test;
-using Times = std::vector<uint32_t>;
 
 std::vector<FSAMPLE_REC> samplesOf(const Bytes &bytes, const OpenOptions &options = {TRK_OPEN_KEEP_TIMES}) {
     std::vector<FSAMPLE_REC> samples;
@@ -99,24 +98,45 @@ TEST(Delivery, HidesBlinksAndFillsGapsWithPlaceholders) {
     }
 }
 
+// Samples of an eye that does not move, one each millisecond.
+void addResting(RecordingWriter &writer, uint32_t from, uint32_t to) {
+    for (uint32_t time = from; time < to; ++time) {
+        writer.sample({.time = time, .gaze = EyePositions{}, .resolution = Position{9, 9}});
+    }
+}
+
 // The second and third samples stand in the file the other way round. Strict reading believes the index.
 TEST(Batches, ReadOnInTheOrderOfTheFile) {
     RecordingWriter writer;
     writer.startBlock({.time = 1000, .rate = 60}).sample(1000).sample(1002).sample(1001).sample(1003).end();
     for (const int flags : {int{TRK_OPEN_CHECK}, int{TRK_OPEN_CHECK_AND_FILL}}) {
-        const bool strict = flags == TRK_OPEN_CHECK_AND_FILL;
-        const auto samples = samplesOf(writer.plain(), {flags});
-        EXPECT_EQ((Times{samples[1].time, samples[2].time, samples[3].time}),
-                  strict ? (Times{1001, 1002, 1003}) : (Times{1002, 1001, 1003}));
-        EXPECT_EQ(std::pair(+samples[1].flags, +samples[3].flags), std::pair(strict ? 0xC000 : 0x8503, 0x8501));
+        std::ostringstream found;
+        for (const FSAMPLE_REC &sample : samplesOf(writer.plain(), {flags})) {
+            found << sample.time << ':' << std::hex << sample.flags << std::dec << ' ';
+        }
+        EXPECT_EQ(found.str(), flags == TRK_OPEN_CHECK ? "1000:a501 1002:8503 1001:a503 1003:8501 "
+                                                       : "1000:a501 1001:c000 1002:c000 1003:8501 ");
+    }
+}
+
+// When the sample at 1448 is delivered, the queue is refilled from there. All up to 1511 is in it and refused, with
+// thousands that repeat the last two times; then come the samples that the velocity at 1505 needs.
+TEST(Batches, PassOverSamplesThatGoBack) {
+    for (const uint32_t refused : {4095U, 4096U}) {
+        RecordingWriter writer;
+        writer.startBlock({.time = 1000});
+        addResting(writer, 1000, 1512);
+        for (uint32_t i = 1512 - 1448; i < refused; ++i) {
+            addResting(writer, 1510 + i % 2, 1511 + i % 2);
+        }
+        addResting(writer, 1512, 1550);
+        EXPECT_EQ(samplesOf(writer.end().plain())[505].gaze_fvel_x[0], refused < 4096 ? 0 : MISSING_DATA);
     }
 }
 
 TEST(Batches, LackVelocitiesOutsideOfBlocks) {
     RecordingWriter writer;
-    for (uint32_t time = 1000; time < 1050; ++time) {
-        writer.sample({.time = time, .gaze = EyePositions{}, .resolution = Position{9, 9}});
-    }
+    addResting(writer, 1000, 1050);
     const LogCapture log;
     for (const FSAMPLE_REC &sample : samplesOf(writer.end().plain())) {
         EXPECT_EQ(std::pair(sample.gaze_x[0], sample.gaze_fvel_x[0]), std::pair(0.0F, MISSING_DATA));
@@ -176,7 +196,9 @@ TEST(EventPairing, StartsEndsAtTheirOwnStarts) {
     constexpr std::string_view kLetters = "...BbAaFf........<>.....m"; // by code
     for (const std::string text :
          {"!A10 a12-20: 12", "A10 B12 b12-14 a15-20: 12 15", "!A10 B12 b12-14 a15-20: 12 10",
-          "!A10 B12r b12-14r a15-20: 12 15", "F10 f12-20: 12", "!F10 f12-20 f13-21: 10 10", "!f12-20: 4294967295",
+          "!A10 B11 a12-20: 12", "!A10 B12 b12-14 F15 a17-20: 12 10", "!<1 >5 B10 <20 b22-24r: 22",
+          "!A10 B12r b12-14r a15-20: 12 15", "F10 f12-20: 12", "!F10 A11 a11-12 f12-20 f13-21: 11 10 10",
+          "!f12-20: 4294967295",
           "!A10 B12 b12-14 F15 f15-16 a17-20: 12 15 4294967295", // the fixation made the saccade forgotten
           "!A10 B12 b12-14 B16 b16-18 a19-20: 12 10",            // joined blinks
           // Moved onto a block: starts to 20, ends to 5. The end of a moved blink looks for its start.
@@ -206,24 +228,29 @@ TEST(EventPairing, StartsEndsAtTheirOwnStarts) {
 
 // The first record delivered sets the origin of the blocks, the first record of the file that of all else.
 TEST(TimeAdjustment, MovesLateRecordings) {
-    using Case = std::tuple<uint32_t, int, int, uint32_t, Times, LogLines>;
-    for (const auto &[last, flags, skipped, origin, times, lines] :
-         {Case{399999999, 0, 0, 399999979, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {}},
-          Case{400000000, TRK_OPEN_KEEP_TIMES, 0, 399999980, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {}},
-          Case{400000000, 0, 0, 0, {0, 10, 10, 10, 12, 20, 20, 20, 20}, {"Enabling time offset fixup \n"}},
-          Case{400000000, 0, 1, 0, {0, 10, 10, 12, 20, 20, 20, 10}, {"Enabling time offset fixup\n"}},
-          Case{400000000, 0, 4, 0, {12, 20, 20, 20, 8}, {"Enabling time offset fixup\n"}}}) {
+    const std::string offsets = "0 0 10 10 10 12 20 20 20 20 ",
+                      fromNought = "0 0 0 400000000 400000000 400000002 400000010 400000010 400000010 10 ";
+    const LogLines byEvent{"Enabling time offset fixup \n"}, byBlockOrSample{"Enabling time offset fixup\n"};
+    const std::tuple<uint32_t, uint32_t, int, int, uint32_t, std::string, LogLines> cases[] = {
+        {399999979, 399999999, 0, 0, 399999979, offsets, {}},
+        {399999980, 400000000, TRK_OPEN_KEEP_TIMES, 0, 399999980, offsets, {}},
+        {399999980, 400000000, 0, 0, 0, offsets, byEvent},
+        {399999980, 400000000, 0, 2, 0, "0 10 10 12 20 20 20 10 ", byBlockOrSample},
+        {399999980, 400000000, 0, 5, 0, "12 20 20 20 8 ", byBlockOrSample},
+        {0, 400000010, 0, 0, 0, fromNought, byEvent}, // the first records set none
+    };
+    for (const auto &[first, last, flags, skipped, origin, times, lines] : cases) {
         RecordingWriter writer;
-        writer.message(last - 20, "a").startBlock({.time = last - 10}).sample(last - 8).sample(last);
-        writer.endBlock(last);
+        writer.message(first, "a").message(first, "b").startBlock({.time = last - 10});
+        writer.sample(last - 8).sample(last).endBlock(last);
         const LogCapture log;
-        Recording recording = openBytes(writer.end().plain(), {.flags = flags});
+        const Recording recording = openBytes(writer.end().plain(), {.flags = flags});
         for (int i = 0; i < skipped; ++i) {
             recording.step();
         }
-        Times found;
+        std::string found;
         for (const Item &item : recording.walk()) {
-            found.push_back(item.time() - origin);
+            found += std::to_string(item.time() - origin) + ' ';
         }
         EXPECT_EQ(found, times) << last;
         EXPECT_EQ(LogCapture::take(), lines);
