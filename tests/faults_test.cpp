@@ -146,14 +146,14 @@ TEST(Faults, DescriptorsRunOut) {
     close(lowestFree);
     // By the number of free descriptors: for the log, which is opened first, the recording, the temporary file.
     const std::string notOpened = "File Could not be opened!\n";
-    const LogLines failures{notOpened, notOpened, "Failed to create temp file \n\n", ""};
+    const std::vector<std::string> failures{notOpened, notOpened, "Failed to create temp file \n\n", ""};
     for (size_t free = 0; free < failures.size(); ++free) {
         const LogCapture log;
         const ptrdiff_t descriptors = openDescriptors();
         const auto limit = static_cast<size_t>(lowestFree) + free;
         const Recording recording = openUnder(RLIMIT_NOFILE, limit, path, {.loadEvents = TRK_EVENTS_MESSAGE_LOG});
         ASSERT_EQ(recording.error(), free < 3 ? -1 : 0);
-        EXPECT_EQ(recording ? "" : LogCapture::take().back(), failures[free]);
+        EXPECT_TRUE(recording || LogCapture::take().ends_with(failures[free]));
         EXPECT_EQ(openDescriptors(), descriptors + (recording ? 2 : 0));
     }
 }
@@ -217,7 +217,7 @@ TEST(Faults, SmallFileCannotTakeAllMemory) {
     }
     const LogCapture log;
     EXPECT_FALSE(openBytes(writer.end().plain(), {.flags = TRK_OPEN_CHECK_AND_FILL}));
-    EXPECT_EQ(LogCapture::take().back(), "Too many missing samples\n");
+    EXPECT_TRUE(LogCapture::take().ends_with("Too many missing samples\n"));
     const Recording kept = openBytes(writer.plain(), {.flags = TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT});
     EXPECT_EQ(trk_get_element_count(kept.handle()), 3 + 3 + 2000U * 10000U);
 }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <numeric>
 #include <sstream>
 
 namespace {
@@ -30,25 +29,21 @@ TEST(Prescan, IndexesWhatIsAskedFor) {
         writer.event(EventRecord(code)); // without a time
     }
     const Bytes bytes = writer.endBlock(1003).end().message(1004, "behind the end").plain();
-    const std::string untimed = "Unexpected time stamp 0. Skipping event \n";
-    const LogLines tolerated{"Unexpected event type tag 0. Skipping event \n", untimed, untimed,
-                             "error reading trk file 7a r = 0 \n", "Error reading items End of file Exception \n"};
-    const std::tuple<OpenOptions, std::vector<int>, LogLines> cases[] = {
-        {{}, {5, 6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30}, {}},
-        {{TRK_OPEN_TOLERANT}, {6, 30, 15, 17, 200, 3, 9, 25, 28, 40, 4, 16, 18, 30, 24}, tolerated},
-        {{.loadEvents = 0}, {30, 15, 200, 16, 30}, {}},
-        {{.loadSamples = 0}, {5, 6, 30, 17, 3, 9, 25, 28, 40, 4, 18, 30}, {}},
-        {{.loadEvents = 0, .loadSamples = 0}, {}, {}},
+    const std::string untimed = "Unexpected time stamp 0. Skipping event \n",
+                      tolerated = "Unexpected event type tag 0. Skipping event \n" + untimed + untimed +
+                                  "error reading trk file 7a r = 0 \nError reading items End of file Exception \n";
+    const std::tuple<OpenOptions, std::string, std::string> cases[] = {
+        {{}, " 5 6 30 15 17 200 3 9 25 28 40 4 16 18 30", ""},
+        {{TRK_OPEN_TOLERANT}, " 6 30 15 17 200 3 9 25 28 40 4 16 18 30 24", tolerated},
+        {{.loadEvents = 0}, " 30 15 200 16 30", ""},
+        {{.loadSamples = 0}, " 5 6 30 17 3 9 25 28 40 4 18 30", ""},
+        {{.loadEvents = 0, .loadSamples = 0}, "", ""},
     };
     for (const auto &[options, codes, lines] : cases) {
         const LogCapture log;
         const Recording recording = openBytes(bytes, options);
         EXPECT_EQ(LogCapture::take(), lines);
-        std::vector<int> found;
-        while (const int code = recording.step()) {
-            found.push_back(code);
-        }
-        EXPECT_EQ(found, codes);
+        EXPECT_EQ(recording.told([](int code) { return ' ' + std::to_string(code); }), codes);
     }
 }
 
@@ -62,20 +57,20 @@ TEST(Gaps, AreFilledWhereThePeriodIsKnown) {
     const std::string mismatch = "Intersample period does not match with the sample rate given by the start "
                                  "recording event! Using start recording sample rate. ";
     const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"!500: 96 98 100 110", "192 196 200 204 208 212 216 220", missing("5", "100-110")},
-        {"500: 96 98 100 110", "192 196 200 220", ""},
-        {"!500: 96 98 100 99", "192 196 198 200", missing("-1", "100-99")},
-        {"!500: 96 98 100 103", "192 196 200 206", missing("1", "100-103")},
-        {"!500: 96 98 100 20102", "192 196 200 40204", missing("10001", "100-20102") + tooMany},
-        {"!500: 98 100 110 112 116", "196 200 220 224 228 232", missing("2", "112-116")},
-        {"!500: 0 2 6", "0 4 12", ""},
-        {"!250: 88 92 96 108", "176 184 192 200 208 216", missing("3", "96-108")},
-        {"!60: 900 933 966 1000 1100", "1800 1866 1932 2000 2200", ""},
-        {"!60: 96 98 100 104", "192 196 200 204 208", missing("2", "100-104")},
-        {"!2000: 50 50 51 51 53", "100 101 102 103 104 105 106 106", missing("4", "51-53")},
-        {"!500: 100 101 102 106", "200 202 204 208 212", mismatch + "4 2 202 204 \n" + missing("2", "102-106")},
-        {"!1001: 100 101 102", "200 202 203 204", mismatch + "1 2 202 204 \n" + missing("2", "101-102")},
-        {"!1000: 100 101 102 250: 200 204 208", "200 202 204 400 408 416", ""},
+        {"!500: 96 98 100 110", "192 196 200 204 208 212 216 220 ", missing("5", "100-110")},
+        {"500: 96 98 100 110", "192 196 200 220 ", ""},
+        {"!500: 96 98 100 99", "192 196 198 200 ", missing("-1", "100-99")},
+        {"!500: 96 98 100 103", "192 196 200 206 ", missing("1", "100-103")},
+        {"!500: 96 98 100 20102", "192 196 200 40204 ", missing("10001", "100-20102") + tooMany},
+        {"!500: 98 100 110 112 116", "196 200 220 224 228 232 ", missing("2", "112-116")},
+        {"!500: 0 2 6", "0 4 12 ", ""},
+        {"!250: 88 92 96 108", "176 184 192 200 208 216 ", missing("3", "96-108")},
+        {"!60: 900 933 966 1000 1100", "1800 1866 1932 2000 2200 ", ""},
+        {"!60: 96 98 100 104", "192 196 200 204 208 ", missing("2", "100-104")},
+        {"!2000: 50 50 51 51 53", "100 101 102 103 104 105 106 106 ", missing("4", "51-53")},
+        {"!500: 100 101 102 106", "200 202 204 208 212 ", mismatch + "4 2 202 204 \n" + missing("2", "102-106")},
+        {"!1001: 100 101 102", "200 202 203 204 ", mismatch + "1 2 202 204 \n" + missing("2", "101-102")},
+        {"!1000: 100 101 102 250: 200 204 208", "200 202 204 400 408 416 ", ""},
         {"!96 100 104", "", skipped(96) + skipped(100) + skipped(104)},
     };
     for (const auto &[text, keys, log] : cases) {
@@ -95,15 +90,11 @@ TEST(Gaps, AreFilledWhereThePeriodIsKnown) {
         const LogCapture capture;
         const Recording recording = openBytes(writer.endBlock(30000).end().plain(),
                                               {text[0] == '!' ? TRK_OPEN_CHECK_AND_FILL : TRK_OPEN_CHECK});
-        const LogLines lines = LogCapture::take();
-        EXPECT_EQ(std::accumulate(lines.begin(), lines.end(), std::string()), log) << text;
-        std::string found;
-        while (const int code = recording.step()) {
-            if (code == REC_SAMPLE) {
-                found += ' ' + std::to_string(recording.fetch(code).sample().sort_key);
-            }
-        }
-        EXPECT_EQ(found, (keys.empty() ? "" : " ") + keys) << text;
+        EXPECT_EQ(LogCapture::take(), log) << text;
+        const auto key = [&recording](int code) {
+            return code == REC_SAMPLE ? std::to_string(recording.fetch(code).sample().sort_key) + ' ' : "";
+        };
+        EXPECT_EQ(recording.told(key), keys) << text;
     }
 }
 
@@ -129,11 +120,10 @@ TEST(RecordingBlocks, AreJoinedOfSamplesAndEvents) {
         {withdrawn + endSamples(1001).bytes(), "+7@1000 120011 4500 0 /1;-1001@1000 120111 0 0 /0;"},
     };
     for (const auto &[records, blocks] : cases) {
-        std::string found;
-        for (const Item &item : openBytes(RecordingWriter().raw(records).end().plain()).walk()) {
-            found += item.code == REC_RECORDING ? textOf(item) + ';' : "";
-        }
-        EXPECT_EQ(found, blocks);
+        const Recording recording = openBytes(RecordingWriter().raw(records).end().plain());
+        EXPECT_EQ(recording.told(
+                      [&](int code) { return code == REC_RECORDING ? textOf(recording.fetch(code)) + ';' : ""; }),
+                  blocks);
     }
 }
 
@@ -214,10 +204,9 @@ TEST(Order, OfLargeIndexesIsMadeInChunks) {
 
 // Items before and after; "!" switches the strict repairs on, and no items after mean the same as before.
 TEST(Consistency, RepairsTheIndex) {
-    const LogLines unpaired{"found EBLINK  with no SBLINK 12 \n", "No matching EBLINK found for SBLINK  15 \n"};
+    const std::string unpaired = "found EBLINK  with no SBLINK 12 \nNo matching EBLINK found for SBLINK  15 \n";
     const struct {
-        std::string before, after;
-        LogLines log = {};
+        std::string before, after, log = {};
     } cases[] = {
         // Blocks less than 3 ms apart; a block that is set apart may come close to the next.
         {"[:1000 ]:2000 [:2004 ]:3000", "[:1000 ]:2001 [:2007 ]:3000"},
@@ -225,7 +214,7 @@ TEST(Consistency, RepairsTheIndex) {
         {"[:1000 ]:2000 [:2004 ]:2012", "[:1000 ]:2001 [:2007 ]:2013"},
         {"[:1000 [:2000 ]:2000 ]:3000", "[:1000 ]:2001 [:2003 ]:3000"},
         // Samples outside of blocks; an end that belongs before the start of its time, and then no sorting.
-        {"s:2 s:4 [:10 s:12 ]:20 s:22", "[:10 s:12 ]:20", {skipped(1), skipped(2), skipped(11)}},
+        {"s:2 s:4 [:10 s:12 ]:20 s:22", "[:10 s:12 ]:20", skipped(1) + skipped(2) + skipped(11)},
         {"!m:2 [:40 F1:40 [:90 ]:40 s:42 b1:91 s:92 B1:94 ]:99",
          "m:2 ]:40 [:40 F1:40 s:42 [:90 b1:91 s:92 B1:91^ ]:99"},
         // Blinks that do not pair up.

@@ -144,7 +144,7 @@ TEST(Events, BlocksSetTheDecodingState) {
         EXPECT_EQ(rated.state().recordingModeWord, revision == 0 ? 9 : 0x92);
         EXPECT_EQ(rated.state().filterLevel, revision == 0 ? 1 : 3);
     }
-    EXPECT_EQ(log.take(), LogLines{"Possible miss handle! sample per second is 1000.000000 resetting to 250 \n"});
+    EXPECT_EQ(log.take(), "Possible miss handle! sample per second is 1000.000000 resetting to 250 \n");
 }
 
 TEST(Framing, TagWordsWaitForTheirDecoder) {
@@ -157,9 +157,9 @@ TEST(Framing, TagWordsWaitForTheirDecoder) {
     inPreamble.setPreambleFacts(false, 0);
     EXPECT_EQ(run(inPreamble, "tse"), (Texts{"2:0", "-1", "-1"}));
     EXPECT_EQ(run(RecordReader(), "tse"), (Texts{"-1:0", "-1", "-1"}));
-    EXPECT_EQ(log.take(), (LogLines{"error reading trk file 7a r = 0 \n", "Error End of file Exception \n",
-                                    " bad status  1\n", "error reading trk file 12\n",
-                                    "Error End of file Exception \n", " bad status  2\n", " bad status  -1\n"}));
+    EXPECT_EQ(log.take(), "error reading trk file 7a r = 0 \nError End of file Exception \n bad status  1\n"
+                          "error reading trk file 12\nError End of file Exception \n bad status  2\n"
+                          " bad status  -1\n");
 }
 
 } // namespace

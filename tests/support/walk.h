@@ -18,26 +18,24 @@
 
 namespace trk_test {
 
-using LogLines = std::vector<std::string>;
-
 // Gathers the diagnostic lines while it lives; one at a time.
 class LogCapture {
   public:
     LogCapture() {
-        trk_set_log_function([](const char *text) { lines.emplace_back(text); });
+        trk_set_log_function([](const char *text) { log += text; });
     }
     ~LogCapture() {
         trk_set_log_function(nullptr);
-        lines.clear();
+        log.clear();
     }
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
     // The lines since the last call.
-    static LogLines take() { return std::exchange(lines, {}); }
+    static std::string take() { return std::exchange(log, {}); }
 
   private:
-    static inline LogLines lines;
+    static inline std::string log;
 };
 
 struct OpenOptions {
@@ -104,6 +102,15 @@ class Recording {
     int step() const { return trk_get_next_data(handle()); }
 
     Item fetch(int code) const { return itemOf(code, trk_get_float_data(handle())); }
+
+    // What `tell` says of each item by its code, from the current position to the end; it may fetch the item.
+    template <class Tell> std::string told(Tell tell) const {
+        std::string text;
+        while (const int code = step()) {
+            text += tell(code);
+        }
+        return text;
+    }
 
     // All items from the current position to the end, every one fetched.
     std::vector<Item> walk() const {
