@@ -15,7 +15,7 @@ void expectNear(PlanePoint point, PlanePoint expected, double tolerance) {
 
 TEST(Geometry, CornersMapBothWays) {
     constexpr Corners kSquare{{{0, 1}, {0, 0}, {1, 1}, {1, 0}}};
-    constexpr Corners kQuadrilateral{{{1, 5}, {1, 1}, {5, 7}, {7, 2}}};
+    constexpr Corners kQuadrilateral{{{3, 8}, {3, 4}, {7, 10}, {9, 5}}};
     const auto mapped = [](PlanePoint point, const Matrix &map) {
         const auto [x, y, w] = trk::mmult({point.x, point.y, 1}, map);
         return PlanePoint{x / w, y / w};
@@ -25,7 +25,7 @@ TEST(Geometry, CornersMapBothWays) {
         expectNear(mapped(kSquare[i], map), kQuadrilateral[i], 1e-9);
         expectNear(mapped(kQuadrilateral[i], trk::invP(map)), kSquare[i], 1e-9);
     }
-    expectNear(mapped({0.5, 0.5}, map), {3, 4}, 1e-9); // where the diagonals meet
+    expectNear(mapped({0.5, 0.5}, map), {5, 7}, 1e-9); // where the diagonals meet
     constexpr Matrix kAffine{{{2, 0, 0}, {1, 0, 0}, {5, 0, 1}}};
     EXPECT_EQ(trk::solveSQ({{{6, 0}, {5, 0}, {10, 0}, {7, 0}}}), kAffine); // all on a line
 }
