@@ -2,10 +2,8 @@
 #include "api/trk_file.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
-#include <sstream>
 
 namespace {
 

@@ -89,6 +89,7 @@ TEST_F(Viewer, KeepsAHistoryOfTen) {
     EXPECT_DOUBLE_EQ(trk::toOneDecimal(37.25), 37.3);
     EXPECT_DOUBLE_EQ(trk::toOneDecimal(37.24), 37.2);
     EXPECT_EQ(trk::toOneDecimal(1e300), 922337203685477580.7);
+    EXPECT_EQ(trk::toOneDecimal(NAN), 0);
 }
 
 TEST_F(Viewer, FailuresForgetTheHistoryOfTheEye) {

@@ -3,9 +3,7 @@
 #include "index/item_order.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 

@@ -5,10 +5,8 @@
 #include "io/inflate.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
-#include <sstream>
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include "support/walk.h"
 
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 

@@ -4,10 +4,7 @@
 #include "navigation/time_search.h"
 #include "support/walk.h"
 
-#include <algorithm>
-#include <array>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 

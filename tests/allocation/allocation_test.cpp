@@ -4,7 +4,6 @@
 #include "support/scenarios.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <new>
