@@ -116,8 +116,8 @@ TEST(Batches, ReadOnInTheOrderOfTheFile) {
     }
 }
 
-// When the sample at 1448 is delivered, the queue is refilled from there. All up to 1511 is in it and refused, with
-// thousands that repeat the last two times; then come the samples that the velocity at 1505 needs.
+// When the sample at 1448 is delivered, the queue is refilled from there. All up to 1511 is in it and refused, as
+// are thousands that repeat the last two times; then come the samples that the velocity at 1505 needs.
 TEST(Batches, PassOverSamplesThatGoBack) {
     for (const uint32_t refused : {4095U, 4096U}) {
         RecordingWriter writer;

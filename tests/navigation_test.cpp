@@ -10,9 +10,10 @@ namespace {
 
 using namespace trk_test;
 
-// Items, a letter each and 10 ms apart; "=" before one puts it at the time of the one before, ">" 200 ms later, "<"
-// 100 ms earlier. [ and ] start and end recording blocks, "." is a sample, digits are inputs. All others are messages
-// with their letter in the text: V with "S", "E" and "!V", "-" without a text, "?" one that cannot be decoded.
+// Items, a letter each and 10 ms apart; "=" before one puts it at the time of the one before, ">" 200 ms later,
+// "<" 100 ms earlier. [ and ] start and end recording blocks, "." is a sample, digits are inputs. All others are
+// messages with their letter in the text: V with "S", "E" and "!V", "-" without a text, "?" one that cannot be
+// decoded.
 struct Line final : public trk::ItemSource {
     trk::ItemIndex index;
     std::string kinds;

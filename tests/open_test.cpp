@@ -89,8 +89,8 @@ TEST(Calls, TellWhatThePreambleSays) {
     }
 }
 
-// Before the first item and on each: its code, which views there are (sample, recording block, event, any), its number,
-// the interval of the samples, in whole milliseconds and not, and their rate.
+// Before the first item and on each: its code, which views there are (sample, recording block, event, any), its
+// number, the interval of the samples, in whole milliseconds and not, and their rate.
 TEST(Calls, AnswerByTheCurrentItem) {
     for (const auto &[rate, intervals] :
          {std::pair<float, std::string>(500.F, "2 2 500"), {2000.F, "0 0.5 2000"}, {3.F, "333 333.333 3"}}) {
