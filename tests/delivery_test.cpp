@@ -126,6 +126,7 @@ TEST(Batches, PassOverSamplesThatGoBack) {
         for (uint32_t i = 1512 - 1448; i < refused; ++i) {
             addResting(writer, 1510 + i % 2, 1511 + i % 2);
         }
+        addResting(writer, 1512, 1514); // repeated below: what was refused before does not count
         addResting(writer, 1512, 1550);
         EXPECT_EQ(samplesOf(writer.end().plain())[505].gaze_fvel_x[0], refused < 4096 ? 0 : MISSING_DATA);
     }
