@@ -55,7 +55,7 @@ struct Walk {
     std::string failure;
     size_t count = 0;
     std::vector<Item> items;
-    LogLines log;
+    std::string log;
 
     bool operator==(const Walk &other) const = default;
 };

@@ -4,7 +4,6 @@
 #include "support/walk.h"
 
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 
@@ -34,8 +33,8 @@ TEST(MessageLog, ReadsAnyLines) {
         {kHead + kSync + "2 " + x + "20 b\n", read + "6 " + x + "224 b\n"}, // cut after 4095 characters
         {kHead + "1 TRACKER_TIME 1 1e300\n2 a\n", largest + " TRACKER_TIME 1 1e300\n" + largest + " a\n"},
         {kHead + "1 TRACKER_TIME 99999999999 nan\n2 b\n", "0 TRACKER_TIME 99999999999 nan\n0 b\n"},
-        {kHead + "nan TRACKER_TIME 1 5\n2 d\n" + kSync + "-inf e\n1e99 f\n-50 g\n1e-99 h\n",
-         read + "0 d\n" + read + "0 e\n" + largest + " f\n0 g\n4 h\n"},
+        {kHead + "nan TRACKER_TIME 1 5\n2 d\n" + kSync + "-inf e\n1e99 f\n-50 g\n1e-99 h\n+3 i\n",
+         read + "0 d\n" + read + "0 e\n" + largest + " f\n0 g\n4 h\n7 i\n"},
         {kHead + kSync + std::string(10 << 20, '\xB7'), read},
     };
     const TemporaryDirectory directory;

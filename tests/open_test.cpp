@@ -10,51 +10,51 @@ namespace {
 using namespace trk_test;
 using namespace std::string_literals;
 
-void expectFailure(const std::string &path, const LogLines &lines) {
-    const LogCapture log;
-    testing::internal::CaptureStdout();
-    const Recording recording(path, {.loadEvents = 0x19});
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "loadEvents = 19\n");
-    EXPECT_FALSE(recording);
-    EXPECT_EQ(recording.error(), -1);
-    EXPECT_EQ(log.take(), lines) << path;
-}
-
 TEST(Opening, FailuresAreLogged) {
     const TemporaryDirectory directory;
-    const auto file = [&directory](const Bytes &bytes) { return directory.save("f", bytes); };
     const Bytes plain = RecordingWriter().head(kMagicPlain), zip = RecordingWriter().head(kMagicCompressed);
-    const std::string missing = directory.path("missing"), eof = "End of file Exception";
-    const LogLines notOpened{"The file " + missing + " could not be opened\n", "File Could not be opened!\n"};
-    const LogLines badMagic{"Bad magic.  Corrupt trk file. \n\n"};
-    const LogLines noText{"error reading trk file 6\n", eof + "\n"};
-    expectFailure(missing, notOpened);
-    expectFailure(directory.path(""), badMagic);
-    expectFailure("/dev/null", badMagic);
-    expectFailure("/dev/zero", noText);
-    expectFailure(file(""), badMagic);
-    expectFailure(file("\0QM"s), noText);
-    expectFailure(file(Bytes(kMagicPlain)), noText);
-    expectFailure(file(plain + "\x80"), {"error reading trk file 7a r = 1 \n", eof + "\n"});
-    expectFailure(file(zip + "?"), {"error reading trk file 7a r = 0 \n", eof + "\n"});
-    expectFailure(file(plain + "\x80\1"), {"error reading trk file 11\n", "Error " + eof + " \n",
-                                           "error reading trk file 2\n", "Error reading Sample - type\n"});
-    expectFailure(file(plain + "\x18\2!"),
-                  {"error reading trk file 9\n", "Error " + eof + " \n", "error reading trk file 1\n",
-                   "Error reading event - type(preScan)\n"});
-    expectFailure(file(plain + "\x18\2^\1\xF3"), // a message of 499 bytes
-                  {"error reading trk file 1\n", "Error reading event - type(preScan)\n"});
+    const std::string missing = directory.path("missing"), eof = "End of file Exception",
+                      notOpened = "The file " + missing + " could not be opened\nFile Could not be opened!\n",
+                      badMagic = "Bad magic.  Corrupt trk file. \n\n",
+                      noText = "error reading trk file 6\n" + eof + "\n",
+                      noSample = "error reading trk file 11\nError " + eof +
+                                 " \nerror reading trk file 2\nError reading Sample - type\n",
+                      noEvent = "error reading trk file 1\nError reading event - type(preScan)\n";
+    // A path, or the bytes of a file.
+    const std::tuple<std::string, Bytes, std::string> cases[] = {
+        {missing, "", notOpened},
+        {directory.path(""), "", badMagic},
+        {"/dev/null", "", badMagic},
+        {"/dev/zero", "", noText},
+        {"", "", badMagic},
+        {"", "\0QM"s, noText},
+        {"", Bytes(kMagicPlain), noText},
+        {"", plain + "\x80", "error reading trk file 7a r = 1 \n" + eof + "\n"},
+        {"", zip + "?", "error reading trk file 7a r = 0 \n" + eof + "\n"},
+        {"", plain + "\x80\1", noSample},
+        {"", plain + "\x18\2!", "error reading trk file 9\nError " + eof + " \n" + noEvent},
+        {"", plain + "\x18\2^\1\xF3", noEvent}, // a message of 499 bytes
+    };
+    for (const auto &[path, bytes, lines] : cases) {
+        const LogCapture log;
+        testing::internal::CaptureStdout();
+        const Recording recording(path.empty() ? directory.save("f", bytes) : path, {.loadEvents = 0x19});
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "loadEvents = 19\n");
+        EXPECT_FALSE(recording);
+        EXPECT_EQ(recording.error(), -1);
+        EXPECT_EQ(log.take(), lines) << path;
+    }
     testing::internal::CaptureStdout();
     EXPECT_EQ(trk_open_file(missing.c_str(), 0, 1, 1, nullptr), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "loadEvents = 1\n" + notOpened[0] + notOpened[1]);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "loadEvents = 1\n" + notOpened);
     // A file that its reader may not read; root may, so becomes somebody else.
-    const std::string locked = file("");
+    const std::string locked = directory.save("locked", "");
     std::filesystem::permissions(locked, std::filesystem::perms::none);
     const auto openUnprivileged = [&locked] {
         const LogCapture log;
         const bool privileged = geteuid() == 0 && setuid(65534) != 0;
         const bool failed =
-            !Recording(locked) && LogCapture::take()[0] == "The file " + locked + " could not be opened\n";
+            !Recording(locked) && LogCapture::take().starts_with("The file " + locked + " could not be opened\n");
         _exit(failed && !privileged ? 0 : 1);
     };
     EXPECT_EXIT(openUnprivileged(), testing::ExitedWithCode(0), "");
@@ -63,12 +63,11 @@ TEST(Opening, FailuresAreLogged) {
 TEST(Opening, HandlesAreClosedOnce) {
     const TemporaryDirectory directory;
     int error = 1;
-    _TRKFILE *const handle =
+    auto *const handle =
         trk_open_file(directory.save("a", RecordingWriter().end().plain()).c_str(), 0, 1, 1, &error);
-    EXPECT_NE(handle, nullptr);
-    EXPECT_EQ(error, 0);
-    _TRKFILE *const none = nullptr, *const noHandle = reinterpret_cast<_TRKFILE *>(&error);
-    for (_TRKFILE *const closed : {handle, handle, none, noHandle}) {
+    EXPECT_TRUE(handle != nullptr && error == 0);
+    for (_TRKFILE *const closed :
+         {handle, handle, static_cast<_TRKFILE *>(nullptr), reinterpret_cast<_TRKFILE *>(&error)}) {
         EXPECT_EQ(trk_close_file(closed), 0);
     }
 }
@@ -90,12 +89,14 @@ TEST(Calls, TellWhatThePreambleSays) {
     }
 }
 
+// Before the first item and on each: its code, which views there are (sample, recording block, event, any), its
+// number, the interval of the samples, in whole milliseconds and not, and their rate.
 TEST(Calls, AnswerByTheCurrentItem) {
-    constexpr int kUnknownCode = 11;
-    for (const auto &[rate, interval] : {std::pair(500.F, 2), {2000.F, 0}, {3.F, 333}}) {
+    for (const auto &[rate, intervals] :
+         {std::pair<float, std::string>(500.F, "2 2 500"), {2000.F, "0 0.5 2000"}, {3.F, "333 333.333 3"}}) {
         RecordingWriter writer;
         writer.startBlock({.time = 1000, .rate = rate, .modeWord = 0x0131}).sample({.time = 1001, .input = 7});
-        writer.message(1005, "1 GO").event(EventRecord(kUnknownCode).startTime(1006)).endBlock(1008);
+        writer.message(1005, "1 GO").event(EventRecord(11).startTime(1006)).endBlock(1008);
         writer.event(EventRecord(REC_INPUT).startTime(1009)).end();
         EXPECT_EQ(openBytes(writer.plain()).walk()[4].message, "1 GO");
         EXPECT_EQ(openBytes(writer.plain(), {.flags = TRK_OPEN_MESSAGE_OFFSETS}).walk()[4].message, " GO");
@@ -105,24 +106,23 @@ TEST(Calls, AnswerByTheCurrentItem) {
         EXPECT_EQ(trk_get_element_count(handle), 10U);
         EXPECT_EQ(get_filter_level_for_sample(handle), 3);
         EXPECT_EQ(trk_get_input_data_availibity(handle), 3);
-        int index = 0;
-        for (int code = -1; code != 0; code = recording.step()) { // -1: before the first item
-            const bool known = code > 0 && code != kUnknownCode;
-            const bool event = known && code != REC_SAMPLE && code != REC_RECORDING;
-            EXPECT_EQ(trk_get_sample_data(handle) != nullptr, code == REC_SAMPLE) << code;
-            EXPECT_EQ(trk_get_recording_data(handle) != nullptr, code == REC_RECORDING) << code;
-            EXPECT_EQ(trk_get_event_data(handle) != nullptr, event) << code;
-            EXPECT_EQ(trk_get_float_data(handle) != nullptr, known) << code;
-            EXPECT_EQ(trk_get_element_index(handle), index++);
-            const bool inBlock = index >= 4 && index <= 7; // the sample and what follows it
-            if (inBlock || code == -1 || code == REC_INPUT) {
-                EXPECT_EQ(trk_get_sample_interval(handle), inBlock ? interval : 0);
-                EXPECT_EQ(trk_get_sample_interval_ex(handle), inBlock ? 1000 / rate : 0);
-                EXPECT_EQ(trk_get_sample_per_second(handle), inBlock ? rate : 0);
-            }
-        }
-        EXPECT_EQ(index, 11);
-        EXPECT_EQ(log.take(), LogLines{"Read error \n"});
+        const auto answers = [handle](int code) {
+            std::ostringstream out;
+            out << code << (trk_get_sample_data(handle) != nullptr ? " S" : " -")
+                << (trk_get_recording_data(handle) != nullptr ? 'R' : '-')
+                << (trk_get_event_data(handle) != nullptr ? 'E' : '-')
+                << (trk_get_float_data(handle) != nullptr ? 'F' : '-') << trk_get_element_index(handle) << ' '
+                << trk_get_sample_interval(handle) << ' ' << trk_get_sample_interval_ex(handle) << ' '
+                << trk_get_sample_per_second(handle) << '\n';
+            return out.str();
+        };
+        const std::string outside = " 0 0 0\n", in = " " + intervals + "\n";
+        const std::string before = answers(-1);
+        const std::string found = before + recording.told(answers);
+        EXPECT_EQ(found, "-1 ----0" + outside + "30 -R-F1" + in + "15 --EF2" + in + "17 --EF3" + in + "200 S--F4" +
+                             in + "24 --EF5" + in + "11 ----6" + in + "16 --EF7" + in + "18 --EF8" + in +
+                             "30 -R-F9" + outside + "28 --EF10" + outside);
+        EXPECT_EQ(log.take(), "Read error \n");
     }
 }
 

@@ -5,47 +5,12 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 
 using namespace trk_test;
 using namespace std::string_literals;
 using trk::RecordReader;
-using Texts = std::vector<std::string>;
-
-// " name=value" of each number that does not read its default: the last letter of its name, where "x" stands for a
-// missing value and "-" for an absent one.
-template <class Number> std::string named(const Number *numbers, const std::string &names) {
-    std::istringstream in(names);
-    std::ostringstream out;
-    for (std::string name; in >> name; ++numbers) {
-        const float absent = std::is_same_v<Number, float> ? TRK_FIELD_ABSENT : TRK_WORD_ABSENT;
-        const char usual = name.back();
-        if (static_cast<float>(*numbers) != (usual == 'x' ? MISSING_DATA : usual == '-' ? absent : 0)) {
-            out << ' ' << name.substr(0, name.size() - 1) << '=' << *numbers;
-        }
-    }
-    return out.str();
-}
-
-std::string textOf(const FSAMPLE_REC &sample) {
-    return std::to_string(sample.time) +
-           named(sample.pupil_x, "px- px- py- py- hx- hx- hy- hy- ps0 ps0 gx- gx- gy- gy- rxx ryx") +
-           named(sample.gaze_vel_x, "vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx vx") +
-           named(sample.ext_data, "e0 e0 e0 e0 e0 e0 e0 e0 flags0 in- buttons0 type- status-");
-}
-
-// Code, eye, times, read flags, the rest; sgx is start_gaze_x.
-std::string textOf(const FEVENT &event) {
-    std::ostringstream out;
-    out << event.type << (event.eye == 1 ? "R " : "L ") << event.start_time << '-' << event.end_time << std::hex
-        << ' ' << event.read_flags << named(&event.start_href_x, "shx0 shy0 sgx0 sgy0 sp0 ehx0 ehy0 egx0 egy0 ep0")
-        << named(&event.avg_href_x, "ahx0 ahy0 agx0 agy0 ap0 av0 pv0 sv0 ev0 srx0 erx0 sry0 ery0")
-        << named(&event.spare_word, "spare0 status0 aux0 auxx0 parse0");
-    const TRK_MESSAGE *const message = event.message;
-    return out.str() + (message != nullptr ? " '" + Bytes(message->text, message->length) + "'" : "");
-}
 
 RecordReader readerOf(const Bytes &records, uint16_t revision = 5, size_t window = 64) {
     static const TemporaryDirectory directory;
@@ -58,9 +23,9 @@ RecordReader readerOf(const Bytes &records, uint16_t revision = 5, size_t window
     return reader;
 }
 
-// What calls answer or read: t (next_combfile_item), s (sample), e (event).
-template <class Reader> Texts run(Reader &&reader, const std::string &calls, uint32_t expectedTime = 0) {
-    Texts texts;
+// What calls answer or read, each with ";": t (next_combfile_item), s (sample), e (event).
+template <class Reader> std::string run(Reader &&reader, const std::string &calls, uint32_t expectedTime = 0) {
+    std::string texts;
     for (const char call : calls) {
         trk::Sample sample;
         std::memset(static_cast<void *>(&sample), 0x55, sizeof(sample)); // must not shine through
@@ -69,10 +34,11 @@ template <class Reader> Texts run(Reader &&reader, const std::string &calls, uin
         const int result = call == 't'   ? reader.next_combfile_item(&tag)
                            : call == 's' ? reader.read_combfile_sample(&sample, expectedTime, true)
                                          : reader.read_combfile_event(event, true);
-        const std::string read = call == 't'   ? ":" + std::to_string(tag)
-                                 : call == 's' ? textOf(sample)
-                                               : textOf(event);
-        texts.push_back(call == 't' ? std::to_string(result) + read : result == 0 ? read : std::to_string(result));
+        texts += call == 't'   ? std::to_string(result) + ':' + std::to_string(tag)
+                 : result != 0 ? std::to_string(result)
+                 : call == 's' ? textOf(sample)
+                               : textOf(event);
+        texts += ';';
     }
     return texts;
 }
@@ -84,13 +50,11 @@ TEST(Samples, CarryEveryGroupOrNone) {
         "\xFF\xFF\x80\1\xFF\xFF\0\3\x2F\0\1\0\2\0\3\0\4\0\5\0\6\0\7\0\x8"s; // says 15 words, holds 8
     const Bytes right = "\x5F\xFD\1\0\1\0\2\0\3\0\4\0\5\0\6\0\7\0\x8\xFF\xFE\0\5\0\6\0\0\3\0\1\0\2\0\3"s;
     const Bytes records = both + lists + right + lists + "\x80\1\xFF\x80\1\1";
-    const Texts expected{
-        "1000 px=1 py=2 py=4 hx=5 hx=7 hy=6 ps=900 ps=-1 gx=96 gx=-0.5 gy=1e+08 gy=54 rx=35.5 e=1 e=2 e=3 e=4 e=5 "
-        "e=6 "
-        "e=7 e=8 flags=65533 in=65535 buttons=3 type=47 status=32769",
-        "1001 px=1 py=2 hx=3 hy=4 ps=-32768 ps=-2 gx=0.5 gy=0.6 rx=0.7 ry=0.8 e=1 e=2 e=3 flags=24573 in=6 type=3 "
-        "status=5",
-        "1256 flags=32769", "1257 flags=32769"};
+    const std::string expected =
+        "1000 px=1 py=2 py=4 hx=5 hx=7 hy=6 ps=900 ps=-1 gx=96 gx=-0.5 gy=1e+08 gy=54 rx=35.5 e=1 e=2 e=3 e=4 "
+        "e=5 e=6 e=7 e=8 flags=65533 in=65535 buttons=3 type=47 status=32769;"
+        "1001 px=1 py=2 hx=3 hy=4 ps=-32768 ps=-2 gx=0.5 gy=0.6 rx=0.7 ry=0.8 e=1 e=2 e=3 flags=24573 in=6 "
+        "type=3 status=5;1256 flags=32769;1257 flags=32769;";
     for (const size_t window : {1U, 7U, 64U, 65536U}) {
         EXPECT_EQ(run(readerOf(records, 5, window), "ssss"), expected);
     }
@@ -99,7 +63,7 @@ TEST(Samples, CarryEveryGroupOrNone) {
          {std::array{4990U, 0U, 2U, 4992U}, {4990, 5000, 2, 5000}, {5000, 1, 2, 1}, {0xFFFFFFFF, 0, 3, 2}}) {
         RecordReader reader = readerOf("\x80\x01"s + static_cast<char>(delta));
         reader.state().sampleTimeBase = base;
-        EXPECT_EQ(run(reader, "s", known), Texts{std::to_string(time) + " flags=32769"});
+        EXPECT_EQ(run(reader, "s", known), std::to_string(time) + " flags=32769;");
         EXPECT_EQ(reader.state().sampleTimeBase, time);
     }
 }
@@ -142,7 +106,7 @@ TEST(Events, EveryFieldHasItsPlace) {
         {saying("1000 X"), "24L 1000-0 1 '1000 X'"},
     };
     for (const auto &[record, expected] : cases) {
-        EXPECT_EQ(run(readerOf(record.bytes()), "e"), Texts{expected});
+        EXPECT_EQ(run(readerOf(record.bytes()), "e"), expected + ';');
     }
 }
 
@@ -158,11 +122,9 @@ TEST(Events, BlocksSetTheDecodingState) {
         .raw("\x84\1\1\3\xC0\0\1"s);
     RecordReader reader = readerOf(writer.records());
     EXPECT_EQ(run(reader, "eseeees"),
-              (Texts{"15L 1000-1000 23c7 sp=5 ep=2 av=500 erx=-28108 status=34048 auxx=1",
-                     "1001 gx=192 gy=0.2 flags=41985",
-                     "17L 1000-1000 22c3 sp=5 ep=2 av=500 pv=1 erx=-28108 status=8191 aux=16384 auxx=1",
-                     "16L 1002-1002 1", "15L 2000-2000 2001 pv=1 status=34048 auxx=1", "-2",
-                     "1002 gx=960 gy=1 flags=33793"}));
+              "15L 1000-1000 23c7 sp=5 ep=2 av=500 erx=-28108 status=34048 auxx=1;1001 gx=192 gy=0.2 flags=41985;"
+              "17L 1000-1000 22c3 sp=5 ep=2 av=500 pv=1 erx=-28108 status=8191 aux=16384 auxx=1;16L 1002-1002 1;"
+              "15L 2000-2000 2001 pv=1 status=34048 auxx=1;-2;1002 gx=960 gy=1 flags=33793;");
     // Rate before, rate stated, rate from there on. Only one of 500 outlives a block that states none, and only
     // larger ones are reported; revision 0 knows one rate.
     for (const auto &[before, stated, rate, revision] : {std::array{250., 65535.5, 65535.5, 1.},
@@ -178,22 +140,21 @@ TEST(Events, BlocksSetTheDecodingState) {
         EXPECT_EQ(rated.state().recordingModeWord, revision == 0 ? 9 : 0x92);
         EXPECT_EQ(rated.state().filterLevel, revision == 0 ? 1 : 3);
     }
-    EXPECT_EQ(log.take(), LogLines{"Possible miss handle! sample per second is 1000.000000 resetting to 250 \n"});
+    EXPECT_EQ(log.take(), "Possible miss handle! sample per second is 1000.000000 resetting to 250 \n");
 }
 
 TEST(Framing, TagWordsWaitForTheirDecoder) {
     const LogCapture log;
     EXPECT_EQ(run(readerOf("\xA0\1\0\0\0\1\x46\0\0\xC6\0\0\0\0\x80\1\1"s), "tessetesssets"),
-              (Texts{"1:40961", "-2", "1 flags=40961", "-2", "6R 0-0 0", "0:198", "6L 0-0 0", "-1",
-                     "2 flags=32769", "-1", "-1", "1:0", "-1"}));
-    EXPECT_EQ(run(readerOf("\x18\0^\0\4abc"s), "e"), Texts{"-1"});
+              "1:40961;-2;1 flags=40961;-2;6R 0-0 0;0:198;6L 0-0 0;-1;2 flags=32769;-1;-1;1:0;-1;");
+    EXPECT_EQ(run(readerOf("\x18\0^\0\4abc"s), "e"), "-1;");
     RecordReader inPreamble = readerOf("\x80\x01");
     inPreamble.setPreambleFacts(false, 0);
-    EXPECT_EQ(run(inPreamble, "tse"), (Texts{"2:0", "-1", "-1"}));
-    EXPECT_EQ(run(RecordReader(), "tse"), (Texts{"-1:0", "-1", "-1"}));
-    EXPECT_EQ(log.take(), (LogLines{"error reading trk file 7a r = 0 \n", "Error End of file Exception \n",
-                                    " bad status  1\n", "error reading trk file 12\n",
-                                    "Error End of file Exception \n", " bad status  2\n", " bad status  -1\n"}));
+    EXPECT_EQ(run(inPreamble, "tse"), "2:0;-1;-1;");
+    EXPECT_EQ(run(RecordReader(), "tse"), "-1:0;-1;-1;");
+    EXPECT_EQ(log.take(), "error reading trk file 7a r = 0 \nError End of file Exception \n bad status  1\n"
+                          "error reading trk file 12\nError End of file Exception \n bad status  2\n"
+                          " bad status  -1\n");
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "support/scenarios.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
@@ -28,19 +27,18 @@ Walk walk(const Job &job) {
 }
 
 std::vector<Job> saveRecordings(const TemporaryDirectory &directory) {
-    constexpr int kFill = TRK_OPEN_CHECK_AND_FILL, kTolerant = TRK_OPEN_TOLERANT;
+    constexpr int kFill = TRK_OPEN_CHECK_AND_FILL;
     std::vector<Job> jobs;
-    const auto save = [&](const Bytes &bytes, const OpenOptions &options) {
-        jobs.emplace_back(directory.save(std::to_string(jobs.size()) + ".trk", bytes), options);
-    };
     for (const bool compressed : {false, true}) {
         const ScenarioOptions options{.durationMs = 3000, .sampleRate = 500, .compressed = compressed};
         const Bytes whole = experiment(options).file;
         directory.save("xq_messages.log", messageLogFor(options));
-        save(whole, {.loadEvents = TRK_EVENTS_MESSAGE_LOG});
-        save(whole, {.flags = kFill});
-        save(whole.substr(0, whole.size() / 2), {.flags = kFill | kTolerant});
-        save(whole.substr(0, whole.size() / 2), {.flags = TRK_OPEN_CHECK});
+        const std::string path = directory.save(compressed ? "zip" : "plain", whole),
+                          cut = directory.save(compressed ? "cut zip" : "cut", whole.substr(0, whole.size() / 2));
+        jobs.insert(jobs.end(), {{path, {.loadEvents = TRK_EVENTS_MESSAGE_LOG}},
+                                 {path, {.flags = kFill}},
+                                 {cut, {.flags = kFill | TRK_OPEN_TOLERANT}},
+                                 {cut, {.flags = TRK_OPEN_CHECK}}});
     }
     return jobs;
 }

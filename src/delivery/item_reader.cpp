@@ -63,13 +63,12 @@ int ItemReader::readSample(std::size_t index, const FRECORDING *block, FSAMPLE_R
         return kUnknownItem;
     }
     out = *queued;
-    const bool dummy = (out.flags & TRK_SAMPLE_RECORD) == 0; // all its values stay missing
-    if (block != nullptr && !dummy) {
+    if (block != nullptr) {
         const FixedResolution fixed = config_ == nullptr
                                           ? FixedResolution{}
                                           : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
         velocity_.setVelocity(out, fixed, truncateTo<int>(block->sample_rate));
-    } else if (block == nullptr) {
+    } else {
         print_log("WARNING: TRK FILE MAY BE CORRUPTED. Samples %ld found without start recording \n",
                   static_cast<long>(out.time));
     }

@@ -1,3 +1,40 @@
+/*
+ * The public records as compiled callers know them: sizes, and the offset of the first field of each run of fields
+ * of one type, on machines with 64-bit pointers. Compiled as C and as C++; the public header must need nothing
+ * before it.
+ */
 #include "trkapi/trkapi.h"
 
-#include "layout.h"
+#include <stddef.h>
+
+#ifdef __cplusplus
+#define HOLDS(name, condition) static_assert(condition, #name)
+#else
+#define HOLDS(name, condition) typedef char name[(condition) ? 1 : -1]
+#endif
+#define SIZE(record, bytes) HOLDS(record##_size, sizeof(record) == (bytes))
+#define FIELD(record, field, offset) HOLDS(record##_##field, offsetof(record, field) == (offset))
+
+SIZE(FSAMPLE_REC, 200);
+FIELD(FSAMPLE_REC, pupil_x, 4);
+FIELD(FSAMPLE_REC, ext_data, 164);
+FIELD(FSAMPLE_REC, sort_key, 192);
+
+SIZE(FEVENT, 128);
+FIELD(FEVENT, type, 4);
+FIELD(FEVENT, start_time, 8);
+FIELD(FEVENT, start_href_x, 16);
+FIELD(FEVENT, eye, 108);
+FIELD(FEVENT, message, 120);
+
+SIZE(FRECORDING, 48);
+FIELD(FRECORDING, event_content_flags, 8);
+FIELD(FRECORDING, state, 12);
+FIELD(FRECORDING, sort_key, 24);
+FIELD(FRECORDING, gaze_prescaler, 32);
+FIELD(FRECORDING, window_size2, 36);
+FIELD(FRECORDING, close_pair, 44);
+
+SIZE(CONFIG, 8);
+SIZE(ALLF_DATA, 200);
+FIELD(TRK_MESSAGE, text, 2);

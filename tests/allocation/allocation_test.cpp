@@ -4,7 +4,6 @@
 #include "support/scenarios.h"
 #include "support/walk.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <new>
@@ -17,25 +16,18 @@ size_t live = 0, peak = 0; // bytes
 size_t countdown = 0;      // allocations until one fails; 0: none does
 bool failsForGood = false, failed = false;
 
-// While armed, the next block of exactly this size ends where an unreadable page begins.
+// The next block of exactly this size, if not 0, ends where an unreadable page begins.
 size_t guardedSize = 0;
-enum { Idle, Armed, InUse } guard = Idle;
-
-std::byte *const guardPage = [] {
-    constexpr size_t kRoom = 1 << 20;
-    void *const room = mmap(nullptr, 2 * kRoom, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    std::byte *const page = static_cast<std::byte *>(room) + kRoom;
-    mprotect(page, kRoom, PROT_NONE);
-    return page;
-}();
+void *guarded = nullptr; // that block
+std::byte *guardPage = nullptr;
 
 } // namespace
 
 // NOLINTBEGIN(cppcoreguidelines-no-malloc)
 void *operator new(size_t size, const std::nothrow_t & /*tag*/) noexcept {
-    if (guard == Armed && size == guardedSize) {
-        guard = InUse;
-        return guardPage - size;
+    if (size != 0 && size == guardedSize) {
+        guardedSize = 0;
+        return guarded = guardPage - size;
     }
     if (countdown > 0 && --countdown == 0) {
         countdown = failsForGood ? 1 : 0;
@@ -54,12 +46,10 @@ void *operator new(size_t size) {
 }
 
 void operator delete(void *block) noexcept {
-    if (guard == InUse && block == guardPage - guardedSize) {
-        guard = Idle;
-        return;
+    if (block != guarded || block == nullptr) {
+        live -= malloc_usable_size(block);
+        std::free(block);
     }
-    live -= malloc_usable_size(block);
-    std::free(block);
 }
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
@@ -89,9 +79,6 @@ void useOnce(const std::string &path, size_t failAt) {
 }
 
 TEST(Allocation, FailsAnywhere) {
-    const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
     const TemporaryDirectory directory;
     const ScenarioOptions small{.durationMs = 3000, .sampleRate = 250};
     directory.save("xq_messages.log", messageLogFor(small));
@@ -102,14 +89,14 @@ TEST(Allocation, FailsAnywhere) {
         useOnce(path, 0);
         for (const bool forGood : {false, true}) {
             const size_t liveBefore = live;
-            const ptrdiff_t before = descriptors();
+            const ptrdiff_t before = openDescriptors();
             size_t failAt = 0;
             failsForGood = forGood;
             do {
                 failed = false;
                 useOnce(path, ++failAt);
                 ASSERT_EQ(live, liveBefore) << failAt;
-                ASSERT_EQ(descriptors(), before) << failAt;
+                ASSERT_EQ(openDescriptors(), before) << failAt;
             } while (failed);
             EXPECT_GT(failAt, 10U);
         }
@@ -139,19 +126,21 @@ TEST(Allocation, GoesByItemsAndBytes) {
 
 // Each cut of a recording, flush against the unreadable page.
 TEST(Allocation, DecodersKeepToTheInput) {
+    constexpr size_t kRoom = 1 << 20;
+    void *const room = mmap(nullptr, 2 * kRoom, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    guardPage = static_cast<std::byte *>(room) + kRoom;
+    mprotect(guardPage, kRoom, PROT_NONE);
     const LogCapture log;
     const RecordingWriter rich = richRecording();
-    const size_t head = rich.head(kMagicCombfile).size();
-    for (size_t size = head; size <= rich.plain().size(); ++size) {
+    for (size_t size = rich.head(kMagicCombfile).size(); size <= rich.plain().size(); ++size) {
         const Bytes bytes = rich.plain().substr(0, size);
         trk::OpenRequest request("", TRK_OPEN_TOLERANT, TRK_EVENTS_ALL, 1, nullptr);
         request.openStream = [&](const char *) {
             guardedSize = size;
-            guard = Armed;
             return std::make_unique<MemoryStream>(bytes, MemoryStream::Plan{.windowSize = size});
         };
         trk::TRKFile file(request);
-        EXPECT_EQ(guard, InUse);
+        EXPECT_EQ(guardedSize, 0U);
         while (file.getNextData() != 0) {
             file.getFloatData();
         }

@@ -1,4 +1,4 @@
-# Builds and runs a C++ program (by the CMake package) and a C program (by pkg-config) against the installed
+# Builds and runs a program, as C++ by the CMake package and as C by pkg-config, against the installed
 # library. Arguments: build tree, scratch directory, library directory below the prefix, C compiler, C++ compiler,
 # then the flags that a program must be linked with when the library is built with sanitizers.
 set -euo pipefail

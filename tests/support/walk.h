@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/files.h"
+#include "support/texts.h"
 #include "trkapi/trkapi.h"
 #include "trkwriter/raw.h"
 
@@ -20,26 +21,24 @@ namespace trk_test {
 
 using namespace trkwriter::raw;
 
-using LogLines = std::vector<std::string>;
-
 // Gathers the diagnostic lines while it lives; one at a time.
 class LogCapture {
   public:
     LogCapture() {
-        trk_set_log_function([](const char *text) { lines.emplace_back(text); });
+        trk_set_log_function([](const char *text) { log += text; });
     }
     ~LogCapture() {
         trk_set_log_function(nullptr);
-        lines.clear();
+        log.clear();
     }
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
     // The lines since the last call.
-    static LogLines take() { return std::exchange(lines, {}); }
+    static std::string take() { return std::exchange(log, {}); }
 
   private:
-    static inline LogLines lines;
+    static inline std::string log;
 };
 
 struct OpenOptions {
@@ -72,8 +71,24 @@ struct Item {
     }
 };
 
-inline void PrintTo(const Item &item, std::ostream *out) {
-    *out << "code " << item.code << " at " << item.time() << (item.fetched ? " " : " unread ") << item.message;
+inline std::string textOf(const Item &item) {
+    const std::string text = item.code == REC_SAMPLE      ? textOf(item.sample())
+                             : item.code == REC_RECORDING ? textOf(item.recording())
+                                                          : textOf(item.event());
+    return item.fetched ? text + (item.message.empty() ? "" : " '" + item.message + "'")
+                        : std::to_string(item.code) + " unread";
+}
+
+inline void PrintTo(const Item &item, std::ostream *out) { *out << textOf(item); }
+
+// The current item, whose code is given, with the record that its fetch gave.
+inline Item itemOf(int code, const ALLF_DATA *record) {
+    Item item{.code = code, .fetched = record != nullptr, .record = record != nullptr ? *record : ALLF_DATA{}};
+    const bool event = record != nullptr && code != REC_SAMPLE && code != REC_RECORDING;
+    if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
+        item.message.assign(message->text, std::min<size_t>(message->length, sizeof(message->text)));
+    }
+    return item;
 }
 
 // An open recording, or a failed attempt.
@@ -89,18 +104,15 @@ class Recording {
     int error() const { return error_; }
     int step() const { return trk_get_next_data(handle()); }
 
-    // Fetches the current item, whose code is given.
-    Item fetch(int code) const {
-        Item item{.code = code};
-        if (const ALLF_DATA *const record = trk_get_float_data(handle())) {
-            item.fetched = true;
-            item.record = *record;
-            const bool event = code != REC_SAMPLE && code != REC_RECORDING;
-            if (const auto *message = event ? std::exchange(item.record.event.message, nullptr) : nullptr) {
-                item.message.assign(message->text, std::min<size_t>(message->length, sizeof(message->text)));
-            }
+    Item fetch(int code) const { return itemOf(code, trk_get_float_data(handle())); }
+
+    // What `tell` says of each item by its code, from the current position to the end; it may fetch the item.
+    template <class Tell> std::string told(Tell tell) const {
+        std::string text;
+        while (const int code = step()) {
+            text += tell(code);
         }
-        return item;
+        return text;
     }
 
     // All items from the current position to the end, every one fetched.
@@ -119,6 +131,10 @@ class Recording {
     int error_ = 1;
     std::unique_ptr<_TRKFILE, int (*)(_TRKFILE *)> handle_;
 };
+
+inline ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 // Opens `bytes` as a recording. Its file is gone from the directory once it is open.
 inline Recording openBytes(const Bytes &bytes, const OpenOptions &options = {}) {

@@ -1,3 +1,0 @@
-#include "trkapi/trkapi.h"
-
-#include "layout.h"
