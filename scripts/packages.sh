@@ -1,6 +1,7 @@
 # shellcheck shell=bash disable=SC2034
-# To be sourced. need_packages NAME...: installs the Debian packages that are missing, without a question.
-# Does not touch apt when nothing is missing.
+# To be sourced, from the top of the tree. need_packages NAME...: installs the Debian packages that are missing,
+# without a question. Does not touch apt when nothing is missing.
+. scripts/steps.sh
 
 build_packages=(g++ cmake ninja-build zlib1g-dev libcli11-dev)
 sanitizer_packages=(clang libclang-rt-14-dev)
@@ -20,8 +21,8 @@ need_packages() {
         command -v sudo >/dev/null || { echo "neither root nor sudo; install: ${missing[*]}" >&2; return 1; }
         as_root=(sudo)
     fi
-    echo "Installing: ${missing[*]}"
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
-    "${apt[@]}" update
-    "${apt[@]}" install --no-install-recommends "${missing[@]}"
+    echo "To be installed: ${missing[*]}"
+    step "Reading the package lists" "${apt[@]}" update
+    step "Installing" "${apt[@]}" install --no-install-recommends "${missing[@]}"
 }

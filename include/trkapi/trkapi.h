@@ -30,7 +30,10 @@
  *     time.
  *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
  *     or to standard output when none is set. No call throws an exception of the library; std::bad_alloc, from
- *     memory running out, passes through to a C++ caller.
+ *     memory running out, passes through to a C++ caller. Some lines go to standard output whether or not a hook
+ *     is set: those of trk_open_file and trk_open_file_ex ("loadEvents = N", and about the extra message log),
+ *     those of trk_set_trial_identifier (the texts, and with trials by input values the numbers), and "removed
+ *     last trial" of any call that collects trials: see at Trials. No other call prints.
  *  5. Units. Times are milliseconds of the tracker's clock. Gaze positions are display pixels, head-referenced
  *     (HREF) positions lie on a plane 15000 units before the eye, raw pupil positions are camera units,
  *     velocities are degrees of visual angle per second, resolutions are position units per degree. Pupil
@@ -45,6 +48,15 @@
 #define TRKAPI_TRKAPI_H
 
 #include <stdint.h>
+
+/*
+ * Version of this header, for #if. Later versions of the same major version only add calls: a program that was
+ * built with an older header runs with a newer library.
+ */
+#define TRKAPI_VERSION_MAJOR 4
+#define TRKAPI_VERSION_MINOR 2
+#define TRKAPI_VERSION_PATCH 762
+#define TRKAPI_VERSION (TRKAPI_VERSION_MAJOR * 1000000 + TRKAPI_VERSION_MINOR * 10000 + TRKAPI_VERSION_PATCH)
 
 #if defined(__GNUC__)
 #define TRK_API __attribute__((visibility("default")))
@@ -84,7 +96,7 @@ enum {
     REC_STARTEVENTS = 17,  /* start of a recording block that carries events */
     REC_ENDEVENTS = 18,    /* end of such a block */
     REC_MESSAGE = 24,      /* message with a text */
-    REC_BUTTON = 25,       /* button event */
+    REC_BUTTON = 25,       /* button event; see at FEVENT */
     REC_INPUT = 28,        /* event of the digital input port */
     REC_RECORDING = 30,    /* start or end of a recording block, FRECORDING; made by the library */
     REC_SAMPLE = 200       /* sample, FSAMPLE_REC */
@@ -117,9 +129,12 @@ enum {
  * One time point, both eyes.
  *
  * A dummy sample stands for one that the tracker lost, or that is not where the index has it (files opened with
- * TRK_OPEN_CHECK_AND_FILL). It has flags LEFT and RIGHT without RECORD, MISSING_DATA in every float field but
- * pupil_size, which repeats the last pupil sizes known, and 0 in input, buttons, ext_type and status. In such
- * files a sample inside a blink has MISSING_DATA for the gaze of the eye that blinks.
+ * TRK_OPEN_CHECK_AND_FILL). It has flags LEFT and RIGHT without RECORD, MISSING_DATA in every position and in the
+ * resolution, the last pupil sizes known in pupil_size, and 0 in input, buttons, ext_type and status. Its
+ * velocities are MISSING_DATA too, unless a fixed resolution is given (CONFIG): then they are computed like those
+ * of any other sample, and as it has no position itself, only the trackers that make do with its neighbours, all
+ * but model 3, give it any. In such files a sample inside a blink has MISSING_DATA for the gaze of the eye that
+ * blinks.
  *
  * Velocities are computed by the library from the neighbouring samples: `vel` is the smoothed estimate, `fvel`
  * the fast one. They read MISSING_DATA for an absent eye and where neighbours are lacking: beside a gap, at the
@@ -153,9 +168,11 @@ typedef struct FSAMPLE_REC {
     uint16_t ext_data[8];  /* extension words; 0 beyond those that the record carries */
     uint16_t flags;        /* TRK_SAMPLE_* bits */
     uint16_t input;        /* input port; TRK_WORD_ABSENT when not carried */
-    uint16_t buttons;      /* button state; 0 when not carried */
+    uint16_t buttons;      /* button state, as the tracker wrote it: which bit is which button, and whether set is
+                              pressed, is not known; 0 when not carried */
     uint16_t ext_type;     /* header byte of the extension words; TRK_WORD_ABSENT when not carried */
-    uint16_t status;       /* status and error bits of the tracker; TRK_WORD_ABSENT when not carried */
+    uint16_t status;       /* status and error bits, as the tracker wrote them: what each bit stands for is not
+                              known; TRK_WORD_ABSENT when not carried */
     uint64_t sort_key;     /* time key of the item: 2 x the file's time, plus 1 for a repeated time stamp */
 } FSAMPLE_REC;
 
@@ -201,7 +218,13 @@ enum {
  * In a start of a recording block several fields mean something else: start_pupil_size is the gaze divisor,
  * end_pupil_size the velocity divisor, avg_velocity the sample rate in samples per second where the record names
  * one, end_res_x the mode word, aux_word2 a block factor (1 when the record names none), status_word the block's
- * content flags, aux_word1 of a REC_STARTEVENTS the block's eyes.
+ * content flags (of a REC_STARTSAMPLES, TRK_SAMPLE_* bits; of a REC_STARTEVENTS, bits of its own, which are not
+ * known), aux_word1 of a REC_STARTEVENTS the block's eyes.
+ *
+ * In every other event status_word, aux_word1 and aux_word2 are handed on as the tracker wrote them. What the bits
+ * of status_word stand for is not known. Nor is it known which field of a REC_BUTTON holds the number and the
+ * state of the button, and how: look at aux_word1 first, which holds the value of the port in a REC_INPUT, and
+ * compare with FSAMPLE_REC.buttons of the samples around.
  */
 typedef struct FEVENT {
     uint32_t time;          /* ms; 0 for events read from the file (before times are moved) */
@@ -235,8 +258,8 @@ typedef struct FEVENT {
     float end_res_y;
     int16_t eye;            /* 0 left, 1 right */
     uint16_t spare_word;    /* always 0 */
-    uint16_t status_word;   /* status bits of the tracker */
-    uint16_t aux_word1;     /* REC_INPUT: the value of the input port */
+    uint16_t status_word;   /* status bits of the tracker, see above */
+    uint16_t aux_word1;     /* REC_INPUT: the value of the input port; REC_BUTTON: see above */
     uint16_t aux_word2;
     uint16_t parse_flags;   /* low byte of the file's tag word, bit 0 cleared */
     const TRK_MESSAGE *message; /* text that the record carries, as every REC_MESSAGE should; owned by the handle
@@ -252,7 +275,8 @@ enum { TRK_EYE_NONE = 0, TRK_EYE_LEFT = 1, TRK_EYE_RIGHT = 2, TRK_EYE_BOTH = 3 }
 typedef struct FRECORDING {
     uint32_t time;                 /* ms */
     float sample_rate;             /* samples per second */
-    uint16_t event_content_flags;  /* content flags of the block's events; 0 at ends and when samples came first */
+    uint16_t event_content_flags;  /* content flags of the block's events, bits that are not known; 0 at ends and
+                                      when samples came first */
     uint16_t sample_content_flags; /* content flags of the block's samples, TRK_SAMPLE_* bits; 0 at an end or when
                                       events came first */
     uint8_t state;                 /* TRK_BLOCK_START or TRK_BLOCK_END */
@@ -280,8 +304,9 @@ typedef union ALLF_DATA {
 
 /*
  * Options of an open file, given by trk_open_file_ex and read at every delivered sample. A fixed resolution in
- * position units per degree, used for all velocities in place of each sample's own; MISSING_DATA in the first
- * field means none.
+ * position units per degree, used for all velocities, those of dummy samples included, in place of each sample's
+ * own; MISSING_DATA in the first field means none. Samples and dummy samples that have no resolution get gaze and
+ * raw pupil velocities in this way only.
  */
 typedef struct CONFIG {
     float velocity_param_1; /* horizontal */
@@ -313,7 +338,10 @@ typedef void (*TRK_LOG_FUNCTION)(const char *text);
 
 /* ---- Opening and closing -------------------------------------------------------------------------------- */
 
-/* Values of open_flags: one of the first three, plus any of the others. */
+/*
+ * Values of open_flags: one of the first three, plus any of the others. TRK_OPEN_CHECK and TRK_OPEN_CHECK_AND_FILL
+ * together, that is 3, do what TRK_OPEN_CHECK does: nothing is filled. All other bits are ignored.
+ */
 enum {
     TRK_OPEN_NO_CHECK = 0,       /* items are sorted by time, nothing is repaired */
     TRK_OPEN_CHECK = 1,          /* samples outside recording blocks are dropped, eye events that lie outside are
@@ -327,9 +355,16 @@ enum {
                                     from the message's time */
 };
 
-/* Values of loadEvents. */
+/*
+ * Values of loadEvents. Any value but 0 loads all events, and one with the bit of TRK_EVENTS_MESSAGE_LOG the extra
+ * message log as well; other bits mean nothing more.
+ *
+ * Starts and ends of blocks of samples (REC_STARTSAMPLES, REC_ENDSAMPLES) come with the samples, those of blocks
+ * of events (REC_STARTEVENTS, REC_ENDEVENTS) with the events, and a REC_RECORDING with either: with
+ * TRK_EVENTS_BLOCKS_ONLY come those of the samples, and without samples nothing at all.
+ */
 enum {
-    TRK_EVENTS_BLOCKS_ONLY = 0, /* only the starts and ends of recording blocks */
+    TRK_EVENTS_BLOCKS_ONLY = 0, /* no events but the starts and ends of the blocks of samples that are loaded */
     TRK_EVENTS_ALL = 1,         /* all events */
     TRK_EVENTS_MESSAGE_LOG = 2  /* all events, and the messages of the extra message log among them */
 };
@@ -340,7 +375,7 @@ enum {
  * path          file name.
  * open_flags    TRK_OPEN_* values.
  * loadEvents    TRK_EVENTS_* values.
- * load_samples  0: samples are not delivered; otherwise they are.
+ * load_samples  0: neither samples nor the starts and ends of their blocks are delivered; otherwise they are.
  * config        options, or null for none. Not copied: it must live as long as the handle.
  * error_value   receives 0 on success and -1 otherwise; may be null.
  *
@@ -421,10 +456,19 @@ TRK_API ALLF_DATA *trk_get_sample_data(_TRKFILE *handle);
 TRK_API ALLF_DATA *trk_get_recording_data(_TRKFILE *handle);
 
 /*
- * Views of a fetched record by what stands in the place of FEVENT.type: trk_get_event returns the same pointer
- * unless the value there is 30 or 200, trk_get_sample when it is 200, trk_get_recording when it is 30; otherwise
- * null. In samples and recording blocks that place holds part of another field, so these calls are reliable for
- * events only; use the code of trk_get_next_data to tell records apart. `record` must not be null.
+ * Views of a fetched record by the 16 bits in the place of FEVENT.type, bytes 4 and 5: trk_get_event returns the
+ * same pointer unless they read 30 or 200, trk_get_sample when they read 200, trk_get_recording when they read 30;
+ * otherwise null. They do not tell records apart; use the code of trk_get_next_data for that. What comes out:
+ *
+ *   of an event      always the event, and null from the other two: its type is never 30 or 200.
+ *   of a sample      the bits are the lower half of pupil_x[0], which in no sample that the library hands out
+ *                    reads 30 or 200: null from trk_get_sample, and a pointer from trk_get_event.
+ *   of a block       the bits are the lower half of sample_rate. At every rate in whole samples per second, null
+ *                    from trk_get_recording and a pointer from trk_get_event. Only an odd fraction makes the bits
+ *                    read 30 or 200: 500 + 60 / 65536 samples per second gives trk_get_recording a pointer, and
+ *                    500 + 400 / 65536 trk_get_sample.
+ *
+ * (On machines that store the lower half first.) `record` must not be null.
  */
 TRK_API FEVENT *trk_get_event(ALLF_DATA *record);
 TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record);
@@ -444,16 +488,24 @@ TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
  * with the line "removed last trial" on standard output, whichever call collects.
  *
  * Trials are collected when they are first needed, in one pass that decodes messages only, and again whenever
- * texts are set. Collecting and counting leave the read position; the calls that go to a trial move it to the
- * trial's first item, which is the next one that trk_get_next_data steps to.
+ * texts are set. They are needed by every call of this section but the two that return the texts, and of the calls
+ * for raw data by those that use the divisor or the camera window: trk_get_uncorrected_raw_pupil, _cr_area and
+ * _raw_cr, trk_get_pupil_dimension, trk_get_window_position and trk_get_pupil_cr. Collecting and counting leave
+ * the read position; the calls that go to a trial move it to the trial's first item, which is the next one that
+ * trk_get_next_data steps to.
  */
 
 /*
- * Sets the trial texts and collects the trials. The texts are not copied: they must live as long as the handle or
- * until others are set. Null is no text. A start text "inPut_type_N" chooses trials by the values of the input
- * port instead, for good: N starts a trial, the number in `end_text` ends it. Texts of more than three characters
- * there, and null, count as 0.
- * Prints the texts to standard output. Returns 0.
+ * Sets the trial texts and collects the trials. Null is no text. The texts are not copied: they must live as long
+ * as the handle or until others are set. The library only reads them; that they are taken as writable is for the
+ * calls that return them. So a const text needs a cast, and in C++ a text in quotes as well:
+ *
+ *     trk_set_trial_identifier(recording, (char *)"TRIALID", (char *)"TRIAL OK");
+ *     trk_set_trial_identifier(recording, const_cast<char *>("TRIALID"), const_cast<char *>(text.c_str()));
+ *
+ * A start text "inPut_type_N" chooses trials by the values of the input port instead, for good: N starts a trial,
+ * the number in `end_text` ends it. Texts of more than three characters there, and null, count as 0.
+ * Prints the texts to standard output and flushes all output streams of the process. Returns 0.
  */
 TRK_API int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text);
 
