@@ -1,7 +1,7 @@
 // Opening, stepping, walking and random fetching, each beside its floor, as ratios.
 #include "floors.h"
 
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "base/log.h"
 #include "experiment.h"
 #include "plain_velocity.h"
@@ -49,7 +49,7 @@ const Recording &recording(uint32_t durationMs, int rate, bool compressed) {
 }
 
 std::unique_ptr<trk::TRKFile> openFile(const Recording &from) {
-    return std::make_unique<trk::TRKFile>(
+    return trk::openRecording(
         trk::OpenRequest(from.path.c_str(), TRK_OPEN_CHECK_AND_FILL, TRK_EVENTS_ALL, 1, nullptr));
 }
 
@@ -90,8 +90,8 @@ void stepThrough(benchmark::State &state, uint32_t durationMs, int rate) {
     const Recording &from = recording(durationMs, rate, false);
     const auto file = openFile(from);
     for (auto _ : state) {
-        file->gotoIndex(0);
-        while (file->getNextData() != 0) {
+        file->goToItem(0);
+        while (file->step() != 0) {
         }
     }
     countItems(state, file->elementCount());
@@ -101,9 +101,9 @@ void walkWithFetches(benchmark::State &state, uint32_t durationMs, int rate, boo
     const Recording &from = recording(durationMs, rate, compressed);
     const auto file = openFile(from);
     for (auto _ : state) {
-        file->gotoIndex(0);
-        while (file->getNextData() != 0) {
-            benchmark::DoNotOptimize(file->getFloatData());
+        file->goToItem(0);
+        while (file->step() != 0) {
+            benchmark::DoNotOptimize(file->fetch());
         }
     }
     countItems(state, file->elementCount());
@@ -114,9 +114,9 @@ std::vector<FSAMPLE_REC> someSamples(const Recording &from) {
     constexpr std::size_t kCount = 20000;
     const auto file = openFile(from);
     std::vector<FSAMPLE_REC> samples;
-    while (const int code = file->getNextData()) {
+    while (const int code = file->step()) {
         if (code == REC_SAMPLE && samples.size() < kCount) {
-            samples.push_back(file->getFloatData()->sample);
+            samples.push_back(file->fetch()->sample);
         }
     }
     return samples;
@@ -147,12 +147,12 @@ void walkFloor(benchmark::State &state, uint32_t durationMs, int rate) {
 void randomFetch(benchmark::State &state, uint32_t durationMs, int rate) {
     const auto file = openFile(recording(durationMs, rate, false));
     std::mt19937 random(1);
-    const auto size = static_cast<uint32_t>(file->elementCount());
-    file->getNextData();
+    const auto size = static_cast<trk::ItemNumber>(file->elementCount());
+    file->step();
     for (auto _ : state) {
-        file->gotoIndex(static_cast<int>(random() % size));
-        file->getNextData();
-        benchmark::DoNotOptimize(file->getFloatData());
+        file->goToItem(static_cast<trk::ItemNumber>(random() % size));
+        file->step();
+        benchmark::DoNotOptimize(file->fetch());
     }
     countItems(state, 1);
 }

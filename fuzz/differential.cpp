@@ -5,7 +5,7 @@
 // The rest of the input is a whole file, a record stream, or the recipe of a recording without defects.
 #include "fuzz_support.h"
 
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "base/exception.h"
 #include "support/memory_stream.h"
 #include "support/walk.h"
@@ -33,12 +33,12 @@ std::unique_ptr<trk::TRKFile> open(const Bytes &file, const Options &options, si
     request.openStream = [&](const char *) {
         return std::make_unique<MemoryStream>(file, MemoryStream::Plan{.windowSize = window});
     };
-    return std::make_unique<trk::TRKFile>(request);
+    return trk::openRecording(request);
 }
 
 Item stepAndFetch(trk::TRKFile &file) {
-    Item item{.code = file.getNextData()};
-    const ALLF_DATA *const record = item.code != 0 ? file.getFloatData() : nullptr;
+    Item item{.code = file.step()};
+    const ALLF_DATA *const record = item.code != 0 ? file.fetch() : nullptr;
     if (record != nullptr) {
         item.fetched = true;
         item.record = *record;
@@ -72,8 +72,8 @@ Walk walk(const Bytes &file, const Options &options, size_t window) {
                 walk.items.push_back(std::move(item));
             }
         }
-    } catch (trk::TRKException *thrown) {
-        walk.failure = trk::CaughtException(thrown)->text();
+    } catch (const trk::TRKException &thrown) {
+        walk.failure = thrown.text();
     }
     walk.log = LogCapture::take();
     return walk;
@@ -227,7 +227,7 @@ void compareJumps(const Bytes &file, const Options &options, const std::vector<I
     for (size_t jump = 0; jump < kJumps && !blocks.empty(); ++jump) {
         const Block &block = blocks[picks.take<uint8_t>() % blocks.size()];
         for (const size_t start : block.starts) {
-            recording->gotoIndex(static_cast<int>(start));
+            recording->goToItem(static_cast<trk::ItemNumber>(start));
             fetch(start);
         }
         const size_t first = picks.take<uint16_t>() % std::max(block.samples.size(), size_t{1});
@@ -235,7 +235,7 @@ void compareJumps(const Bytes &file, const Options &options, const std::vector<I
         if (last >= block.samples.size()) {
             continue;
         }
-        recording->gotoIndex(static_cast<int>(block.samples[first]));
+        recording->goToItem(static_cast<trk::ItemNumber>(block.samples[first]));
         for (size_t i = block.samples[first]; i <= block.samples[last]; ++i) {
             const Item item = fetch(i);
             const bool wholeSample = item.code == REC_SAMPLE && (item.sample().flags & TRK_SAMPLE_PUPIL_SIZE) != 0;

@@ -1,5 +1,5 @@
 // What is put right on the way from the index to the caller.
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "support/walk.h"
 
 #include <gtest/gtest.h>
@@ -151,13 +151,15 @@ class AnyOrder : public testing::Test {
     static constexpr std::size_t kFirst = 3; // first sample
     const Bytes bytes_ = twoBlocks(kSamples);
     TemporaryDirectory directory_;
-    trk::TRKFile file_{{directory_.save("blocks.trk", bytes_).c_str(), TRK_OPEN_CHECK, 1, 1, nullptr}};
+    std::unique_ptr<trk::TRKFile> opened_ =
+        trk::openRecording({directory_.save("blocks.trk", bytes_).c_str(), TRK_OPEN_CHECK, 1, 1, nullptr});
+    trk::TRKFile &file_ = *opened_;
 
-    AnyOrder() { file_.getNextData(); }
+    AnyOrder() { file_.step(); }
     FSAMPLE_REC at(std::size_t item) {
-        file_.gotoIndex(static_cast<int>(item));
-        file_.getNextData();
-        return file_.getFloatData()->sample;
+        file_.goToItem(static_cast<trk::ItemNumber>(item));
+        file_.step();
+        return file_.fetch()->sample;
     }
 };
 

@@ -1,6 +1,6 @@
-// Damaged recordings, sources that fail, resources that run out, bounds; many recordings in one process, and a
-// very large one. Whatever opens is walked to its end with every fetch.
-#include "api/trk_file.h"
+// Damaged recordings, sources that fail, resources that run out, bounds; many recordings in one process, and a very
+// large one. Whatever opens is walked to its end with every fetch.
+#include "api/open_recording.h"
 #include "base/exception.h"
 #include "io/inflate.h"
 #include "support/memory_stream.h"
@@ -26,15 +26,15 @@ std::optional<Items> itemsOf(const Bytes &bytes, int flags, const MemoryStream::
     trk::OpenRequest request("", flags, TRK_EVENTS_ALL, 1, nullptr);
     request.openStream = [&](const char *) { return std::make_unique<MemoryStream>(bytes, plan); };
     try {
-        trk::TRKFile file(request);
+        const auto opened = trk::openRecording(request);
+        trk::TRKFile &file = *opened;
         Items items;
-        while (const int code = file.getNextData()) {
-            items.push_back(itemOf(code, file.getFloatData()));
+        while (const int code = file.step()) {
+            items.push_back(itemOf(code, file.fetch()));
         }
         EXPECT_EQ(items.size(), file.elementCount());
         return items;
-    } catch (trk::TRKException *thrown) {
-        const trk::CaughtException exception(thrown);
+    } catch (const trk::TRKException &) {
         return std::nullopt;
     }
 }
@@ -186,15 +186,14 @@ TEST(Faults, BoundsEndTheScan) {
             records += startEvents({.time = 10000 * time}).bytes() + last;
         }
         for (const bool tolerant : {false, true}) {
-            trk::RecordReader reader;
-            reader.setStream(std::make_unique<MemoryStream>(records));
-            reader.setPreambleFacts(true, 5);
+            MemoryStream stream(records);
+            trk::RecordReader reader(stream, 5, false);
             trk::ItemIndex index;
             std::string failure;
             try {
                 trk::Prescan(reader, index, {.tolerant = tolerant, .mostItems = most}).run();
-            } catch (trk::TRKException *exception) {
-                failure = trk::CaughtException(exception)->text();
+            } catch (const trk::TRKException &exception) {
+                failure = exception.text();
             }
             EXPECT_EQ(failure, tolerant ? "" : "Too many items");
             EXPECT_EQ(index.size(), most);
@@ -204,7 +203,8 @@ TEST(Faults, BoundsEndTheScan) {
     for (const int64_t largest : {100000, 99999}) {
         MemoryStream source(inflating);
         const trk::FilePointer file(std::tmpfile());
-        EXPECT_EQ(do_uncompress(source, file.get(), largest), largest == 100000 ? 0 : trk::kInflatesTooFar);
+        EXPECT_EQ(inflateTo(file.get(), source, largest),
+                  largest == 100000 ? trk::Inflation::Done : trk::Inflation::TooLarge);
     }
 }
 

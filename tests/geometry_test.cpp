@@ -17,17 +17,17 @@ TEST(Geometry, CornersMapBothWays) {
     constexpr Corners kSquare{{{0, 1}, {0, 0}, {1, 1}, {1, 0}}};
     constexpr Corners kQuadrilateral{{{3, 8}, {3, 4}, {7, 10}, {9, 5}}};
     const auto mapped = [](PlanePoint point, const Matrix &map) {
-        const auto [x, y, w] = trk::mmult({point.x, point.y, 1}, map);
+        const auto [x, y, w] = trk::product({point.x, point.y, 1}, map);
         return PlanePoint{x / w, y / w};
     };
-    const Matrix map = trk::solveSQ(kQuadrilateral);
+    const Matrix map = trk::mapOfSquareOnto(kQuadrilateral);
     for (std::size_t i = 0; i < kSquare.size(); ++i) {
         expectNear(mapped(kSquare[i], map), kQuadrilateral[i], 1e-9);
-        expectNear(mapped(kQuadrilateral[i], trk::invP(map)), kSquare[i], 1e-9);
+        expectNear(mapped(kQuadrilateral[i], trk::inverse(map)), kSquare[i], 1e-9);
     }
     expectNear(mapped({0.5, 0.5}, map), {5, 7}, 1e-9); // where the diagonals meet
     constexpr Matrix kAffine{{{2, 0, 0}, {1, 0, 0}, {5, 0, 1}}};
-    EXPECT_EQ(trk::solveSQ({{{6, 0}, {5, 0}, {10, 0}, {7, 0}}}), kAffine); // all on a line
+    EXPECT_EQ(trk::mapOfSquareOnto({{{6, 0}, {5, 0}, {10, 0}, {7, 0}}}), kAffine); // all on a line
 }
 
 // Top edge: 400 mm at 500 mm, hence at 3/5 and 4/5 of it. Bottom edge: a right angle from there, at 300 mm. The y
@@ -38,9 +38,9 @@ TEST(Geometry, FlatAndTiltedScreen) {
     constexpr Corners kFlat{{{-12000, 20000}, {-12000, -9154.76}, {12000, 20000}, {12000, -9154.76}}};
     for (const auto &[top, bottom, corners] : {std::tuple(500.F, 300.F, kTilted), {300.F, MISSING_DATA, kFlat}}) {
         ViewingGeometry geometry;
-        geometry.computePhysicalSetup(top, bottom, {-240, -400, 240, 183.0951894845F}, {0, 0, 960, 500});
+        geometry.setUp(top, bottom, {-240, -400, 240, 183.0951894845F}, {0, 0, 960, 500});
         for (std::size_t i = 0; i < kPixels.size(); ++i) {
-            expectNear(geometry.gaze_to_href(kPixels[i]).value(), corners[i], 0.02);
+            expectNear(geometry.hrefOfGaze(kPixels[i]).value(), corners[i], 0.02);
         }
     }
 }
@@ -58,11 +58,11 @@ struct Viewer : testing::Test {
         sample.gaze_x[0] = sample.gaze_y[0] = sample.gaze_x[1] = sample.gaze_y[1] = 1000;
     }
     void placeScreen(float top, float bottom, float height = -1000) {
-        geometry.computePhysicalSetup(top, bottom, {-1000, -height, 1000, height}, {0, 0, 2000, 2000});
+        geometry.setUp(top, bottom, {-1000, -height, 1000, height}, {0, 0, 2000, 2000});
     }
     void expectPpd(int eye, float stepX, float stepY, double x, double y, int errors = 0) {
         const int before = geometry.mathErrors();
-        const trk::PixelsPerDegree ppd = geometry.calculatePpd(sample, eye, stepX, stepY);
+        const trk::PixelsPerDegree ppd = geometry.pixelsPerDegree(sample, eye, stepX, stepY);
         EXPECT_DOUBLE_EQ(ppd.x, x);
         EXPECT_DOUBLE_EQ(ppd.y, y);
         EXPECT_EQ(geometry.mathErrors() - before, errors);
@@ -78,7 +78,7 @@ TEST_F(Viewer, KeepsAHistoryOfTen) {
         expectPpd(eye, 0, k60Degrees, 19.1, 26.0);
     }
     placeScreen(900, MISSING_DATA);
-    EXPECT_EQ(geometry.history(0).ppdc + 10 * geometry.history(1).ppdc, 20U);
+    EXPECT_EQ(geometry.history(0).next + 10 * geometry.history(1).next, 20U);
     expectPpd(1, k45Degrees, kBeside, 20.0, 15.7);
     for (const unsigned lacking : {TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF}) { // nothing to compute, nothing forgotten
         sample.flags = static_cast<uint16_t>(~lacking);
@@ -101,13 +101,13 @@ TEST_F(Viewer, FailuresForgetTheHistoryOfTheEye) {
         expectPpd(1, kBeside, kBeside, 15.7, 15.7);
         sample.href_x[1] = href;
         expectPpd(1, step, step, 1e8, 1e8, errors);
-        EXPECT_EQ(geometry.history(1).ppdc, 0U);
-        EXPECT_EQ(geometry.history(1).ppdx[0], 0);
+        EXPECT_EQ(geometry.history(1).next, 0U);
+        EXPECT_EQ(geometry.history(1).x[0], 0);
     }
     // An angle that is not a number takes a slot and is not averaged.
     sample.href_x[0] = NAN;
     expectPpd(0, k45Degrees, k45Degrees, 15.7, 15.7);
-    EXPECT_EQ(geometry.history(0).ppdc, 2U);
+    EXPECT_EQ(geometry.history(0).next, 2U);
     ViewingGeometry::History history;
     for (const auto &[x, y] : {std::pair(20., 1.), {1, 20}, {30, 40}}) {
         history.add({x, y});

@@ -1,6 +1,6 @@
 // The item index: what enters it, gaps, recording blocks, the order and the repairs.
-#include "index/consistency.h"
 #include "index/item_order.h"
+#include "index/repair.h"
 #include "support/walk.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 namespace {
 
 using namespace trk_test;
+using trk::Item;
 using trk::ItemIndex;
-using trk::TRKItem;
 
 std::string skipped(int time) {
     return "WARNING: TRK FILE MAY BE CORRUPTED. Sample at " + std::to_string(time) +
@@ -156,13 +156,13 @@ ItemIndex parsed(const std::string &text) {
 
 std::string printed(const ItemIndex &index) {
     std::ostringstream text;
-    for (std::size_t i = 0; i < index.size(); ++i) {
-        const TRKItem &item = index[i];
+    for (trk::ItemNumber i = 0; i < index.size(); ++i) {
+        const Item &item = index[i];
         const bool end = item.isRecordingBlock() && index.recordingOf(item).state == TRK_BLOCK_END;
         text << (i == 0 ? "" : " ")
              << kLetters[static_cast<std::size_t>(std::ranges::find(kCodes, item.code()) - kCodes) + (end ? 1 : 0)]
              << (item.eye() != 0 ? std::to_string(item.eye()) : "") << ':' << index.effectiveKey(item)
-             << ((item.item_type & 0x1000) != 0 ? "^" : "") << ((item.item_type & 0x2000) != 0 ? "~" : "");
+             << ((item.type & 0x1000) != 0 ? "^" : "") << ((item.type & 0x2000) != 0 ? "~" : "");
     }
     return text.str();
 }
@@ -177,26 +177,26 @@ TEST(Order, OfTwoItemsFollowsTheRules) {
           "m u= 11",    "s u= 11",    "m F1= 11",   "s s 00",   "s x 00",   "x x 00",   "m x 00",   "A1 x 00",
           "A1 F1 00",   "a1 f1 00",   "A1 A2 10",   "m m= 11"}) {
         const ItemIndex index = parsed(text.substr(0, text.size() - 3));
-        EXPECT_EQ(sortByTime(index, index[0], index[1]), text.end()[-2] == '1') << text;
-        EXPECT_EQ(sortByTime(index, index[1], index[0]), text.end()[-1] == '1') << text;
+        EXPECT_EQ(precedes(index, index[0], index[1]), text.end()[-2] == '1') << text;
+        EXPECT_EQ(precedes(index, index[1], index[0]), text.end()[-1] == '1') << text;
     }
 }
 
 // Among so many items, the one that stands at `from` belongs to `to`. Items of equal keys stay in order.
 TEST(Order, OfLargeIndexesIsMadeInChunks) {
-    const std::array<std::size_t, 4> cases[] = {{20000, 19999, 0, 0},         {20001, 20000, 0, 10500},
+    const std::array<trk::ItemNumber, 4> cases[] = {{20000, 19999, 0, 0},         {20001, 20000, 0, 10500},
                                                 {20001, 13499, 0, 0},         {20001, 13500, 10498, 10500},
                                                 {20001, 13500, 10502, 10502}, {40000, 39999, 31000, 31500}};
     for (const auto &[count, from, to, reached] : cases) {
         ItemIndex index;
-        for (std::size_t i = 0; i < count; ++i) {
-            index.append({static_cast<int64_t>(i), REC_SAMPLE, 0, 10 + i / 2 * 4});
+        for (trk::ItemNumber i = 0; i < count; ++i) {
+            index.append({i, REC_SAMPLE, 0, 10 + i / 2 * 4});
         }
-        index.items()[from].sort_key = 9 + to / 2 * 4;
+        index.items()[from].key = 9 + to / 2 * 4;
         index.sortItems();
-        EXPECT_EQ(index[reached].file_position, static_cast<int64_t>(from)) << count << ' ' << from << ' ' << to;
+        EXPECT_EQ(index[reached].filePosition, static_cast<int64_t>(from)) << count << ' ' << from << ' ' << to;
         index.items().erase(index.items().begin() + static_cast<std::ptrdiff_t>(reached));
-        EXPECT_TRUE(std::ranges::is_sorted(index.items(), {}, &TRKItem::file_position));
+        EXPECT_TRUE(std::ranges::is_sorted(index.items(), {}, &trk::Item::filePosition));
     }
 }
 
@@ -243,7 +243,7 @@ TEST(Consistency, RepairsTheIndex) {
         LogCapture log;
         const bool strict = before[0] == '!';
         ItemIndex index = parsed(before.substr(strict ? 1 : 0));
-        EXPECT_EQ(checkConsistency(index, strict), 0);
+        repairIndex(index, strict);
         EXPECT_EQ(printed(index), after.empty() ? before.substr(strict ? 1 : 0) : after) << before;
         EXPECT_EQ(LogCapture::take(), lines) << before;
     }

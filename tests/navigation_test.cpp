@@ -1,6 +1,6 @@
 // Trials, bookmarks and search by time.
 #include "api/internal_calls.h"
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "navigation/time_search.h"
 #include "support/walk.h"
 
@@ -29,7 +29,7 @@ struct Line final : public trk::ItemSource {
                 continue;
             }
             kinds += kind;
-            block.sort_key = trk::keyOfTime(block.time);
+            block.sort_key = trk::TimeKey::of(block.time);
             block.state = kind == '[' ? TRK_BLOCK_START : TRK_BLOCK_END;
             const int code = kind == '.' ? REC_SAMPLE : std::isdigit(kind) != 0 ? REC_INPUT : REC_MESSAGE;
             if (kind == '[' || kind == ']') {
@@ -40,7 +40,7 @@ struct Line final : public trk::ItemSource {
             block.time += 10;
         }
     }
-    ALLF_DATA *itemAt(std::size_t item) override {
+    ALLF_DATA *itemAt(trk::ItemNumber item) override {
         ++decoded;
         text = kinds[item] == 'V' ? TRK_MESSAGE{4, "SE!V"} : TRK_MESSAGE{3, {'x', kinds[item], 'x'}};
         record.event.message = kinds[item] == '-' ? nullptr : &text;
@@ -50,9 +50,9 @@ struct Line final : public trk::ItemSource {
 };
 
 // A trial as "first..end start-end+duration@block", by item, by time and by the time of the block's start.
-std::string print(const trk::TRKTrial &trial) {
+std::string print(const trk::Trial &trial) {
     std::ostringstream out;
-    out << trial.start_index << ".." << trial.end_index << ' ' << trial.start_time << '-' << trial.end_time << '+'
+    out << trial.firstItem << ".." << trial.endItem << ' ' << trial.startTime << '-' << trial.endTime << '+'
         << trial.duration << '@' << (trial.recording ? static_cast<int>(trial.recording->time) : -1) << ' ';
     return out.str();
 }
@@ -82,12 +82,12 @@ TEST(Trials, FollowTheWalk) {
     for (auto [start, end, items, expected] : cases) {
         Line line(items);
         trk::TrialList list(line.index, line);
-        list.setTrialIdentifier(start.empty() ? nullptr : start.data(), end.empty() ? nullptr : end.data());
+        list.setMarkers(start.empty() ? nullptr : start.data(), end.empty() ? nullptr : end.data());
         std::string found;
-        std::ranges::for_each(list.trials(), [&found](const trk::TRKTrial &trial) { found += print(trial); });
+        std::ranges::for_each(list.trials(), [&found](const trk::Trial &trial) { found += print(trial); });
         EXPECT_EQ(found, expected) << items;
         const unsigned wanted = start.size() > 1 ? REC_INPUT : (start + end).empty() ? 0 : REC_MESSAGE;
-        EXPECT_EQ(line.decoded, std::ranges::count(line.index.items(), wanted, &trk::TRKItem::code)) << items;
+        EXPECT_EQ(line.decoded, std::ranges::count(line.index.items(), wanted, &trk::Item::code)) << items;
     }
 }
 
@@ -97,9 +97,9 @@ TEST(Trials, PrintHowTheyAreDelimited) {
     trk::TrialList list(line.index, line);
     char number[] = "inPut_type_12", misplaced[] = "1inPut_type_2", end[] = "13", negative[] = "-1";
     testing::internal::CaptureStdout();
-    list.setTrialIdentifier(number, end);
-    list.setTrialIdentifier(misplaced, negative);
-    list.setTrialIdentifier(nullptr, nullptr);
+    list.setMarkers(number, end);
+    list.setMarkers(misplaced, negative);
+    list.setMarkers(nullptr, nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "setTrial End:  13\nInput Split option found :inPut_type_12  12\n!!!!!!!!!!!!!!!!!!!B\n"
               "!!!!!!!!!!!!!!!!!!!!!!A\n Start Input: 12\n End Input: 13\n"
@@ -107,9 +107,9 @@ TEST(Trials, PrintHowTheyAreDelimited) {
               "!!!!!!!!!!!!!!!!!!!!!!A\n Start Input: 0\n End Input: 65535\nremoved last trial\n"
               "Set TrialEndMesage Empty\n Start Input: 0\n End Input: 0\n");
     EXPECT_EQ(std::to_string(list.trials().size()) + ": " + print(list.trials()[0]), "1: 0..2 0-10+10@-1 ");
-    EXPECT_EQ(list.recordingAt(5), nullptr);
+    EXPECT_EQ(list.blockAt(5), nullptr);
     Line backwards(">[.]<[.]<[.]");
-    EXPECT_EQ(trk::TrialList(backwards.index, backwards).recordingAt(70), &backwards.index.recordings()[4]);
+    EXPECT_EQ(trk::TrialList(backwards.index, backwards).blockAt(70), &backwards.index.recordings()[4]);
 }
 
 // Blocks from 1000 to 1020 and, too close behind, from 1022 to 1030. Texts are decoded before the walk begins.
@@ -125,20 +125,19 @@ TEST(Trials, AreGoneToAndAskedByTime) {
         trk_get_trial_header(handle, &at);
         return std::to_string(result) + print({at.recording, at.duration, at.start_time, at.end_time}).substr(4);
     };
-    file.gotoIndex(1); // no trials yet to arrive at
+    file.goToItem(1); // no trials yet to arrive at
     EXPECT_EQ(after(trk_goto_previous_trial(handle)), "-1 0-0+0@-1 ");
     std::ostringstream found;
     for (const uint32_t time : {999U, 1000U, 1020U, 1021U, 1022U, 1023U, 1030U, 1031U}) {
-        int width = 5, height = 6;
-        found << file.blocks().getGazePrescaler(time) << file.blocks().getWindowSize(time, width, height);
-        found << width << height << ' ';
+        const FRECORDING *const block = file.blocks().blockAt(time);
+        found << (block != nullptr ? block->gaze_prescaler : 0) << ' ';
     }
-    EXPECT_EQ(found.str(), "0056 100176190 100176190 0056 0056 200176190 200176190 0056 ");
+    EXPECT_EQ(found.str(), "0 10 10 0 0 20 20 0 ");
     EXPECT_EQ(after(trk_goto_trial_with_end_time(handle, 1030)), "0 1023-1030+7@1022 ");
     char start[] = "S", end[] = "E";
     EXPECT_EQ(after(trk_set_trial_identifier(handle, start, end)), "0 1021-1030+0@1022 ");
     EXPECT_TRUE(trk_get_start_trial_identifier(handle) == start && trk_get_end_trial_identifier(handle) == end);
-    EXPECT_EQ(file.blocks().getGazePrescaler(1021), 20); // of two trials the later one
+    EXPECT_EQ(file.blocks().blockAt(1021)->gaze_prescaler, 20); // of two trials the later one
     EXPECT_EQ(after(trk_goto_next_trial(handle)), "-1 1021-1030+0@1022 ");
     EXPECT_EQ(trk_get_element_index(handle), 11);
     EXPECT_EQ(after(trk_goto_previous_trial(handle)), "0 990-1021+31@1000 ");
@@ -148,7 +147,7 @@ TEST(Trials, AreGoneToAndAskedByTime) {
     EXPECT_EQ(after(trk_goto_trial_with_start_time(handle, 991)), "-1 990-1021+31@1000 ");
     EXPECT_EQ(recording.fetch(recording.step()).message, "S");
     EXPECT_EQ(after(trk_goto_trial_with_start_time(handle, 1021)), "0 1021-1030+0@1022 ");
-    std::ranges::for_each(std::array{0, 9, -1, 99}, [&file](int index) { file.gotoIndex(index); });
+    std::ranges::for_each(std::array{0U, 9U, 99U}, [&file](unsigned item) { file.goToItem(item); });
     EXPECT_EQ(after(trk_get_element_index(handle)), "9 990-1021+31@1000 ");
     EXPECT_EQ(trk_get_trial_header(handle, nullptr), -1);
 }
@@ -177,18 +176,14 @@ TEST(Bookmarks, AreSteppedThroughInTheirOrder) {
     EXPECT_EQ(std::pair(marks[1].item_position, marks[2].item_position), std::pair(0U, 77U)); // 2 is not filled in
 }
 
-// Searches by key, lowest and highest place. Keys of the items: 0, 20 five times, 40, 60, 80.
+// Keys of the items: 0, 20 five times, 40, 60, 80. Of those that share one, the sample is found by chance.
 TEST(TimeSearch, FindsExactKeysOnly) {
     const Line line(".S=.=.=S=S.[.");
-    std::istringstream searches(
-        "0:0-1=0 0:0-9=0 20:0-1=-1 20:1-2=2 20:2-3=2 20:3-4=3 20:4-5=-1 20:5-6=-1 40:5-6=6 "
-        "20:0-4=2 20:0-9=-1 30:0-9=-1 40:0-9=6 40:5-9=6 60:0-9=-1 80:0-9=8 100:0-9=-1 40:7-6=-1");
-    char mark = 0;
-    uint32_t key = 0;
-    for (int low = 0, high = 0, found = 0; searches >> key >> mark >> low >> mark >> high >> mark >> found;) {
-        EXPECT_EQ(trk::findIndex(line.index, key, low, high), found) << key << " from " << low << " to " << high;
+    for (const auto &[key, found] :
+         {std::pair(0U, 0), {20, -1}, {30, -1}, {40, 6}, {60, -1}, {80, 8}, {100, -1}}) {
+        EXPECT_EQ(static_cast<int>(trk::findSample(line.index, key).value_or(-1)), found) << key;
     }
-    EXPECT_EQ(trk::findIndex(Line("").index, 0, 0, 0), -1);
+    EXPECT_FALSE(trk::findSample(Line("").index, 0));
 }
 
 // Times move by the item on which the walk stands.

@@ -15,14 +15,8 @@ using trk::Sample;
 using Pair = std::array<int, 2>;
 
 struct Blocks : trk::BlockLookup {
-    float prescaler = 10;
-    Pair window{0, 0}; // 0: the file states none
-    float getGazePrescaler(uint32_t time) override { return time == 77 ? prescaler : 1; }
-    int getWindowSize(uint32_t time, int &first, int &second) override {
-        first = time == 77 && window[0] != 0 ? window[0] : first;
-        second = time == 77 && window[0] != 0 ? window[1] : second;
-        return 0;
-    }
+    FRECORDING block{.gaze_prescaler = 10, .window_size2 = 190, .window_size1 = 176};
+    const FRECORDING *blockAt(uint32_t time) override { return time == 77 ? &block : nullptr; }
 };
 
 // Left eye in the extension words: fine offsets 0.5, -1, 0.2 and -0.1 pixels in the window at 300 x 4 and 13 x 8.
@@ -101,7 +95,7 @@ TEST(RawData, EveryPackedWordComesBack) {
     Sample sample = makeSample();
     sample.pupil_x[1] = sample.pupil_y[1] = -32700;
     for (const float prescaler : {1.0F, 2.0F, 5.0F, 10.0F, 20.0F}) {
-        blocks.prescaler = prescaler;
+        blocks.block.gaze_prescaler = prescaler;
         for (int field = -32767; field <= 32767; ++field) {
             sample.gaze_x[1] = sample.res_y = static_cast<float>(field) / prescaler;
             RawEyeData eye(blocks, sample, 1);
@@ -115,15 +109,15 @@ TEST(RawData, EveryPackedWordComesBack) {
 TEST(RawData, CameraWindowAndCrDimension) {
     Blocks blocks;
     Sample sample = makeSample();
-    EXPECT_EQ(trk::getWindowPosition(blocks, sample), (Pair{1288, 199}));
-    blocks.window = {177, 101};
-    EXPECT_EQ(trk::getWindowPosition(blocks, sample), (Pair{1288, 154}));
+    EXPECT_EQ(trk::windowPosition(blocks, sample), (Pair{1288, 199}));
+    blocks.block.window_size1 = 177, blocks.block.window_size2 = 101;
+    EXPECT_EQ(trk::windowPosition(blocks, sample), (Pair{1288, 154}));
     EXPECT_FLOAT_EQ(RawEyeData(blocks, sample, 0).pupil().x, 1289);
-    blocks.window = {INT_MAX, INT_MIN};
-    EXPECT_EQ(trk::getWindowPosition(blocks, sample), (Pair{1073743023, 0}));
-    EXPECT_EQ(trk::getCrDimension(sample), (Pair{255, 127}));
+    blocks.block.window_size1 = 0x7FFFFFFF, blocks.block.window_size2 = 0x80000000;
+    EXPECT_EQ(trk::windowPosition(blocks, sample), (Pair{1073743023, 0}));
+    EXPECT_EQ(trk::crDimension(sample), (Pair{255, 127}));
     sample.ext_type = 200;
-    EXPECT_EQ(trk::getCrDimension(sample), (Pair{100000000, 100000000}));
+    EXPECT_EQ(trk::crDimension(sample), (Pair{100000000, 100000000}));
 }
 
 // A pupil of radius 1000 and a CR of radius 400, widened to 500: a quarter of the pupil's area. The pupil goes at
@@ -147,7 +141,7 @@ TEST(RawData, PupilIsMendedWhereTheCrCoversIt) {
                  {{MISSING_DATA, 0}, {MISSING_DATA - 8, 0}, {MISSING_DATA, 0}, 3141590},
                  {{0, MISSING_DATA - 8}, {0, MISSING_DATA}, {0, MISSING_DATA - 8}, 3141590}};
     for (auto [pupil, cr, mended, mendedArea, iterations, crArea, area] : cases) {
-        trk::do_pupil_cr_fixup(pupil, area, cr, crArea, 100, iterations);
+        trk::mendPupil(pupil, area, cr, crArea, 100, iterations);
         EXPECT_FLOAT_EQ(pupil.x, mended.x);
         EXPECT_FLOAT_EQ(pupil.y, mended.y);
         EXPECT_EQ(area, mendedArea);
@@ -173,7 +167,7 @@ TEST(RawData, HostileNumbers) {
     for (const float value : {NAN, INFINITY, -INFINITY, 3e38F, -3e38F}) {
         sample.pupil_x[1] = sample.href_y[1] = sample.gaze_x[1] = sample.gaze_y[1] = sample.res_y = value;
         for (const float prescaler : {NAN, INFINITY, -INFINITY, 3e38F}) {
-            blocks.prescaler = prescaler;
+            blocks.block.gaze_prescaler = prescaler;
             RawEyeData eye(blocks, sample, 1);
             EXPECT_EQ(eye.crArea(), value * prescaler > 0 ? UINT_MAX : 0U) << value << ' ' << prescaler;
             EXPECT_EQ(eye.pupilDimension()[1], value * prescaler > 0 ? 0xFF : 0) << value << ' ' << prescaler;

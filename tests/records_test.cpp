@@ -1,8 +1,10 @@
 // Tag words, samples and events, one record at a time, compared as texts.
+#include "base/exception.h"
 #include "io/file_input_stream.h"
 #include "records/record_reader.h"
 #include "support/walk.h"
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -10,38 +12,53 @@ namespace {
 
 using namespace trk_test;
 using namespace std::string_literals;
-using trk::RecordReader;
-
-RecordReader readerOf(const Bytes &records, uint16_t revision = 5, size_t window = 64) {
-    static const TemporaryDirectory directory;
-    RecordReader reader(true);
-    reader.setStream(std::make_unique<trk::FileInputStream>(directory.save("r", records).c_str(), window));
-    std::filesystem::remove(directory.path("r"));
-    reader.setPreambleFacts(true, revision);
-    reader.state().gazeDivisor = 10;
-    reader.state().velocityDivisor = 4;
-    return reader;
-}
-
-// What calls answer or read, each with ";": t (next_combfile_item), s (sample), e (event).
-template <class Reader> std::string run(Reader &&reader, const std::string &calls, uint32_t expectedTime = 0) {
-    std::string texts;
-    for (const char call : calls) {
-        trk::Sample sample;
-        std::memset(static_cast<void *>(&sample), 0x55, sizeof(sample)); // must not shine through
-        trk::EData event;
-        uint16_t tag = 0;
-        const int result = call == 't'   ? reader.next_combfile_item(&tag)
-                           : call == 's' ? reader.read_combfile_sample(&sample, expectedTime, true)
-                                         : reader.read_combfile_event(event, true);
-        texts += call == 't'   ? std::to_string(result) + ':' + std::to_string(tag)
-                 : result != 0 ? std::to_string(result)
-                 : call == 's' ? textOf(sample)
-                               : textOf(event);
-        texts += ';';
+// A reader of records in a file, in the middle of a block with divisors 10 and 4.
+struct Reader {
+    explicit Reader(const Bytes &records, uint16_t revision = 5, size_t window = 64)
+        : stream(fileWith(records).c_str(), window), reader(stream, revision, true) {
+        set([](trk::DecodingState &state) { state.gazeDivisor = 10, state.velocityDivisor = 4; });
     }
-    return texts;
-}
+    template <class Change> void set(Change change) {
+        trk::DecodingState state = reader.state();
+        change(state);
+        reader.setState(state);
+    }
+
+    // What the next records read, each with ";".
+    std::string read(int count, uint32_t expectedTime = 0) {
+        std::string texts;
+        while (count-- > 0) {
+            texts += next(expectedTime) + ';';
+        }
+        return texts;
+    }
+
+  private:
+    static std::string fileWith(const Bytes &records) {
+        static const TemporaryDirectory directory;
+        return directory.save("r", records);
+    }
+    std::string next(uint32_t expectedTime) try {
+        const trk::RecordHead record = reader.next();
+        if (record.kind == trk::RecordKind::EndMark) {
+            return "end";
+        }
+        trk::Sample sample;
+        FEVENT event;
+        std::memset(static_cast<void *>(&sample), 0x55, sizeof(sample)); // must not shine through
+        std::memset(static_cast<void *>(&event), 0x55, sizeof(event));
+        const bool isSample = record.kind == trk::RecordKind::SampleRecord;
+        const bool read =
+            isSample ? reader.readSample(record.tag, sample, expectedTime) : reader.readEvent(record.tag, event);
+        return !read ? "unreadable" : isSample ? textOf(sample) : textOf(event);
+    } catch (const trk::TRKException &error) {
+        return error.text();
+    }
+
+  public:
+    trk::FileInputStream stream;
+    trk::RecordReader reader;
+};
 
 TEST(Samples, CarryEveryGroupOrNone) {
     const Bytes lists = "\3\7abc\1\7d\0\1\7a\0"s;
@@ -56,15 +73,15 @@ TEST(Samples, CarryEveryGroupOrNone) {
         "1001 px=1 py=2 hx=3 hy=4 ps=-32768 ps=-2 gx=0.5 gy=0.6 rx=0.7 ry=0.8 e=1 e=2 e=3 flags=24573 in=6 "
         "type=3 status=5;1256 flags=32769;1257 flags=32769;";
     for (const size_t window : {1U, 7U, 64U, 65536U}) {
-        EXPECT_EQ(run(readerOf(records, 5, window), "ssss"), expected);
+        EXPECT_EQ(Reader(records, 5, window).read(4), expected);
     }
     // Time of the sample before, time that the index knows, delta, decoded time.
     for (const auto &[base, known, delta, time] :
          {std::array{4990U, 0U, 2U, 4992U}, {4990, 5000, 2, 5000}, {5000, 1, 2, 1}, {0xFFFFFFFF, 0, 3, 2}}) {
-        RecordReader reader = readerOf("\x80\x01"s + static_cast<char>(delta));
-        reader.state().sampleTimeBase = base;
-        EXPECT_EQ(run(reader, "s", known), std::to_string(time) + " flags=32769;");
-        EXPECT_EQ(reader.state().sampleTimeBase, time);
+        Reader reader("\x80\x01"s + static_cast<char>(delta));
+        reader.set([&](trk::DecodingState &state) { state.sampleTimeBase = base; });
+        EXPECT_EQ(reader.read(1, known), std::to_string(time) + " flags=32769;");
+        EXPECT_EQ(reader.reader.state().sampleTimeBase, time);
     }
 }
 
@@ -95,7 +112,7 @@ TEST(Events, EveryFieldHasItsPlace) {
         {with(kStatusWord, 0xFFFF).raw("\x01\xFF"), "8L 0-0 2000 status=65535"}, // unknown tags are skipped
         {saying("a\0b"s), "24L 1000-0 1 'a\0b'"s},
         {saying(longest), "24L 1000-0 1 '" + longest + "'"},
-        {saying(longest + "m"), "-1"},
+        {saying(longest + "m"), "unreadable"},
         // Offsets are cut off. Blanks before them go as well, but still count in the length.
         {saying("+999 X"), "24L 1-0 1 ' X'"},
         {saying("  -5 GO"), "24L 1005-0 1 ' GO\0\0'"s},
@@ -106,7 +123,7 @@ TEST(Events, EveryFieldHasItsPlace) {
         {saying("1000 X"), "24L 1000-0 1 '1000 X'"},
     };
     for (const auto &[record, expected] : cases) {
-        EXPECT_EQ(run(readerOf(record.bytes()), "e"), expected + ';');
+        EXPECT_EQ(Reader(record.bytes()).read(1), expected + ';');
     }
 }
 
@@ -120,11 +137,10 @@ TEST(Events, BlocksSetTheDecodingState) {
         .endSamples(1002)
         .startSamples({2000, {}, LeftEye, {}, {}, {}, {}})
         .raw("\x84\1\1\3\xC0\0\1"s);
-    RecordReader reader = readerOf(writer.records());
-    EXPECT_EQ(run(reader, "eseeees"),
+    EXPECT_EQ(Reader(writer.records()).read(6),
               "15L 1000-1000 23c7 sp=5 ep=2 av=500 erx=-28108 status=34048 auxx=1;1001 gx=192 gy=0.2 flags=41985;"
               "17L 1000-1000 22c3 sp=5 ep=2 av=500 pv=1 erx=-28108 status=8191 aux=16384 auxx=1;16L 1002-1002 1;"
-              "15L 2000-2000 2001 pv=1 status=34048 auxx=1;-2;1002 gx=960 gy=1 flags=33793;");
+              "15L 2000-2000 2001 pv=1 status=34048 auxx=1;1002 gx=960 gy=1 flags=33793;");
     // Rate before, rate stated, rate from there on. Only one of 500 outlives a block that states none, and only
     // larger ones are reported; revision 0 knows one rate.
     for (const auto &[before, stated, rate, revision] : {std::array{250., 65535.5, 65535.5, 1.},
@@ -133,28 +149,22 @@ TEST(Events, BlocksSetTheDecodingState) {
                                                          {1000, 0, 250, 1},
                                                          {500, 500, 250, 0}}) {
         block.rate = stated;
-        RecordReader rated = readerOf(startSamples(block).bytes(), static_cast<uint16_t>(revision));
-        rated.state().sampleRate = static_cast<float>(before);
-        run(rated, "e");
-        EXPECT_EQ(rated.state().sampleRate, rate);
-        EXPECT_EQ(rated.state().recordingModeWord, revision == 0 ? 9 : 0x92);
-        EXPECT_EQ(rated.state().filterLevel, revision == 0 ? 1 : 3);
+        Reader rated(startSamples(block).bytes(), static_cast<uint16_t>(revision));
+        rated.set([before](trk::DecodingState &state) { state.sampleRate = static_cast<float>(before); });
+        rated.read(1);
+        EXPECT_EQ(rated.reader.state().sampleRate, rate);
+        EXPECT_EQ(rated.reader.state().recordingMode, revision == 0 ? 9 : 0x92);
+        EXPECT_EQ(rated.reader.state().filterLevel, revision == 0 ? 1 : 3);
     }
     EXPECT_EQ(log.take(), "Possible miss handle! sample per second is 1000.000000 resetting to 250 \n");
 }
 
-TEST(Framing, TagWordsWaitForTheirDecoder) {
+TEST(Framing, TagWordsTellTheKind) {
     const LogCapture log;
-    EXPECT_EQ(run(readerOf("\xA0\1\0\0\0\1\x46\0\0\xC6\0\0\0\0\x80\1\1"s), "tessetesssets"),
-              "1:40961;-2;1 flags=40961;-2;6R 0-0 0;0:198;6L 0-0 0;-1;2 flags=32769;-1;-1;1:0;-1;");
-    EXPECT_EQ(run(readerOf("\x18\0^\0\4abc"s), "e"), "-1;");
-    RecordReader inPreamble = readerOf("\x80\x01");
-    inPreamble.setPreambleFacts(false, 0);
-    EXPECT_EQ(run(inPreamble, "tse"), "2:0;-1;-1;");
-    EXPECT_EQ(run(RecordReader(), "tse"), "-1:0;-1;-1;");
-    EXPECT_EQ(log.take(), "error reading trk file 7a r = 0 \nError End of file Exception \n bad status  1\n"
-                          "error reading trk file 12\nError End of file Exception \n bad status  2\n"
-                          " bad status  -1\n");
+    EXPECT_EQ(Reader("\xA0\1\0\0\0\1\x46\0\0\xC6\0\0\0\0\x80\1\1"s).read(7),
+              "1 flags=40961;6R 0-0 0;6L 0-0 0;end;2 flags=32769;End of file Exception;unreadable;");
+    EXPECT_EQ(Reader("\x18\0^\0\4abc"s).read(1), "End of file Exception;");
+    EXPECT_EQ(log.take(), "error reading trk file 7a r = 0 \nerror reading trk file 12\n");
 }
 
 } // namespace

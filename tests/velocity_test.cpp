@@ -1,4 +1,4 @@
-// The sample queue and the velocities: by hand, and bit for bit against the plain algorithm.
+// The sample window and the velocities: by hand, and bit for bit against the plain algorithm.
 #include "measures/velocity.h"
 #include "plain_velocity.h"
 
@@ -20,16 +20,15 @@ std::string_view bitsOf(FSAMPLE_REC &sample) {
     return {reinterpret_cast<const char *>(floatsOf(sample)), kFloats * sizeof(float)};
 }
 
-// The library's queue and the plain one, fed alike.
-struct Queues {
-    trk::ItemIndex index;
-    trk::SampleQueue queue{index};
+// The library's window and the plain one, fed alike.
+struct Windows {
+    trk::SampleWindow window;
     trk_bench::PlainQueue plain;
 
     void add(Sample sample, uint64_t key) {
         std::fill(floatsOf(sample) + kFirstVelocity, floatsOf(sample) + kFloats, MISSING_DATA);
         plain.add(sample, key);
-        queue.addSample(sample, key);
+        window.add(sample, key);
     }
 };
 
@@ -51,7 +50,7 @@ TEST(Velocity, BothModelsByHand) {
         {1000, 2, {-1, 1}, kNone, kNone},
     };
     for (const auto &[rate, model, lost, smoothed, fast] : cases) {
-        Queues queues;
+        Windows windows;
         for (int i = -19; i <= 19; ++i) {
             Sample sample{};
             sample.flags = TRK_SAMPLE_LEFT | TRK_SAMPLE_GAZE | TRK_SAMPLE_HREF | TRK_SAMPLE_PUPIL_SIZE;
@@ -59,10 +58,10 @@ TEST(Velocity, BothModelsByHand) {
             sample.res_x = sample.res_y = 25;
             sample.pupil_size[0] = std::ranges::count(lost, i) != 0 ? 14.9F : 15.0F;
             const int key = 1000 + i * 2000 / rate;
-            queues.add(sample, static_cast<uint64_t>(key));
+            windows.add(sample, static_cast<uint64_t>(key));
         }
-        Sample middle = queues.queue.entry(19);
-        trk::VelocityComputer(queues.queue, model).setVelocity(middle, {}, rate);
+        Sample middle = windows.window.entry(19);
+        trk::VelocityComputer(windows.window, model).setVelocity(middle, {}, rate);
         const float hrefPerDegree = std::ranges::count(lost, 0) != 0 ? 25 : 261.79929F;
         EXPECT_FLOAT_EQ(middle.href_fvel_x[0], fast == kNone ? kNone : fast * 25 / hrefPerDegree);
         EXPECT_FLOAT_EQ(middle.gaze_vel_x[0], smoothed) << rate << ' ' << model << testing::PrintToString(lost);
@@ -76,13 +75,13 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
     const auto pick = [&random]<class T>(std::initializer_list<T> choices) {
         return choices.begin()[random() % choices.size()];
     };
-    const auto queues = std::make_unique<Queues[]>(4);
+    const auto windows = std::make_unique<Windows[]>(4);
     trk::VelocityComputer computers[]{
-        {queues[0].queue, 1}, {queues[1].queue, 2}, {queues[2].queue, 3}, {queues[3].queue, 4}};
+        {windows[0].window, 1}, {windows[1].window, 2}, {windows[2].window, 3}, {windows[3].window, 4}};
     std::ptrdiff_t known = 0;
     for (int round = 0; round < 80; ++round) {
         const std::size_t model = random() % 4;
-        auto &[index, queue, plain] = queues[model];
+        auto &[window, plain] = windows[model];
         const int rate = pick({60, 250, 333, 500, 999, 1000, 1500, 2000, 4001});
         const uint64_t rightStep = rate < 250 ? 33 : rate > 2000 ? 1 : 2000U / static_cast<unsigned>(rate);
         const uint64_t step = random() % 6 != 0 ? rightStep : pick({1U, 2U, 3U, 4U, 8U, 9U, 16U});
@@ -91,7 +90,7 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
         const unsigned oddOnes = pick({3U, 40U, 2000U}); // one in so many
         const auto odd = [&] { return random() % oddOnes == 0; };
         if (random() % 2 == 0) {
-            queue.clear();
+            window.clear();
             plain.clear();
         }
         uint64_t key = plain.count() > 0 ? plain[plain.count() - 1].sort_key : random() % 9;
@@ -103,16 +102,16 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
             sample.res_x = odd() ? pick({0.01F, 10000.0F, -3.0F, 0.02F}) : 35.5F;
             sample.res_y = odd() ? pick({0.01F, 9999.9F, 1e7F}) : 34.25F;
             sample.flags = static_cast<uint16_t>(odd() ? random() : flags);
-            if (queue.isFull()) {
-                queue.shiftQueue();
+            if (window.isFull()) {
+                window.dropOldest();
                 plain.shift();
             }
-            queues[model].add(sample, key);
+            windows[model].add(sample, key);
             key += odd() ? std::array{uint64_t{0}, uint64_t{1}, step - 1, 2 * step}[random() % 4] : step;
         }
-        ASSERT_EQ(static_cast<std::size_t>(queue.count()), plain.count());
+        ASSERT_EQ(static_cast<std::size_t>(window.count()), plain.count());
         for (std::size_t i = 0; i < plain.count(); ++i) {
-            Sample sample = queue.entry(static_cast<int>(i));
+            Sample sample = window.entry(static_cast<int>(i));
             FSAMPLE_REC expected = plain[i];
             computers[model].setVelocity(sample, {fixed.first, fixed.second}, rate);
             plainSetVelocity(plain, expected, fixed.first, fixed.second, rate, static_cast<int>(model) + 1);
@@ -125,7 +124,7 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
     EXPECT_GT(known, 500000);
 }
 
-TEST(SampleQueue, TellsWhatARefillMayStartWith) {
+TEST(SampleWindow, TellsWhatContinuesIt) {
     const struct {
         std::vector<uint64_t> keys;
         uint64_t inside, outside;
@@ -134,11 +133,11 @@ TEST(SampleQueue, TellsWhatARefillMayStartWith) {
         {{100, 120, 124}, 128, 129}, {{100, 108, 109}, 117, 118}, {{100, 109, 110}, 111, 112},
     };
     for (const auto &[keys, inside, outside] : cases) {
-        Queues queues;
-        EXPECT_FALSE(queues.queue.isOutOfBoundsToAdd(outside));
-        std::ranges::for_each(keys, [&queues](uint64_t key) { queues.add({}, key); });
-        EXPECT_FALSE(queues.queue.isOutOfBoundsToAdd(inside)) << testing::PrintToString(keys);
-        EXPECT_TRUE(queues.queue.isOutOfBoundsToAdd(outside)) << testing::PrintToString(keys);
+        Windows windows;
+        EXPECT_TRUE(windows.window.isContinuedBy(outside));
+        std::ranges::for_each(keys, [&windows](uint64_t key) { windows.add({}, key); });
+        EXPECT_TRUE(windows.window.isContinuedBy(inside)) << testing::PrintToString(keys);
+        EXPECT_FALSE(windows.window.isContinuedBy(outside)) << testing::PrintToString(keys);
     }
 }
 

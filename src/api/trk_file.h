@@ -11,7 +11,7 @@
 #include "index/prescan.h"
 #include "io/container.h"
 #include "measures/raw_data.h"
-#include "measures/sample_queue.h"
+#include "measures/sample_window.h"
 #include "measures/velocity.h"
 #include "navigation/bookmarks.h"
 #include "navigation/item_source.h"
@@ -19,101 +19,91 @@
 #include "records/record_reader.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 
 namespace trk {
 
-// What the open call was asked for.
-struct OpenRequest {
-    using StreamOpener = std::function<std::unique_ptr<InputStream>(const char *path)>;
+// What opening a recording makes.
+struct RecordingParts {
+    MessageLog messageLog;
+    std::unique_ptr<InputStream> stream;
+    Preamble preamble;
+    RecordReader reader; // over the stream, in the state in which the scan left it
+    ItemIndex index;
+    PrescanFacts facts;
+};
 
-    OpenRequest(const char *path, int openFlags, int loadEvents, int loadSamples, const CONFIG *config);
-
-    const char *path;
-    const CONFIG *config; // the caller's; may be null
-    bool checkConsistency;
-    bool strict;
-    bool tolerant;
-    bool keepTimes;
-    bool cutMessageOffsets;
-    bool loadEvents;
-    bool mergeMessageLog;
-    bool loadSamples;
-    StreamOpener openStream; // of the recording file; tests put streams of their own here
+struct DeliveryOptions {
+    const CONFIG *config = nullptr; // the caller's, read at every sample; may be null
+    bool strict = false;
+    bool keepTimes = false;
 };
 
 class TRKFile final : private ItemSource, private BlockLookup {
   public:
-    // Opens the recording, indexes, orders and repairs it. Throws a TRKException on failure.
-    explicit TRKFile(const OpenRequest &request);
+    TRKFile(RecordingParts &&parts, const DeliveryOptions &options);
 
     // Steps to the next item or log message; its code, or 0.
-    int getNextData() { return merge_.getNextDataMergeWithLog(); }
+    int step() { return merge_.step(); }
 
     // What was stepped to, with its times adjusted, or null.
-    ALLF_DATA *getFloatData();
+    ALLF_DATA *fetch();
 
     // The same when the current item's code is one that `accepts` says yes to, else null.
-    template <class Predicate> ALLF_DATA *getFloatDataIf(Predicate accepts) {
-        const TRKItem *const item = delivery_.currentItem();
-        return item != nullptr && accepts(item->code()) ? getFloatData() : nullptr;
+    template <class Predicate> ALLF_DATA *fetchIf(Predicate accepts) {
+        const Item *const item = delivery_.currentItem();
+        return item != nullptr && accepts(item->code()) ? fetch() : nullptr;
     }
 
     // Trials. The go-to operations return 0, or -1 when there is no such trial.
-    int setTrialIdentifier(char *startText, char *endText);
+    void setTrialMarkers(char *startText, char *endText) { trials_.setMarkers(startText, endText); }
     [[nodiscard]] const TrialMarkers &trialMarkers() const { return trials_.markers(); }
     std::size_t trialCount() { return trials_.trials().size(); }
-    int jumpToTrial(int trial) { return goTo(trials_.jumpToTrial(trial)); }
-    int gotoPreviousTrial() { return goTo(trials_.gotoPreviousTrial()); }
-    int gotoNextTrial() { return goTo(trials_.gotoNextTrial()); }
-    int gotoTrialWithStartTime(uint32_t time) { return goTo(trials_.gotoTrialWithStartTime(time)); }
-    int gotoTrialWithEndTime(uint32_t time) { return goTo(trials_.gotoTrialWithEndTime(time)); }
-    int getTrialHeaders(TRIAL *header);
+    int goToTrial(int trial) { return goTo(trials_.goTo(trial)); }
+    int goToPreviousTrial() { return goTo(trials_.goToPrevious()); }
+    int goToNextTrial() { return goTo(trials_.goToNext()); }
+    int goToTrialWithStart(uint32_t time) { return goTo(trials_.goToStart(time)); }
+    int goToTrialWithEnd(uint32_t time) { return goTo(trials_.goToEnd(time)); }
+    int copyTrialHeader(TRIAL *header);
 
     // Bookmarks. All return 0, or -1.
-    int setBookMark(BOOKMARK *bookmark);
-    int removeBookMark(const BOOKMARK *bookmark);
-    int gotoBookMark(const BOOKMARK *bookmark);
-    int gotoNextBookMark() { return goTo(bookmarks_.goNext()); }
-    int gotoPreviousBookMark() { return goTo(bookmarks_.goPrevious()); }
+    int setBookmark(BOOKMARK *bookmark);
+    int removeBookmark(const BOOKMARK *bookmark);
+    int goToBookmark(const BOOKMARK *bookmark);
+    int goToNextBookmark() { return goTo(bookmarks_.goNext()); }
+    int goToPreviousBookmark() { return goTo(bookmarks_.goPrevious()); }
 
-    // Moves the read position to a 0-based item number: the item there is the next one stepped to. A number out of
-    // range changes nothing but, perhaps, the current trial.
-    void gotoIndex(int index);
+    // Moves the read position to an item: it is the next one stepped to. A trial that starts there becomes the
+    // one last gone to. Returns 0, or -1 when there is no such item.
+    int goToItem(ItemNumber number);
 
     // The sample with exactly this key, or null. The read position stays.
-    ALLF_DATA *getSampleCloseToTime(uint32_t key);
+    ALLF_DATA *fetchSampleAt(uint64_t key);
 
     // What unpacks the raw data of samples asks of the recording.
     [[nodiscard]] BlockLookup &blocks() { return *this; }
 
     [[nodiscard]] const Preamble &preamble() const { return preamble_; }
     [[nodiscard]] std::size_t elementCount() const;
-    [[nodiscard]] uint32_t currentIndex() const { return delivery_.currentIndex(); }
+    [[nodiscard]] ItemNumber itemsPassed() const { return delivery_.itemsPassed(); }
     [[nodiscard]] const FRECORDING *currentRecording() const { return delivery_.currentRecording(); }
     [[nodiscard]] int filterLevel() const { return reader_.state().filterLevel; }
     [[nodiscard]] uint32_t inputDataAvailability() const { return facts_.inputDataAvailability; }
 
   private:
-    int goTo(std::optional<uint32_t> position);
-    ALLF_DATA *itemAt(std::size_t index) override { return delivery_.read(index); }
-    float getGazePrescaler(uint32_t time) override;
-    int getWindowSize(uint32_t time, int &first, int &second) override;
+    int goTo(std::optional<ItemNumber> itemsPassed);
+    ALLF_DATA *itemAt(ItemNumber number) override { return delivery_.read(number); }
+    const FRECORDING *blockAt(uint32_t time) override { return trials_.blockAt(time); }
 
-    static MessageLog openMessageLog(const OpenRequest &request);
-    Preamble openContainer(const OpenRequest &request);
-    PrescanFacts preScan(const OpenRequest &request);
-
-    // In the order in which opening sets them up.
     MessageLog messageLog_;
-    RecordReader reader_;
+    std::unique_ptr<InputStream> stream_;
     Preamble preamble_;
+    RecordReader reader_;
     ItemIndex index_;
     PrescanFacts facts_;
-    SampleQueue queue_;
-    BatchReader batchReader_;
+    SampleWindow window_;
+    BatchReader batches_;
     VelocityComputer velocity_;
     ItemReader itemReader_;
     Delivery delivery_;

@@ -3,7 +3,7 @@
 
 #include "api/internal_calls.h"
 #include "api/live_handles.h"
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "base/exception.h"
 #include "base/log.h"
 #include "base/numeric.h"
@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
 using trk::TRKFile;
@@ -58,13 +57,12 @@ uint16_t typeField(const ALLF_DATA *record) {
 _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples, CONFIG *config,
                            int *error_value) {
     report(error_value, 0);
-    std::printf("loadEvents = %x\n", static_cast<unsigned>(loadEvents));
+    trk::printText("loadEvents = %x\n", static_cast<unsigned>(loadEvents));
     try {
         const trk::OpenRequest request(path, open_flags, loadEvents, load_samples, config);
-        return trk::keepHandle(std::make_unique<TRKFile>(request));
-    } catch (trk::TRKException *thrown) {
-        const trk::CaughtException exception(thrown);
-        trk::print_log("%s\n", exception->text());
+        return trk::keepHandle(trk::openRecording(request));
+    } catch (const trk::TRKException &error) {
+        trk::logLine("%s\n", error.text());
         report(error_value, -1);
         return nullptr;
     } catch (...) {
@@ -90,18 +88,20 @@ int trk_set_extra_message_file(const char *path) {
     return 0;
 }
 
-int trk_get_next_data(_TRKFILE *handle) { return fileOf(handle).getNextData(); }
+int trk_get_next_data(_TRKFILE *handle) { return fileOf(handle).step(); }
 
-ALLF_DATA *trk_get_float_data(_TRKFILE *handle) { return fileOf(handle).getFloatData(); }
+ALLF_DATA *trk_get_float_data(_TRKFILE *handle) { return fileOf(handle).fetch(); }
 
-ALLF_DATA *trk_get_event_data(_TRKFILE *handle) { return fileOf(handle).getFloatDataIf(trk::isEventCode); }
+ALLF_DATA *trk_get_event_data(_TRKFILE *handle) {
+    return fileOf(handle).fetchIf([](unsigned code) { return trk::kEvents.contains(code); });
+}
 
 ALLF_DATA *trk_get_sample_data(_TRKFILE *handle) {
-    return fileOf(handle).getFloatDataIf([](unsigned code) { return code == REC_SAMPLE; });
+    return fileOf(handle).fetchIf([](unsigned code) { return code == REC_SAMPLE; });
 }
 
 ALLF_DATA *trk_get_recording_data(_TRKFILE *handle) {
-    return fileOf(handle).getFloatDataIf([](unsigned code) { return code == REC_RECORDING; });
+    return fileOf(handle).fetchIf([](unsigned code) { return code == REC_RECORDING; });
 }
 
 FEVENT *trk_get_event(ALLF_DATA *record) {
@@ -122,7 +122,8 @@ unsigned int trk_get_element_count(_TRKFILE *handle) {
 }
 
 int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text) {
-    return fileOf(handle).setTrialIdentifier(start_text, end_text);
+    fileOf(handle).setTrialMarkers(start_text, end_text);
+    return 0;
 }
 
 char *trk_get_start_trial_identifier(_TRKFILE *handle) { return fileOf(handle).trialMarkers().start; }
@@ -131,34 +132,36 @@ char *trk_get_end_trial_identifier(_TRKFILE *handle) { return fileOf(handle).tri
 
 int trk_get_trial_count(_TRKFILE *handle) { return static_cast<int>(fileOf(handle).trialCount()); }
 
-int trk_jump_to_trial(_TRKFILE *handle, int trial) { return fileOf(handle).jumpToTrial(trial); }
+int trk_jump_to_trial(_TRKFILE *handle, int trial) { return fileOf(handle).goToTrial(trial); }
 
-int trk_get_trial_header(_TRKFILE *handle, TRIAL *header) { return fileOf(handle).getTrialHeaders(header); }
+int trk_get_trial_header(_TRKFILE *handle, TRIAL *header) { return fileOf(handle).copyTrialHeader(header); }
 
-int trk_goto_previous_trial(_TRKFILE *handle) { return fileOf(handle).gotoPreviousTrial(); }
+int trk_goto_previous_trial(_TRKFILE *handle) { return fileOf(handle).goToPreviousTrial(); }
 
-int trk_goto_next_trial(_TRKFILE *handle) { return fileOf(handle).gotoNextTrial(); }
+int trk_goto_next_trial(_TRKFILE *handle) { return fileOf(handle).goToNextTrial(); }
 
 int trk_goto_trial_with_start_time(_TRKFILE *handle, unsigned int time) {
-    return fileOf(handle).gotoTrialWithStartTime(time);
+    return fileOf(handle).goToTrialWithStart(time);
 }
 
 int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time) {
-    return fileOf(handle).gotoTrialWithEndTime(time);
+    return fileOf(handle).goToTrialWithEnd(time);
 }
 
-int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).setBookMark(bookmark); }
+int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).setBookmark(bookmark); }
 
-int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).removeBookMark(bookmark); }
+int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).removeBookmark(bookmark); }
 
-int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).gotoBookMark(bookmark); }
+int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) { return fileOf(handle).goToBookmark(bookmark); }
 
-int trk_goto_next_bookmark(_TRKFILE *handle) { return fileOf(handle).gotoNextBookMark(); }
+int trk_goto_next_bookmark(_TRKFILE *handle) { return fileOf(handle).goToNextBookmark(); }
 
-int trk_goto_previous_bookmark(_TRKFILE *handle) { return fileOf(handle).gotoPreviousBookMark(); }
+int trk_goto_previous_bookmark(_TRKFILE *handle) { return fileOf(handle).goToPreviousBookmark(); }
 
 ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time) {
-    return fileOf(handle).getSampleCloseToTime(2 * time);
+    // The doubling wraps at 32 bits: later times find the sample 2147483648 ms before, or none.
+    const uint32_t key = 2 * time;
+    return fileOf(handle).fetchSampleAt(key);
 }
 
 unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) {
@@ -190,11 +193,11 @@ void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, int
 }
 
 void trk_get_cr_dimension(_TRKFILE * /*handle*/, FSAMPLE_REC *sample, int out[2]) {
-    put(trk::getCrDimension(*sample), out);
+    put(trk::crDimension(*sample), out);
 }
 
 void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]) {
-    put(trk::getWindowPosition(fileOf(handle).blocks(), *sample), out);
+    put(trk::windowPosition(fileOf(handle).blocks(), *sample), out);
 }
 
 void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) {
@@ -204,14 +207,13 @@ void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[
 int trk_compute_physical_setup(float distance, float distance2, float screen_left, float screen_top,
                                float screen_right, float screen_bottom, float display_left, float display_top,
                                float display_right, float display_bottom) {
-    trk::ProcessGeometry()->computePhysicalSetup(distance, distance2,
-                                                 {screen_left, screen_top, screen_right, screen_bottom},
-                                                 {display_left, display_top, display_right, display_bottom});
+    trk::ProcessGeometry()->setUp(distance, distance2, {screen_left, screen_top, screen_right, screen_bottom},
+                                  {display_left, display_top, display_right, display_bottom});
     return 0;
 }
 
 void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, double *ppd_y, float step_x, float step_y) {
-    const trk::PixelsPerDegree ppd = trk::ProcessGeometry()->calculatePpd(*sample, eye, step_x, step_y);
+    const trk::PixelsPerDegree ppd = trk::ProcessGeometry()->pixelsPerDegree(*sample, eye, step_x, step_y);
     *ppd_x = ppd.x;
     *ppd_y = ppd.y;
 }
@@ -249,7 +251,7 @@ float trk_get_sample_per_second(_TRKFILE *handle) { return sampleRateOf(handle);
 
 int get_filter_level_for_sample(_TRKFILE *handle) { return fileOf(handle).filterLevel(); }
 
-int trk_get_element_index(_TRKFILE *handle) { return static_cast<int>(fileOf(handle).currentIndex()); }
+int trk_get_element_index(_TRKFILE *handle) { return static_cast<int>(fileOf(handle).itemsPassed()); }
 
 int trk_get_input_data_availibity(_TRKFILE *handle) {
     return static_cast<int>(fileOf(handle).inputDataAvailability());

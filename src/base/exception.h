@@ -1,32 +1,20 @@
-// The one exception type inside the library.
+// The one exception type inside the library. Thrown by value, caught by const reference.
 #pragma once
-
-#include <array>
-#include <memory>
 
 namespace trk {
 
-// A message text. Thrown as a heap pointer; whoever catches it takes the ownership:
-//
-//     catch (TRKException *thrown) {
-//         const CaughtException error(thrown);
-//
 class TRKException {
   public:
-    // Texts longer than 1023 characters are cut.
-    [[gnu::format(printf, 2, 3)]] explicit TRKException(const char *format, ...);
+    // The text is a literal: throwing takes no memory for it.
+    explicit constexpr TRKException(const char *text) : text_(text) {}
 
-    [[nodiscard]] const char *text() const { return text_.data(); }
+    [[nodiscard]] const char *text() const { return text_; }
 
   private:
-    std::array<char, 1024> text_{};
+    const char *text_;
 };
-
-using CaughtException = std::unique_ptr<TRKException>;
 
 // Every failed typed read ends in this one.
 inline constexpr const char *kEndOfFile = "End of file Exception";
-
-[[noreturn]] void throwException(const char *text);
 
 } // namespace trk

@@ -11,25 +11,33 @@ namespace {
 
 constexpr std::size_t kLineCapacity = 500;
 
-std::atomic<TRK_LOG_FUNCTION> logfcn{nullptr};
+std::atomic<TRK_LOG_FUNCTION> logFunction{nullptr};
 
 } // namespace
 
-int print_log(const char *format, ...) {
+void logLine(const char *format, ...) {
     std::array<char, kLineCapacity> line{};
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(line.data(), line.size(), format, arguments);
     va_end(arguments);
 
-    if (const TRK_LOG_FUNCTION hook = logfcn.load()) {
+    if (const TRK_LOG_FUNCTION hook = logFunction.load()) {
         hook(line.data());
     } else {
         std::printf("%s", line.data());
     }
-    return 0;
 }
 
-void setLogFunction(TRK_LOG_FUNCTION function) { logfcn.store(function); }
+void setLogFunction(TRK_LOG_FUNCTION function) { logFunction.store(function); }
+
+void printText(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+}
+
+void flushStreams() { std::fflush(nullptr); }
 
 } // namespace trk

@@ -2,16 +2,15 @@
 
 #include "base/exception.h"
 #include "base/log.h"
+#include "records/codes.h"
 
 namespace trk {
 
 namespace {
 
-bool endsBlock(int code) { return code == REC_ENDSAMPLES || code == REC_ENDEVENTS; }
-
 // Samples that go back in time are not added. In a recording that goes back for good, reading on to its end would
 // add nothing and cost the more the longer it is.
-constexpr int kMostRefused = 8 * SampleQueue::kCapacity;
+constexpr int kMostRefused = 8 * SampleWindow::kCapacity;
 
 // Stands for a sample that the tracker lost, or that is not where the index has it.
 constexpr Sample placeholderSample() {
@@ -23,56 +22,87 @@ constexpr Sample placeholderSample() {
 
 constexpr Sample kPlaceholder = placeholderSample();
 
+void logUnreadableEvent(const Item &item) {
+    constexpr int kUnreadable = -1;
+    logLine("error reading trk file 4   %d %ld\n", kUnreadable, static_cast<long>(item.filePosition));
+}
+
+// Decodes the event that the reader stands before.
+bool readEvent(RecordReader &reader, uint16_t tag, const Item &reportedAs, FEVENT &event) {
+    bool read = false;
+    try {
+        read = reader.readEvent(tag, event);
+    } catch (const TRKException &) {
+        read = false;
+    }
+    if (!read) {
+        logUnreadableEvent(reportedAs);
+    }
+    return read;
+}
+
 } // namespace
 
-int resetPosition(RecordReader &reader, const TRKItem &item) {
-    reader.state().lastTagWord = item.tag_word;
-    return reader.stream().seek(item.file_position);
+bool readEventAt(RecordReader &reader, const Item &item, FEVENT &event) {
+    reader.seekTo(item.filePosition);
+    return readEvent(reader, item.tag, item, event);
 }
 
-int readIndexedEvent(RecordReader &reader, EData &event) {
-    event = EData();
-    try {
-        return reader.read_combfile_event_noexcept(event);
-    } catch (TRKException *thrown) {
-        const CaughtException error(thrown);
-        return kUnreadable;
+const Sample *BatchReader::sampleAt(ItemNumber number) {
+    const uint64_t key = index_[number].key;
+    int position = window_.find(key);
+    for (; position >= 0; position = window_.find(key)) {
+        if (SampleWindow::reachesAhead(position)) {
+            return &window_.entry(position);
+        }
+        refill(number);
     }
+    if (window_.spans(key)) {
+        return entryAt(window_.search(key));
+    }
+    refill(number);
+    position = window_.find(key);
+    if (position < 0) {
+        position = window_.search(key);
+    }
+    if (position < 0) {
+        window_.clear();
+        refill(number);
+        position = window_.find(key);
+    }
+    return entryAt(position);
 }
 
-int BatchReader::batchReadSample(std::size_t index) {
-    if (!index_[index].isSample()) {
-        return 0;
-    }
-    if (queue_.isOutOfBoundsToAdd(index_[index].sort_key)) {
-        queue_.clear();
+// Adds the samples from an item on to the window until it is full or the recording block or the index ends.
+void BatchReader::refill(ItemNumber number) {
+    if (!window_.isContinuedBy(index_[number].key)) {
+        window_.clear();
     } else {
-        queue_.shiftQueue();
+        window_.dropOldest();
     }
     // While dummies are made the stream stays where it is; the next real sample is found by a seek.
     bool seekFirst = true;
     int refused = 0;
-    while (!queue_.isFull() && refused < kMostRefused) {
-        const TRKItem &item = index_[index];
+    while (!window_.isFull() && refused < kMostRefused) {
+        const Item &item = index_[number];
         const bool added = item.isDummy() ? addDummy(item) : addSample(item, seekFirst);
         refused = added ? 0 : refused + 1;
         seekFirst = item.isDummy();
-        if (!toNextSample(index, seekFirst) || (!seekFirst && !toNextSampleRecord(index_[index]))) {
-            return 0;
+        if (!toNextSample(number, seekFirst) || (!seekFirst && !toNextSampleRecord(index_[number]))) {
+            return;
         }
     }
-    return 0;
 }
 
 // Steps to the next sample of the index. Returns false past its end, or where the block ends in the index when
 // nothing is read from the stream that would tell.
-bool BatchReader::toNextSample(std::size_t &index, bool stopAtBlockEnd) const {
-    while (++index < index_.size()) {
-        const TRKItem &item = index_[index];
+bool BatchReader::toNextSample(ItemNumber &number, bool stopAtBlockEnd) const {
+    while (++number < index_.size()) {
+        const Item &item = index_[number];
         if (item.isSample()) {
             return true;
         }
-        if (stopAtBlockEnd && endsBlock(static_cast<int>(item.code()))) {
+        if (stopAtBlockEnd && kBlockEnds.contains(item.code())) {
             return false;
         }
     }
@@ -81,55 +111,53 @@ bool BatchReader::toNextSample(std::size_t &index, bool stopAtBlockEnd) const {
 
 // Reads on to the next sample's tag word, over the events before it. Returns false where the batch ends: at the
 // end of the block or of the stream, or where something cannot be read.
-bool BatchReader::toNextSampleRecord(const TRKItem &item) {
+bool BatchReader::toNextSampleRecord(const Item &item) {
     while (true) {
-        int kind = kEndOfRecords;
+        RecordHead record;
         try {
-            kind = reader_.next_combfile_item(nullptr);
-        } catch (TRKException *thrown) {
-            const CaughtException error(thrown);
-        }
-        if (kind != kEventRecord) {
-            return kind == kSampleRecord;
-        }
-        const int result = readIndexedEvent(reader_, passedEvent_);
-        if (result < 0) {
-            print_log("error reading trk file 4   %d %ld\n", result, static_cast<long>(item.file_position));
+            record = reader_.next();
+        } catch (const TRKException &) {
             return false;
         }
-        if (endsBlock(passedEvent_.type)) {
+        if (record.kind != RecordKind::EventRecord) {
+            tag_ = record.tag;
+            return record.kind == RecordKind::SampleRecord;
+        }
+        if (!readEvent(reader_, record.tag, item, passedEvent_) ||
+            kBlockEnds.contains(static_cast<unsigned>(passedEvent_.type))) {
             return false;
         }
     }
 }
 
-bool BatchReader::addSample(const TRKItem &item, bool seekFirst) {
-    const uint32_t indexTime = timeOfKey(item.sort_key);
+bool BatchReader::addSample(const Item &item, bool seekFirst) {
+    const uint32_t indexTime = TimeKey::time(item.key);
     if (seekFirst) {
-        resetPosition(reader_, item);
+        reader_.seekTo(item.filePosition);
+        tag_ = item.tag;
     }
-    Sample &sample = queue_.freeSlot();
-    int result = kUnreadable;
+    Sample &sample = window_.freeSlot();
+    bool read = false;
     try {
-        result = reader_.read_combfile_sample_noexcept(&sample, seekFirst ? indexTime : 0);
-    } catch (TRKException *thrown) {
-        const CaughtException error(thrown);
+        read = reader_.readSample(tag_, sample, seekFirst ? indexTime : 0);
+    } catch (const TRKException &) {
+        read = false;
     }
-    if (result < 0) {
-        print_log("error reading trk file 5\n");
-        throwException("Error reading Sample - type");
+    if (!read) {
+        logLine("error reading trk file 5\n");
+        throw TRKException("Error reading Sample - type");
     }
     if (replaceMistimed_ && sample.time != indexTime) {
         return addDummy(item);
     }
-    return queue_.addSample(sample, item.sort_key);
+    return window_.add(sample, item.key);
 }
 
-bool BatchReader::addDummy(const TRKItem &item) {
-    Sample &sample = queue_.freeSlot();
+bool BatchReader::addDummy(const Item &item) {
+    Sample &sample = window_.freeSlot();
     sample = kPlaceholder;
-    sample.time = timeOfKey(item.sort_key);
-    return queue_.addSample(sample, item.sort_key);
+    sample.time = TimeKey::time(item.key);
+    return window_.add(sample, item.key);
 }
 
 } // namespace trk

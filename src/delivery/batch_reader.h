@@ -1,39 +1,41 @@
-// Fills the sample queue: one seek, then sequential reading.
+// Samples of the index, read in batches: one seek, then sequential reading into the sample window.
 #pragma once
 
 #include "index/item_index.h"
-#include "measures/sample_queue.h"
+#include "measures/sample_window.h"
 #include "records/record_reader.h"
 
 namespace trk {
 
-// Puts the reader before an item: the next record read is the item's.
-int resetPosition(RecordReader &reader, const TRKItem &item);
+// Decodes the event of an item; a body that is cut short counts as unreadable.
+[[nodiscard]] bool readEventAt(RecordReader &reader, const Item &item, FEVENT &event);
 
-// Decodes an event that the reader stands before; a body that is cut short counts as unreadable.
-int readIndexedEvent(RecordReader &reader, EData &event);
-
-class BatchReader final : public SampleRefill {
+class BatchReader {
   public:
     // With `replaceMistimed`, a sample whose time is not the one that the index has for it becomes a dummy.
-    BatchReader(RecordReader &reader, const ItemIndex &index, SampleQueue &queue, bool replaceMistimed)
-        : reader_(reader), index_(index), queue_(queue), replaceMistimed_(replaceMistimed) {}
+    BatchReader(RecordReader &reader, const ItemIndex &index, SampleWindow &window, bool replaceMistimed)
+        : reader_(reader), index_(index), window_(window), replaceMistimed_(replaceMistimed) {}
 
-    // Adds the samples from the item at `index` on to the queue until it is full or the recording block or the
-    // index ends. Returns 0. Throws "Error reading Sample - type" when a sample cannot be decoded.
-    int batchReadSample(std::size_t index) override;
+    // The sample of an item, with enough samples behind it in the window for its velocity, where there are. Null
+    // when it cannot be had. Throws "Error reading Sample - type" when a sample on the way cannot be decoded.
+    const Sample *sampleAt(ItemNumber number);
 
   private:
-    bool toNextSample(std::size_t &index, bool stopAtBlockEnd) const;
-    bool toNextSampleRecord(const TRKItem &item);
-    bool addSample(const TRKItem &item, bool seekFirst);
-    bool addDummy(const TRKItem &item);
+    [[nodiscard]] const Sample *entryAt(int position) const {
+        return position >= 0 ? &window_.entry(position) : nullptr;
+    }
+    void refill(ItemNumber number);
+    bool toNextSample(ItemNumber &number, bool stopAtBlockEnd) const;
+    bool toNextSampleRecord(const Item &item);
+    bool addSample(const Item &item, bool seekFirst);
+    bool addDummy(const Item &item);
 
     RecordReader &reader_;
     const ItemIndex &index_;
-    SampleQueue &queue_;
+    SampleWindow &window_;
     bool replaceMistimed_;
-    EData passedEvent_;
+    uint16_t tag_ = 0; // of the sample that the stream stands before
+    FEVENT passedEvent_{};
 };
 
 } // namespace trk

@@ -9,22 +9,20 @@ namespace trk {
 namespace {
 
 // Events whose pairing must see them even when the caller does not fetch them.
-bool pairingNeeds(unsigned code) {
-    return code == REC_SBLINK || code == REC_EBLINK || code == REC_SSACC || code == REC_SFIX;
-}
+constexpr CodeSet kNeededByPairing = kEyeEventStarts | CodeSet{REC_EBLINK};
 
 void hideGaze(FSAMPLE_REC &sample, int eye) { sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA; }
 
-void finishSample(const TRKItem &item, FSAMPLE_REC &sample) {
-    if ((item.item_type & kItemInLeftBlink) != 0) {
+void finishSample(const Item &item, FSAMPLE_REC &sample) {
+    if (item.has(kItemInLeftBlink)) {
         hideGaze(sample, 0);
     }
-    if ((item.item_type & kItemInRightBlink) != 0) {
+    if (item.has(kItemInRightBlink)) {
         hideGaze(sample, 1);
     }
-    // The doubling wraps at 32 bits, on purpose: late times always get the flag.
+    // The doubling wraps at 32 bits: from 2147483648 ms on every sample has the flag, as callers know it.
     const uint32_t doubled = 2 * sample.time;
-    if (item.sort_key != doubled) {
+    if (item.key != doubled) {
         sample.flags |= TRK_SAMPLE_DUPLICATE_TIME;
     }
 }
@@ -32,51 +30,50 @@ void finishSample(const TRKItem &item, FSAMPLE_REC &sample) {
 } // namespace
 
 int Delivery::step() {
-    if (currentIndex_ >= index_.size()) {
+    if (itemsPassed_ >= index_.size()) {
         return 0;
     }
-    const TRKItem &item = index_[currentIndex_];
+    const Item &item = index_[itemsPassed_];
     if (item.isRecordingBlock()) {
         const FRECORDING &recording = index_.recordingOf(item);
         currentRecording_ = recording.state == TRK_BLOCK_START ? &recording : nullptr;
     }
-    ++currentIndex_;
+    ++itemsPassed_;
     walkStarted_ = true;
-    if (strict_ && pairingNeeds(item.code())) {
-        getFloatData();
+    if (strict_ && kNeededByPairing.contains(item.code())) {
+        fetch();
     }
     return static_cast<int>(item.code());
 }
 
-ALLF_DATA *Delivery::getFloatData() {
+ALLF_DATA *Delivery::fetch() {
     if (currentItem() == nullptr) {
         return nullptr;
     }
-    return walkStarted_ ? read(currentIndex_ - 1) : &buffer_;
+    return walkStarted_ ? read(itemsPassed_ - 1) : &buffer_;
 }
 
-ALLF_DATA *Delivery::peek(std::size_t index) {
+ALLF_DATA *Delivery::peek(ItemNumber number) {
     try {
-        if (reader_.readItem(index, currentRecording_, buffer_) != 0) {
-            print_log("Read error \n");
+        if (!reader_.readItem(number, currentRecording_, buffer_)) {
+            logLine("Read error \n");
             return nullptr;
         }
-    } catch (TRKException *thrown) {
-        const CaughtException error(thrown);
-        print_log("Error %s \n", error->text());
+    } catch (const TRKException &error) {
+        logLine("Error %s \n", error.text());
         return nullptr;
     }
     return &buffer_;
 }
 
-ALLF_DATA *Delivery::read(std::size_t index) {
-    ALLF_DATA *const record = peek(index);
+ALLF_DATA *Delivery::read(ItemNumber number) {
+    ALLF_DATA *const record = peek(number);
     if (record == nullptr) {
         return nullptr;
     }
-    const TRKItem &item = index_[index];
-    if (strict_ && isEventCode(item.code())) {
-        pairing_.pair(index, record->event);
+    const Item &item = index_[number];
+    if (strict_ && kEvents.contains(item.code())) {
+        pairing_.pair(item, number, record->event);
     } else if (item.isSample()) {
         finishSample(item, record->sample);
     }

@@ -5,8 +5,6 @@
 #include "delivery/item_reader.h"
 #include "index/item_index.h"
 
-#include <cstdint>
-
 namespace trk {
 
 class Delivery {
@@ -20,24 +18,24 @@ class Delivery {
 
     // Decodes the current item into the buffer and returns the buffer, or null when there is no current item or
     // it cannot be read. Before the first step the buffer is returned as it is.
-    ALLF_DATA *getFloatData();
+    ALLF_DATA *fetch();
 
-    // Decodes the item at `index` likewise, whether or not the walk has begun, and leaves the read position.
-    ALLF_DATA *read(std::size_t index);
+    // Decodes an item likewise, whether or not the walk has begun, and leaves the read position.
+    ALLF_DATA *read(ItemNumber number);
 
     // The same for a look at an item that is not delivered: starts and ends of eye events are not paired.
-    ALLF_DATA *peek(std::size_t index);
+    ALLF_DATA *peek(ItemNumber number);
 
-    // 1-based position of the item last delivered; 0 before the first. Jumps set it.
-    [[nodiscard]] uint32_t currentIndex() const { return currentIndex_; }
-    void setCurrentIndex(uint32_t index) { currentIndex_ = index; }
+    // The read position: the number of items before it, the one stepped to last among them. Jumps set it.
+    [[nodiscard]] ItemNumber itemsPassed() const { return itemsPassed_; }
+    void goTo(ItemNumber itemsPassed) { itemsPassed_ = itemsPassed; }
 
-    // The item last delivered; null before the first and past the end.
-    [[nodiscard]] const TRKItem *currentItem() const {
-        return currentIndex_ == 0 || currentIndex_ > index_.size() ? nullptr : &index_[currentIndex_ - 1];
+    // The item before the read position; null before the first and past the end.
+    [[nodiscard]] const Item *currentItem() const {
+        return itemsPassed_ == 0 || itemsPassed_ > index_.size() ? nullptr : &index_[itemsPassed_ - 1];
     }
 
-    // Whether a record that getFloatData returned is the buffer as it is before the first step.
+    // Whether a record that fetch returned is the buffer as it is before the first step.
     [[nodiscard]] bool isUndecoded(const ALLF_DATA *record) const { return !walkStarted_ && record == &buffer_; }
 
     // The recording block in force; null outside.
@@ -48,7 +46,7 @@ class Delivery {
     const ItemIndex &index_;
     bool strict_;
     EventPairing pairing_;
-    uint32_t currentIndex_ = 0;
+    ItemNumber itemsPassed_ = 0;
     bool walkStarted_ = false;
     const FRECORDING *currentRecording_ = nullptr; // in the index
     ALLF_DATA buffer_{};

@@ -16,26 +16,23 @@ class EventPairing {
   public:
     explicit EventPairing(const ItemIndex &index) : index_(index) {}
 
-    // `item` is the place of the event in the index.
-    void pair(std::size_t item, FEVENT &event);
+    // `item` is the event's, at `number` in the index.
+    void pair(const Item &item, ItemNumber number, FEVENT &event);
 
   private:
     static constexpr uint32_t kUnset = 0xFFFFFFFF;
 
+    // Start times of the events last seen, ms.
     struct EyeTimes {
-        uint32_t ssacc_time = kUnset;
-        uint32_t esacc_time = kUnset;
-        uint32_t sblink_time = kUnset;
-        uint32_t eblink_time = kUnset;
-        uint32_t sfix_time = kUnset;
-        uint32_t efix_time = kUnset;
+        uint32_t saccade = kUnset;
+        uint32_t blink = kUnset;
+        uint32_t endedBlink = kUnset;
+        uint32_t fixation = kUnset;
     };
 
-    int initEventPairArray(int eye);
-    int initFixationPairArray(int eye);
-    void pairBlinkEnd(std::size_t item, FEVENT &event, EyeTimes &eye) const;
-    void pairSaccadeEnd(FEVENT &event, int eye);
-    void pairFixationEnd(FEVENT &event, int eye);
+    [[nodiscard]] uint32_t startOfBlink(const Item &blinkEnd, ItemNumber number, uint32_t ownTime) const;
+    static void pairSaccadeEnd(FEVENT &event, EyeTimes &eye);
+    static void pairFixationEnd(FEVENT &event, EyeTimes &eye);
 
     const ItemIndex &index_;
     std::array<EyeTimes, kEyes> eyes_;

@@ -7,72 +7,44 @@
 
 namespace trk {
 
-namespace {
-
-constexpr int kUnknownItem = -1;
-
-// An event that no record of the file stands behind.
-FEVENT libraryMadeEvent(const TRKItem &item) {
-    FEVENT event{};
-    event.type = REC_SBLINK;
-    event.time = event.start_time = timeOfKey(item.sort_key);
-    event.eye = static_cast<int16_t>(item.eye());
-    return event;
-}
-
-} // namespace
-
-int ItemReader::readItem(std::size_t index, const FRECORDING *block, ALLF_DATA &out) {
-    const TRKItem &item = index_[index];
-    if (isEventCode(item.code())) {
-        readEvent(item, out.event);
-        return 0;
+bool ItemReader::readItem(ItemNumber number, const FRECORDING *block, ALLF_DATA &out) {
+    const Item &item = index_[number];
+    if (item.isSample()) {
+        return readSample(number, block, out.sample);
     }
     if (item.isRecordingBlock()) {
         out.recording = index_.recordingOf(item);
-        return 0;
+        return true;
     }
-    if (item.isSample()) {
-        return readSample(index, block, out.sample);
+    if (!kEvents.contains(item.code())) {
+        out = {};
+        return false;
     }
-    out = {};
-    return kUnknownItem;
+    if (!readEventAt(reader_, item, event_)) {
+        throw TRKException("Error reading event - type(readItem)");
+    }
+    out.event = event_;
+    return true;
 }
 
-void ItemReader::readEvent(const TRKItem &item, FEVENT &out) {
-    if (item.file_position == kNoFilePosition) {
-        out = libraryMadeEvent(item);
-        return;
+bool ItemReader::readSample(ItemNumber number, const FRECORDING *block, FSAMPLE_REC &out) {
+    const Sample *const sample = batches_.sampleAt(number);
+    if (sample == nullptr) {
+        return false;
     }
-    resetPosition(reader_, item);
-    const int result = readIndexedEvent(reader_, event_);
-    if (result < 0) {
-        print_log("error reading trk file 4   %d %ld\n", result, static_cast<long>(item.file_position));
-        throwException("Error reading event - type(readItem)");
-    }
-    event_.process_event();
-    out = event_;
-}
-
-int ItemReader::readSample(std::size_t index, const FRECORDING *block, FSAMPLE_REC &out) {
-    const Sample *queued = queue_.getSample(index, refill_);
-    if (queued != nullptr && queued->sort_key != index_[index].sort_key) {
-        queued = queue_.getSample(index, refill_);
-    }
-    if (queued == nullptr) {
-        return kUnknownItem;
-    }
-    out = *queued;
+    out = *sample;
     if (block != nullptr) {
-        const FixedResolution fixed = config_ == nullptr
-                                          ? FixedResolution{}
-                                          : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
-        velocity_.setVelocity(out, fixed, truncateTo<int>(block->sample_rate));
+        velocity_.setVelocity(out, fixedResolution(), truncateTo<int>(block->sample_rate));
     } else {
-        print_log("WARNING: TRK FILE MAY BE CORRUPTED. Samples %ld found without start recording \n",
-                  static_cast<long>(out.time));
+        logLine("WARNING: TRK FILE MAY BE CORRUPTED. Samples %ld found without start recording \n",
+                static_cast<long>(out.time));
     }
-    return 0;
+    return true;
+}
+
+FixedResolution ItemReader::fixedResolution() const {
+    return config_ == nullptr ? FixedResolution{}
+                              : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
 }
 
 } // namespace trk

@@ -3,7 +3,6 @@
 
 #include "delivery/batch_reader.h"
 #include "index/item_index.h"
-#include "measures/sample_queue.h"
 #include "measures/velocity.h"
 #include "records/record_reader.h"
 
@@ -12,25 +11,24 @@ namespace trk {
 class ItemReader {
   public:
     // `config` is the caller's, may be null, and is read at every sample.
-    ItemReader(RecordReader &reader, const ItemIndex &index, SampleQueue &queue, SampleRefill &refill,
-               VelocityComputer &velocity, const CONFIG *config)
-        : reader_(reader), index_(index), queue_(queue), refill_(refill), velocity_(velocity), config_(config) {}
+    ItemReader(RecordReader &reader, const ItemIndex &index, BatchReader &batches, VelocityComputer &velocity,
+               const CONFIG *config)
+        : reader_(reader), index_(index), batches_(batches), velocity_(velocity), config_(config) {}
 
-    // Decodes the item at `index` into `out`. `block` is the recording block in force, or null. Returns 0, or -1
-    // for an item of unknown type and a sample that cannot be had. Throws when a record cannot be decoded.
-    int readItem(std::size_t index, const FRECORDING *block, ALLF_DATA &out);
+    // Decodes an item into `out`. `block` is the recording block in force, or null. Returns false for an item of
+    // unknown type and a sample that cannot be had. Throws when a record cannot be decoded.
+    [[nodiscard]] bool readItem(ItemNumber number, const FRECORDING *block, ALLF_DATA &out);
 
   private:
-    void readEvent(const TRKItem &item, FEVENT &out);
-    int readSample(std::size_t index, const FRECORDING *block, FSAMPLE_REC &out);
+    bool readSample(ItemNumber number, const FRECORDING *block, FSAMPLE_REC &out);
+    [[nodiscard]] FixedResolution fixedResolution() const;
 
     RecordReader &reader_;
     const ItemIndex &index_;
-    SampleQueue &queue_;
-    SampleRefill &refill_;
+    BatchReader &batches_;
     VelocityComputer &velocity_;
     const CONFIG *config_;
-    EData event_;
+    FEVENT event_{}; // a record that cannot be decoded leaves the caller's as it was
 };
 
 } // namespace trk

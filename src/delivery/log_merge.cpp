@@ -1,6 +1,5 @@
 #include "delivery/log_merge.h"
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -11,150 +10,104 @@ namespace {
 constexpr uint64_t kBehindLastItem = std::numeric_limits<uint64_t>::max();
 constexpr uint64_t kNear = 2; // ms
 constexpr std::size_t kLongestText = 260;
-constexpr const char *kSyncMark = "TRACKER_TIME";
 
 constexpr bool liesBefore(uint64_t earlier, uint64_t later) { return earlier < later && later - earlier > kNear; }
 
+bool pairsClocks(const ALLF_DATA &record, const Item &item) {
+    return item.code() == REC_MESSAGE && record.event.message != nullptr &&
+           std::strstr(record.event.message->text, kClockPairingMark) != nullptr;
+}
+
 } // namespace
 
-LogMerge::LogMerge(Delivery &delivery, const ItemIndex &index, MessageLog &log)
-    : delivery_(delivery), index_(index), log_(log), logCursor_(log.loadEyeLog() ? 0 : -1) {}
-
-int LogMerge::getNextDataMergeWithLog() {
-    deliveredLogMsg_ = -1;
-    logMsgPending_ = false;
-    return getNextDataWLogInternal();
-}
-
-ALLF_DATA *LogMerge::getFloatDataMergeWithLog() {
-    if (deliveredLogMsg_ >= 1) {
-        return &eventBuffer_;
-    }
-    if (!logMsgPending_) {
-        return delivery_.getFloatData();
-    }
-    logMsgPending_ = false;
-    getEyeLogMsg();
-    return &eventBuffer_;
-}
-
-int LogMerge::getNextDataWLogInternal() {
-    while (true) {
-        const uint32_t item = delivery_.currentIndex();
-        const int message = logCursor_;
-        if (message < 0 || message >= log_.getNumOfLogMsg()) {
-            return delivery_.step();
-        }
+int LogMerge::step() {
+    fetched_ = Fetched::TheItem;
+    while (log_.isMergeable() && messagesPassed_ < log_.messages().size()) {
+        const ItemNumber item = delivery_.itemsPassed();
         const uint64_t time = itemTime(item);
-        const uint64_t logTime = log_.messages()[static_cast<std::size_t>(message)].time;
-        if (liesBefore(time, logTime)) {
-            return delivery_.step();
+        const uint64_t messageTime = log_.messages()[messagesPassed_].time;
+        if (liesBefore(time, messageTime)) {
+            break;
         }
-        logCursor_ = message + 1;
-        if (liesBefore(logTime, time)) {
-            return chooseLogMessage();
+        ++messagesPassed_;
+        if (liesBefore(messageTime, time)) {
+            return stepToMessage();
         }
-
-        // The two lie within 2 ms of each other: look at both.
-        bool fileSync = false;
-        const bool itemSeen = lookAhead(item, fileSync);
-        const bool logSync = getEyeLogMsg().find(kSyncMark) != std::string::npos;
-        deliveredLogMsg_ = -1;
-        if (!itemSeen) {
-            // The last item of the file is not looked at, and is skipped, on purpose.
-            delivery_.setCurrentIndex(item + 1);
-            return chooseLogMessage();
+        if (const std::optional<int> code = stepNearMessage(item, time, messageTime)) {
+            return *code;
         }
-        if (fileSync && logSync) {
-            delivery_.setCurrentIndex(item + 1); // neither is delivered
-            continue;
-        }
-        if (fileSync) {
-            fileSyncSeen(time, item + 1);
-            if (time >= logTime) {
-                return chooseLogMessage();
-            }
-            logCursor_ = message; // the message waits, the file's sync message is dropped
-            delivery_.setCurrentIndex(item + 1);
-            continue;
-        }
-        if (logSync) {
-            logSyncSeen(logTime, item);
-            if (time >= logTime) {
-                logMsgPending_ = true; // the log's sync line is consumed
-                continue;
-            }
-        } else if (time >= logTime) {
-            return chooseLogMessage();
-        }
-        logCursor_ = message;
-        return delivery_.step();
     }
+    return delivery_.step();
+}
+
+ALLF_DATA *LogMerge::fetch() {
+    if (fetched_ == Fetched::TheItem) {
+        return delivery_.fetch();
+    }
+    if (fetched_ == Fetched::TheMessage) {
+        buildMessage();
+        fetched_ = Fetched::BuiltMessage;
+    }
+    return &buffer_;
+}
+
+// Decides between an item and the message before the place in the log, which lie within 2 ms of each other.
+// Returns the code of what was stepped to, or nothing where one of them is left out and the next are to be looked
+// at.
+std::optional<int> LogMerge::stepNearMessage(ItemNumber item, uint64_t time, uint64_t messageTime) {
+    // The last item is not looked at, and gives way to the message, be it what it may.
+    const ALLF_DATA *const record = item + 1 < index_.size() ? delivery_.peek(item) : nullptr;
+    const bool messagePairs = buildMessage().find(kClockPairingMark) != std::string::npos;
+    if (record == nullptr) {
+        delivery_.goTo(item + 1);
+        return stepToMessage();
+    }
+    const bool itemPairs = pairsClocks(*record, index_[item]);
+    const bool messageIsFirst = time >= messageTime;
+    if (itemPairs && messagePairs) { // one moment, told twice
+        delivery_.goTo(item + 1);
+        return std::nullopt;
+    }
+    if (messageIsFirst && messagePairs) {
+        // The line of the log is left out, but for a caller who fetches the item that comes in its place: he gets
+        // the line, and loses the item.
+        fetched_ = Fetched::TheMessage;
+        return std::nullopt;
+    }
+    if (messageIsFirst) {
+        return stepToMessage();
+    }
+    --messagesPassed_; // the message waits
+    if (itemPairs) {
+        delivery_.goTo(item + 1); // the item is left out
+        return std::nullopt;
+    }
+    return delivery_.step();
 }
 
 // The time of an item; behind the last one the largest there is.
-uint64_t LogMerge::itemTime(uint32_t item) const {
-    return item < index_.size() ? index_.effectiveKey(index_[item]) >> 1 : kBehindLastItem;
+uint64_t LogMerge::itemTime(ItemNumber item) const {
+    return item < index_.size() ? index_.effectiveKey(index_[item]) / TimeKey::kPerMillisecond : kBehindLastItem;
 }
 
-// Decodes an item that is not the last one. Returns false when there is none to be had.
-bool LogMerge::lookAhead(uint32_t item, bool &fileSync) {
-    if (std::size_t{item} + 1 >= index_.size()) {
-        return false;
-    }
-    const ALLF_DATA *const record = delivery_.peek(item);
-    fileSync = record != nullptr && index_[item].code() == REC_MESSAGE && record->event.message != nullptr &&
-               std::strstr(record->event.message->text, kSyncMark) != nullptr;
-    return record != nullptr;
-}
-
-int LogMerge::chooseLogMessage() {
-    logMsgPending_ = true;
+int LogMerge::stepToMessage() {
+    fetched_ = Fetched::TheMessage;
     return REC_MESSAGE;
 }
 
-// Builds the message before the cursor.
-const std::string &LogMerge::getEyeLogMsg() {
-    const auto number = static_cast<std::size_t>(logCursor_ - 1);
-    messageBuffer_ = log_.textOf(number);
+// Builds the message before the place in the log, and returns its text.
+const std::string &LogMerge::buildMessage() {
+    const std::size_t number = messagesPassed_ - 1;
+    text_ = log_.textOf(number);
     message_ = {};
-    message_.length = static_cast<uint16_t>(messageBuffer_.size()); // of the whole text, on purpose
-    messageBuffer_.copy(message_.text, kLongestText);
-    eventBuffer_ = {};
-    eventBuffer_.event = {};
-    eventBuffer_.event.type = REC_MESSAGE;
-    eventBuffer_.event.start_time = static_cast<uint32_t>(log_.messages()[number].time);
-    eventBuffer_.event.message = &message_;
-    deliveredLogMsg_ = logCursor_;
-    return messageBuffer_;
-}
-
-void LogMerge::fileSyncSeen(uint64_t time, uint32_t item) {
-    const uint64_t distance = std::max(sync_.sync_time, time) - std::min(sync_.sync_time, time);
-    if (sync_.sync_state == SyncPairing::LogWaits && distance < kNear) {
-        paired(item);
-    } else if (sync_.sync_state == SyncPairing::Idle) {
-        sync_.sync_state = SyncPairing::FileWaits;
-        sync_.sync_time = time;
-    }
-}
-
-void LogMerge::logSyncSeen(uint64_t time, uint32_t item) {
-    const uint64_t sinceWaiting = time - sync_.sync_time;
-    const uint64_t distance = std::min(sinceWaiting, 0 - sinceWaiting);
-    if (sync_.sync_state == SyncPairing::Idle) {
-        sync_.sync_state = SyncPairing::LogWaits;
-        sync_.sync_time = time;
-    } else if (sync_.sync_state == SyncPairing::FileWaits ? distance < kNear : sinceWaiting < kNear) {
-        paired(item); // a second line of the log counts only behind the first, on purpose
-    }
-}
-
-void LogMerge::paired(uint32_t item) {
-    sync_.sync_state = SyncPairing::Idle;
-    sync_.sync_time = 0;
-    sync_.sync_item_index = static_cast<int>(item);
-    sync_.sync_log_index = logCursor_;
+    message_.length = static_cast<uint16_t>(text_.size()); // of the whole text: tells that it was cut
+    text_.copy(message_.text, kLongestText);
+    buffer_ = {};
+    buffer_.event = {};
+    buffer_.event.type = REC_MESSAGE;
+    buffer_.event.start_time = static_cast<uint32_t>(log_.messages()[number].time);
+    buffer_.event.message = &message_;
+    return text_;
 }
 
 } // namespace trk

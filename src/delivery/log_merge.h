@@ -4,52 +4,41 @@
 #include "delivery/delivery.h"
 #include "delivery/message_log.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace trk {
 
 class LogMerge {
   public:
-    LogMerge(Delivery &delivery, const ItemIndex &index, MessageLog &log);
+    LogMerge(Delivery &delivery, const ItemIndex &index, MessageLog &log)
+        : delivery_(delivery), index_(index), log_(log) {}
 
     // Steps to the next item or message. Returns its code, or 0 when there is none.
-    int getNextDataMergeWithLog();
+    int step();
 
     // Fetches what was stepped to; null when it cannot be had.
-    ALLF_DATA *getFloatDataMergeWithLog();
-
-    // What the pairing of sync lines has seen. Nothing in the merge goes by it.
-    struct SyncPairing {
-        enum State { Idle, FileWaits, LogWaits };
-
-        State sync_state = Idle;
-        uint64_t sync_time = 0; // of the waiting one
-        int sync_item_index = 0;
-        int sync_log_index = 0;
-    };
-    [[nodiscard]] const SyncPairing &syncPairing() const { return sync_; }
+    ALLF_DATA *fetch();
 
   private:
-    int getNextDataWLogInternal();
-    [[nodiscard]] uint64_t itemTime(uint32_t item) const;
-    [[nodiscard]] bool lookAhead(uint32_t item, bool &fileSync);
-    const std::string &getEyeLogMsg();
-    int chooseLogMessage();
-    void fileSyncSeen(uint64_t time, uint32_t item);
-    void logSyncSeen(uint64_t time, uint32_t item);
-    void paired(uint32_t item);
+    // What a fetch gives: the item, or the log message before the place in the log, to be built or built already.
+    enum class Fetched { TheItem, TheMessage, BuiltMessage };
+
+    [[nodiscard]] uint64_t itemTime(ItemNumber item) const;
+    std::optional<int> stepNearMessage(ItemNumber item, uint64_t time, uint64_t messageTime);
+    int stepToMessage();
+    const std::string &buildMessage();
 
     Delivery &delivery_;
     const ItemIndex &index_;
     MessageLog &log_;
-    int logCursor_;              // the next message to merge; -1: none
-    bool logMsgPending_ = false; // the last step chose a message that was not built yet
-    int deliveredLogMsg_ = -1;   // number of the message last built by a fetch, from 1
-    std::string messageBuffer_;  // its text
-    SyncPairing sync_;
+    std::size_t messagesPassed_ = 0; // the place in the log
+    Fetched fetched_ = Fetched::TheItem;
+    std::string text_; // of the message last built
     TRK_MESSAGE message_{};
-    ALLF_DATA eventBuffer_{};
+    ALLF_DATA buffer_{};
 };
 
 } // namespace trk

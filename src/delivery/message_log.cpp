@@ -1,5 +1,6 @@
 #include "delivery/message_log.h"
 
+#include "base/log.h"
 #include "base/numeric.h"
 
 #include <algorithm>
@@ -21,14 +22,13 @@ namespace trk {
 namespace {
 
 constexpr int kLineLimit = 4096;
-constexpr const char *kSyncMark = "TRACKER_TIME";
 constexpr const char *kEndMark = "Quit logger";
 constexpr const char *kDefaultName = "xq_messages.log";
 constexpr int64_t kStartOfFirstLine = -1;
 
 struct ExtraMessageFile {
     std::mutex mutex;
-    std::optional<std::string> name; // plogMsgFile
+    std::optional<std::string> name;
 };
 
 ExtraMessageFile &extraMessageFile() {
@@ -61,18 +61,19 @@ template <class Number> const char *readNumber(const char *text, Number &number)
     return next == first ? nullptr : next;
 }
 
-// Reads the fields of a sync line: log time, a word, an integer, the tracker's time.
-std::optional<TrackerT> parseSyncLine(const char *line) {
-    TrackerT sync{};
-    const char *const word = readNumber(line, sync.log_time);
+// Reads the fields of a line that pairs the clocks: log time, a word, an integer, the tracker's time.
+std::optional<ClockPairing> parsePairing(const char *line) {
+    ClockPairing pairing{};
+    int32_t unused = 0;
+    const char *const word = readNumber(line, pairing.logTime);
     if (word == nullptr) {
         return std::nullopt;
     }
     const char *const start = skipBlanks(word);
     const char *const end = std::find_if(start, start + std::strlen(start), isBlank);
-    const char *const number = start == end ? nullptr : readNumber(end, sync.sync_value);
-    return number != nullptr && readNumber(number, sync.tracker_time) != nullptr ? std::optional(sync)
-                                                                                 : std::nullopt;
+    const char *const number = start == end ? nullptr : readNumber(end, unused);
+    return number != nullptr && readNumber(number, pairing.trackerTime) != nullptr ? std::optional(pairing)
+                                                                                   : std::nullopt;
 }
 
 bool isRegularFile(const char *path) {
@@ -100,30 +101,23 @@ std::string extraMessageFileFor(const char *recordingPath) {
     return name.append(kDefaultName);
 }
 
-void MessageLog::setEyeLogFileName(const std::string &name) {
-    if (!name.empty()) {
-        name_ = name;
-        std::printf("Log file name %s \n", name.c_str());
-    }
-}
-
-int MessageLog::openEyeLogFile() {
+MessageLog::MessageLog(const std::string &name) {
     // A pipe or a device may have no end, or nothing to say.
-    file_.reset(isRegularFile(name_.c_str()) ? std::fopen(name_.c_str(), "rt") : nullptr);
+    file_.reset(isRegularFile(name.c_str()) ? std::fopen(name.c_str(), "rt") : nullptr);
     if (!file_) {
-        return -1;
+        return;
     }
     std::array<char, kLineLimit> line{};
     bool started = false;
     bool ended = false;
-    // The start of the first line is not known. Seeking there fails and the file stays at the second line, so that
-    // a sync line on the first has the text of the second. On purpose.
+    // The start of the first line is not known. Seeking there fails and the file stays at the second line: a
+    // pairing on the first line is delivered with the text of the second. Kept, as it names no wrong time.
     int64_t start = kStartOfFirstLine;
     while (!ended && std::fgets(line.data(), kLineLimit, file_.get()) != nullptr) {
         const int64_t next = ftello(file_.get());
-        if (std::strstr(line.data(), kSyncMark) != nullptr) {
+        if (std::strstr(line.data(), kClockPairingMark) != nullptr) {
             started = true;
-            addSyncLine(line.data(), start, next);
+            addPairing(line.data(), start, next);
         } else if (started) {
             ended = std::strstr(line.data(), kEndMark) != nullptr;
             if (!ended) {
@@ -133,20 +127,17 @@ int MessageLog::openEyeLogFile() {
         start = next;
     }
     std::rewind(file_.get());
-    loaded_ = ended && !trackerTimes_.empty();
-    count_ = truncateTo<int>(static_cast<double>(messages_.size()));
-    return count_;
+    mergeable_ = ended && lastPairing_;
 }
 
-void MessageLog::addSyncLine(const char *line, int64_t start, int64_t next) {
-    std::optional<TrackerT> sync = parseSyncLine(line);
-    if (!sync) {
-        std::puts("TRACKER_TIME format not right ");
+void MessageLog::addPairing(const char *line, int64_t start, int64_t next) {
+    const std::optional<ClockPairing> pairing = parsePairing(line);
+    if (!pairing) {
+        printText("TRACKER_TIME format not right \n");
         return;
     }
-    sync->log_index = static_cast<uint32_t>(messages_.size());
-    trackerTimes_.push_back(*sync);
-    messages_.push_back({truncateTo<uint64_t>(std::round(sync->tracker_time)), textOffsetOfLine(start, next)});
+    lastPairing_ = pairing;
+    messages_.push_back({truncateTo<uint64_t>(std::round(pairing->trackerTime)), textOffsetOfLine(start, next)});
 }
 
 int64_t MessageLog::textOffsetOfLine(int64_t start, int64_t next) {
@@ -160,25 +151,21 @@ int64_t MessageLog::textOffsetOfLine(int64_t start, int64_t next) {
     return text != nullptr ? lineStart + (text - line.data()) : lineStart;
 }
 
-// The time of a message goes by the last sync line before it. Without one, or without a time, there is none.
+// The time of a message goes by the last pairing before it. Without one, or without a time, there is none.
 void MessageLog::addMessage(const char *line, int64_t start) {
     float logTime = 0;
     const char *const textStart = readNumber(line, logTime);
-    if (textStart == nullptr || trackerTimes_.empty()) {
+    if (textStart == nullptr || !lastPairing_) {
         return;
     }
-    const TrackerT &sync = trackerTimes_.back();
-    const double sinceSync = static_cast<double>(logTime) - sync.log_time;
-    const double time = std::floor(std::trunc(sync.tracker_time) + sinceSync + 0.5);
+    const double sincePairing = static_cast<double>(logTime) - lastPairing_->logTime;
+    const double time = std::floor(std::trunc(lastPairing_->trackerTime) + sincePairing + 0.5);
     messages_.push_back({truncateTo<uint64_t>(time), start + (textStart - line)});
 }
 
 std::string MessageLog::textOf(std::size_t message) {
-    if (!file_) {
-        return {};
-    }
     std::array<char, kLineLimit> rest{};
-    if (fseeko(file_.get(), messages_[message].text_offset, SEEK_SET) != 0 ||
+    if (fseeko(file_.get(), messages_[message].textOffset, SEEK_SET) != 0 ||
         std::fgets(rest.data(), kLineLimit, file_.get()) == nullptr) {
         rest[0] = '\0';
     }

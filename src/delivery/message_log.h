@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,51 +17,46 @@ void setExtraMessageFile(const char *path);
 // The name of the log of a recording: the process-wide one, or that of the log beside the recording.
 std::string extraMessageFileFor(const char *recordingPath);
 
+// Stands in lines of the log, and in messages of the recording, that pair the two clocks.
+inline constexpr const char *kClockPairingMark = "TRACKER_TIME";
+
 // A message on the tracker's clock.
-struct LogMsg {
-    uint64_t time;       // ms of the tracker's clock
-    int64_t text_offset; // where its text begins in the file
+struct LogMessage {
+    uint64_t time;      // ms of the tracker's clock
+    int64_t textOffset; // where its text begins in the file
 };
 
-// A line of the log that pairs the two clocks.
-struct TrackerT {
-    uint32_t log_index; // number of messages before it
-    int32_t sync_value; // kept, not used
-    double tracker_time;
-    double log_time;
+// The times of one moment on both clocks, ms.
+struct ClockPairing {
+    double trackerTime;
+    double logTime;
 };
 
 class MessageLog {
   public:
-    // An empty name is ignored.
-    void setEyeLogFileName(const std::string &name);
+    // An empty log.
+    MessageLog() = default;
 
-    // Reads the log whose name was set. Returns the number of its messages, or -1 when it cannot be opened.
-    int openEyeLogFile();
+    // Reads a log; one that cannot be opened is empty.
+    explicit MessageLog(const std::string &name);
 
     // Whether the log was read to its end line and pairs the clocks: its messages can be merged.
-    [[nodiscard]] bool loadEyeLog() const { return loaded_; }
+    [[nodiscard]] bool isMergeable() const { return mergeable_; }
 
-    // -1 when there is no log.
-    [[nodiscard]] int getNumOfLogMsg() const { return count_; }
+    [[nodiscard]] const std::vector<LogMessage> &messages() const { return messages_; }
 
-    [[nodiscard]] const std::vector<LogMsg> &messages() const { return messages_; }
-    [[nodiscard]] const std::vector<TrackerT> &trackerTimes() const { return trackerTimes_; }
-
-    // The text of a message: its time, then what follows the time in the log. Empty without a file.
+    // The text of a message: its time, then what follows the time in the log.
     [[nodiscard]] std::string textOf(std::size_t message);
 
   private:
-    void addSyncLine(const char *line, int64_t start, int64_t next);
+    void addPairing(const char *line, int64_t start, int64_t next);
     void addMessage(const char *line, int64_t start);
     int64_t textOffsetOfLine(int64_t start, int64_t next);
 
-    std::string name_;
     FilePointer file_;
-    std::vector<LogMsg> messages_;
-    std::vector<TrackerT> trackerTimes_;
-    bool loaded_ = false;
-    int count_ = -1;
+    std::vector<LogMessage> messages_;
+    std::optional<ClockPairing> lastPairing_;
+    bool mergeable_ = false;
 };
 
 } // namespace trk

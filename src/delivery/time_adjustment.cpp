@@ -14,37 +14,37 @@ constexpr uint32_t kFirstLateTime = 400000000; // ms
 // Takes the first record's time. Returns false when the recording needs no adjustment, now and from now on.
 bool TimeAdjustment::begin(uint32_t time, const char *announcement) {
     timeBase_ = time;
-    if (lastSampleTime_ < kFirstLateTime) {
+    if (lastTime_ < kFirstLateTime) {
         disabled_ = true;
         return false;
     }
     if (!announced_) {
-        print_log("%s", announcement);
+        logLine("%s", announcement);
         announced_ = true;
     }
     return true;
 }
 
 // Recording blocks are moved by the time of the first record delivered, samples and events by that of the first
-// record of the file; the two announcements differ by a blank. Both on purpose.
-void TimeAdjustment::adjustTimes(const TRKItem *item, ALLF_DATA &record) {
+// record of the file, and the two announcements differ by a blank: what was analysed before keeps its times.
+void TimeAdjustment::adjust(const Item *item, ALLF_DATA &record) {
     if (disabled_) {
         return;
     }
     if (item == nullptr) {
-        print_log("Unknown type %d\n", 0);
+        logLine("Unknown type %d\n", 0);
         return;
     }
     const unsigned code = item->code();
-    if (isEventCode(code)) {
+    if (kEvents.contains(code)) {
         FEVENT &event = record.event;
         const bool ownTime = event.time != 0 && event.time < event.start_time;
         if (timeBase_ == 0 && !begin(ownTime ? event.time : event.start_time, "Enabling time offset fixup \n")) {
             return;
         }
-        event.time -= firstSampleTime_;
-        event.start_time -= firstSampleTime_;
-        event.end_time -= firstSampleTime_;
+        event.time -= firstTime_;
+        event.start_time -= firstTime_;
+        event.end_time -= firstTime_;
     } else if (code == REC_RECORDING) {
         FRECORDING &recording = record.recording;
         if (timeBase_ == 0 && !begin(recording.time, "Enabling time offset fixup\n")) {
@@ -56,9 +56,9 @@ void TimeAdjustment::adjustTimes(const TRKItem *item, ALLF_DATA &record) {
         if (timeBase_ == 0 && !begin(sample.time, "Enabling time offset fixup\n")) {
             return;
         }
-        sample.time -= firstSampleTime_;
+        sample.time -= firstTime_;
     } else {
-        print_log("Unknown type %d\n", static_cast<int>(code));
+        logLine("Unknown type %d\n", static_cast<int>(code));
     }
 }
 

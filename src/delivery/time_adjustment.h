@@ -10,19 +10,20 @@ namespace trk {
 
 class TimeAdjustment {
   public:
-    TimeAdjustment(bool disabled, uint32_t firstSampleTime, uint32_t lastSampleTime)
-        : disabled_(disabled), firstSampleTime_(firstSampleTime), lastSampleTime_(lastSampleTime) {}
+    // With the time of the first record of the file and the largest one.
+    TimeAdjustment(bool disabled, uint32_t firstTime, uint32_t lastTime)
+        : disabled_(disabled), firstTime_(firstTime), lastTime_(lastTime) {}
 
     // Changes the times of a delivered record. `item` is the item on which the walk stands, or null when it
     // stands on none.
-    void adjustTimes(const TRKItem *item, ALLF_DATA &record);
+    void adjust(const Item *item, ALLF_DATA &record);
 
   private:
     bool begin(uint32_t time, const char *announcement);
 
     bool disabled_;
-    uint32_t firstSampleTime_;
-    uint32_t lastSampleTime_;
+    uint32_t firstTime_;
+    uint32_t lastTime_;
     uint32_t timeBase_ = 0; // time of the first record delivered, 0 before
     bool announced_ = false;
 };

@@ -10,8 +10,6 @@ namespace {
 
 constexpr uint16_t kFirstEyeBit = 0x8000;
 constexpr uint16_t kSecondEyeBit = 0x4000;
-constexpr uint32_t kCameraWindowWidth = 176;
-constexpr uint32_t kCameraWindowHeight = 190;
 
 uint8_t eyesOf(uint16_t word, uint8_t firstEye, uint8_t secondEye) {
     const bool first = (word & kFirstEyeBit) != 0;
@@ -25,11 +23,11 @@ uint8_t eyesOf(uint16_t word, uint8_t firstEye, uint8_t secondEye) {
 FRECORDING commonFields(const FEVENT &event, const DecodingState &state, uint32_t time, uint8_t recordType) {
     FRECORDING recording{};
     recording.time = time;
-    recording.sort_key = keyOfTime(time);
+    recording.sort_key = TimeKey::of(time);
     recording.sample_rate = state.sampleRate;
     recording.record_type = recordType;
     recording.pupil_mode = event.aux_word2 != 1 ? 1 : 0;
-    recording.recording_mode = state.recordingModeWord != 0 ? 1 : 0;
+    recording.recording_mode = state.recordingMode != 0 ? 1 : 0;
     recording.filter_level = static_cast<uint8_t>(state.filterLevel);
     recording.pos_type = static_cast<uint8_t>(event.parse_flags);
     recording.window_size1 = kCameraWindowWidth;
@@ -76,7 +74,7 @@ void BlockPairing::joinOrAppend(Pending &pending, const FRECORDING &recording) {
         partner->record_type = TRK_BLOCK_SAMPLES_AND_EVENTS;
         partner->sort_key = recording.state == TRK_BLOCK_START ? std::min(partner->sort_key, recording.sort_key)
                                                                : std::max(partner->sort_key, recording.sort_key);
-        partner->time = timeOfKey(partner->sort_key);
+        partner->time = TimeKey::time(partner->sort_key);
         if (partner->pos_type == 0) {
             partner->pos_type = recording.pos_type;
         }

@@ -1,5 +1,7 @@
 #include "index/eye_event_fixups.h"
 
+#include "records/codes.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -10,62 +12,52 @@ namespace trk {
 
 namespace {
 
-bool isEyeEvent(unsigned code) { return code >= REC_SBLINK && code <= REC_EFIX; }
-
 // The eyes of eye events; other values of the eye field are not expected there and are passed over.
 constexpr unsigned kItemEyes = 2;
-bool hasItemEye(const TRKItem &item) { return item.eye() >= 1 && item.eye() <= kItemEyes; }
+bool hasItemEye(const Item &item) { return item.eye() >= 1 && item.eye() <= kItemEyes; }
 
 // Moves eye events that lie outside recording blocks; sees all items in order.
 class OutsideEventMover {
   public:
     explicit OutsideEventMover(ItemIndex &index) : index_(index) {}
 
-    void see(TRKItem &item) {
+    void see(Item &item) {
         if (item.isRecordingBlock()) {
             seeBlock(item);
-        } else if (isEyeEvent(item.code()) && startKey_ && endKey_) {
+        } else if (startKey_ && endKey_ && kEyeEvents.contains(item.code())) {
             seeEyeEvent(item);
         }
     }
 
   private:
-    void seeBlock(const TRKItem &block) {
+    void seeBlock(const Item &block) {
         inside_ = index_.recordingOf(block).state != TRK_BLOCK_END;
         (inside_ ? startKey_ : endKey_) = index_.effectiveKey(block);
         if (inside_) {
-            for (TRKItem *const item : pendingStarts_) {
+            for (Item *const item : pendingStarts_) {
                 move(*item, *startKey_);
             }
             pendingStarts_.clear();
         }
     }
 
-    void seeEyeEvent(TRKItem &item) {
-        const bool behindBlock = !inside_ && item.sort_key > *endKey_;
-        switch (item.code()) {
-        case REC_SBLINK:
+    void seeEyeEvent(Item &item) {
+        const bool behindBlock = !inside_ && item.key > *endKey_;
+        if (behindBlock && kEyeEventStarts.contains(item.code())) {
+            pendingStarts_.push_back(&item);
+        } else if (behindBlock) {
+            move(item, *endKey_);
+        }
+        if (item.code() == REC_SBLINK) {
             blinkStartMoved_ = blinkStartMoved_ || behindBlock;
-            [[fallthrough]];
-        case REC_SSACC:
-        case REC_SFIX:
-            if (behindBlock) {
-                pendingStarts_.push_back(&item);
-            }
-            break;
-        default:
-            if (behindBlock) {
-                move(item, *endKey_);
-            }
-            if (item.code() == REC_EBLINK && blinkStartMoved_) {
-                item.mark(kItemBlinkRepaired);
-                blinkStartMoved_ = false;
-            }
+        } else if (item.code() == REC_EBLINK && blinkStartMoved_) {
+            item.mark(kItemBlinkRepaired);
+            blinkStartMoved_ = false;
         }
     }
 
-    void move(TRKItem &item, uint64_t key) {
-        item.sort_key = key;
+    void move(Item &item, uint64_t key) {
+        item.key = key;
         item.mark(kItemMoved);
         index_.orderChanged();
     }
@@ -75,15 +67,15 @@ class OutsideEventMover {
     bool blinkStartMoved_ = false;     // one flag for both eyes
     std::optional<uint64_t> startKey_; // of the last start of a block
     std::optional<uint64_t> endKey_;   // of the last end of a block
-    std::vector<TRKItem *> pendingStarts_;
+    std::vector<Item *> pendingStarts_;
 };
 
 // Finds the blinks to be joined; sees all items in order.
-class BlinkMerger {
+class BlinkJoiner {
   public:
-    explicit BlinkMerger(std::vector<std::size_t> &removed) : removed_(removed) {}
+    explicit BlinkJoiner(std::vector<std::size_t> &removed) : removed_(removed) {}
 
-    void see(TRKItem &item, std::size_t place) {
+    void see(Item &item, std::size_t place) {
         if (item.isRecordingBlock()) {
             eyes_ = {};
             return;
@@ -100,7 +92,7 @@ class BlinkMerger {
             eye = {};
             break;
         case REC_EBLINK:
-            if (eye.merged) {
+            if (eye.joined) {
                 item.mark(kItemBlinkRepaired);
             }
             eye.lastBlinkEnd = place;
@@ -117,7 +109,7 @@ class BlinkMerger {
     struct EyeState {
         bool inSaccade = false;
         bool blinkSeen = false;
-        bool merged = false;
+        bool joined = false;
         std::size_t lastBlinkEnd = 0; // 0: none; the index's first entry does not count
     };
 
@@ -126,7 +118,7 @@ class BlinkMerger {
             removed_.push_back(eye.lastBlinkEnd);
             removed_.push_back(place);
             eye.lastBlinkEnd = 0;
-            eye.merged = true;
+            eye.joined = true;
         }
         eye.blinkSeen = true;
     }
@@ -136,7 +128,7 @@ class BlinkMerger {
 };
 
 // Takes out the items at the given places, in one pass.
-void removeItems(std::vector<TRKItem> &items, std::vector<std::size_t> &places) {
+void removeItems(std::vector<Item> &items, std::vector<std::size_t> &places) {
     if (places.empty()) {
         return;
     }
@@ -155,30 +147,30 @@ void removeItems(std::vector<TRKItem> &items, std::vector<std::size_t> &places) 
 
 } // namespace
 
-void MergeEyeEventsOutsideOfTrials(ItemIndex &index) {
+void moveEyeEventsOutsideBlocks(ItemIndex &index) {
     OutsideEventMover mover(index);
-    for (TRKItem &item : index.items()) {
+    for (Item &item : index.items()) {
         if (!item.isSample()) {
             mover.see(item);
         }
     }
 }
 
-void mergeBlinksInsideSaccade(ItemIndex &index) {
+void joinBlinksInsideSaccades(ItemIndex &index) {
     std::vector<std::size_t> removed;
-    BlinkMerger merger(removed);
-    std::vector<TRKItem> &items = index.items();
+    BlinkJoiner joiner(removed);
+    std::vector<Item> &items = index.items();
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (!items[i].isSample()) {
-            merger.see(items[i], i);
+            joiner.see(items[i], i);
         }
     }
     removeItems(items, removed);
 }
 
-void markSamplesInsideBlink(ItemIndex &index) {
+void markSamplesInsideBlinks(ItemIndex &index) {
     uint16_t openBlinks = 0;
-    for (TRKItem &item : index.items()) {
+    for (Item &item : index.items()) {
         if (item.isSample()) {
             if (openBlinks != 0) {
                 item.mark(openBlinks);

@@ -7,12 +7,12 @@ namespace trk {
 
 // Moves eye events that lie between the end of a recording block and the start of the next onto the nearer of
 // the two: ends back to the end of the block, starts forward to the start of the next.
-void MergeEyeEventsOutsideOfTrials(ItemIndex &index);
+void moveEyeEventsOutsideBlocks(ItemIndex &index);
 
 // Joins several blinks of an eye within one of its saccades: the first start and the last end stay.
-void mergeBlinksInsideSaccade(ItemIndex &index);
+void joinBlinksInsideSaccades(ItemIndex &index);
 
 // Marks the samples inside blinks, per eye.
-void markSamplesInsideBlink(ItemIndex &index);
+void markSamplesInsideBlinks(ItemIndex &index);
 
 } // namespace trk

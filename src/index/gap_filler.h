@@ -19,7 +19,7 @@ class GapFiller {
     };
 
     // The key of a sample: a time that repeats the one before gets the odd key.
-    [[nodiscard]] uint64_t keyOf(uint32_t time) const { return keyOfTime(time) + (time == previousTime_ ? 1 : 0); }
+    [[nodiscard]] uint64_t keyOf(uint32_t time) const { return TimeKey::of(time, time == previousTime_); }
 
     // The gap before a sample with this key. `sampleRate` is that of the recording block.
     Gap check(uint64_t key, float sampleRate) {
@@ -27,11 +27,11 @@ class GapFiller {
             return {};
         }
         const auto previousTime = static_cast<uint32_t>(previousTime_);
-        const uint64_t previousKey = keyOfTime(previousTime) + (previousTime_ == timeBeforePrevious_ ? 1 : 0);
+        const uint64_t previousKey = TimeKey::of(previousTime, previousTime_ == timeBeforePrevious_);
         if (!periodIsSettled()) {
             learnPeriod(previousKey, key, sampleRate);
         }
-        // Unsigned on purpose: a sample that goes back in time counts as a gap with a negative number.
+        // Unsigned: a sample that goes back in time counts as a gap, and its line in the log tells of it.
         if (!periodIsSettled() || key - previousKey <= period_) [[likely]] {
             return {};
         }
@@ -51,9 +51,7 @@ class GapFiller {
   private:
     static constexpr int64_t kNone = -1;
 
-    static constexpr uint64_t kLargestPeriod = 8; // 250 samples per second
-
-    static constexpr bool isPlausiblePeriod(uint64_t period) { return period - 1 < kLargestPeriod; }
+    static constexpr bool isPlausiblePeriod(uint64_t period) { return period - 1 < TimeKey::kLargestSpacing; }
     [[nodiscard]] bool periodIsSettled() const { return isPlausiblePeriod(period_); }
     void learnPeriod(uint64_t previousKey, uint64_t key, float sampleRate);
     [[nodiscard]] Gap measure(uint32_t previousTime, uint64_t previousKey, uint64_t key) const;

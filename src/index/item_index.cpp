@@ -24,7 +24,7 @@ class StableSorter {
   public:
     explicit StableSorter(const ItemIndex &index) : index_(index) {}
 
-    void sort(std::span<TRKItem> items) {
+    void sort(std::span<Item> items) {
         if (items.size() <= kInsertionRun) {
             insertionSort(items);
             return;
@@ -35,16 +35,16 @@ class StableSorter {
         merge(items, half);
     }
 
-    [[nodiscard]] bool isSorted(std::span<const TRKItem> items) const {
-        return std::ranges::adjacent_find(items, [this](const TRKItem &a, const TRKItem &b) {
+    [[nodiscard]] bool isSorted(std::span<const Item> items) const {
+        return std::ranges::adjacent_find(items, [this](const Item &a, const Item &b) {
                    return mustPrecede(index_, b, a);
                }) == items.end();
     }
 
   private:
-    void insertionSort(std::span<TRKItem> items) const {
+    void insertionSort(std::span<Item> items) const {
         for (std::size_t i = 1; i < items.size(); ++i) {
-            const TRKItem item = items[i];
+            const Item item = items[i];
             std::size_t place = i;
             while (place > 0 && mustPrecede(index_, item, items[place - 1])) {
                 items[place] = items[place - 1];
@@ -56,7 +56,7 @@ class StableSorter {
         }
     }
 
-    void merge(std::span<TRKItem> items, std::size_t half) {
+    void merge(std::span<Item> items, std::size_t half) {
         // What stands before the first item of the right half already is in place.
         std::size_t place = half;
         while (place > 0 && mustPrecede(index_, items[half], items[place - 1])) {
@@ -79,7 +79,7 @@ class StableSorter {
     }
 
     const ItemIndex &index_;
-    std::vector<TRKItem> left_;
+    std::vector<Item> left_;
 };
 
 } // namespace
@@ -112,7 +112,7 @@ void ItemIndex::sortItems() {
         return;
     }
     StableSorter sorter(*this);
-    const std::span<TRKItem> all(items_);
+    const std::span<Item> all(items_);
     const std::size_t size = all.size();
     bool changed = false;
     std::size_t begin = 0;

@@ -3,7 +3,7 @@
 
 #include "index/item.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <deque>
 #include <span>
 #include <vector>
@@ -12,15 +12,15 @@ namespace trk {
 
 class ItemIndex {
   public:
-    [[nodiscard]] std::size_t size() const { return items_.size(); }
-    [[nodiscard]] const TRKItem &operator[](std::size_t index) const { return items_[index]; }
+    [[nodiscard]] ItemNumber size() const { return static_cast<ItemNumber>(items_.size()); }
+    [[nodiscard]] const Item &operator[](ItemNumber number) const { return items_[number]; }
 
     // The items themselves, for the passes that repair them. Whoever changes a key or the order calls
     // orderChanged().
-    [[nodiscard]] std::vector<TRKItem> &items() { return items_; }
+    [[nodiscard]] std::vector<Item> &items() { return items_; }
     void orderChanged() { inOrder_ = false; }
 
-    void append(const TRKItem &item) {
+    void append(const Item &item) {
         items_.push_back(item);
         inOrder_ = false;
     }
@@ -36,12 +36,12 @@ class ItemIndex {
     [[nodiscard]] const std::deque<FRECORDING> &recordings() const { return recordings_; }
 
     // The record of a recording-block item.
-    [[nodiscard]] FRECORDING &recordingOf(const TRKItem &item) { return recordings_[item.sort_key]; }
-    [[nodiscard]] const FRECORDING &recordingOf(const TRKItem &item) const { return recordings_[item.sort_key]; }
+    [[nodiscard]] FRECORDING &recordingOf(const Item &item) { return recordings_[item.key]; }
+    [[nodiscard]] const FRECORDING &recordingOf(const Item &item) const { return recordings_[item.key]; }
 
     // The key that an item is ordered by.
-    [[nodiscard]] uint64_t effectiveKey(const TRKItem &item) const {
-        return item.isRecordingBlock() ? effectiveKey(recordingOf(item)) : item.sort_key;
+    [[nodiscard]] uint64_t effectiveKey(const Item &item) const {
+        return item.isRecordingBlock() ? effectiveKey(recordingOf(item)) : item.key;
     }
     // A block that lies close to its neighbour is set off from it: an end half a millisecond, a start one and a
     // half, so that the end comes first.
@@ -57,7 +57,7 @@ class ItemIndex {
     void sortItems();
 
   private:
-    std::vector<TRKItem> items_;
+    std::vector<Item> items_;
     std::deque<FRECORDING> recordings_;
     bool inOrder_ = false; // a whole sort found nothing to do and nothing was changed since
 };

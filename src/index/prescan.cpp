@@ -20,55 +20,57 @@ PrescanFacts Prescan::run() {
     try {
         while (scanRecord()) {
         }
-    } catch (TRKException *thrown) {
+    } catch (const TRKException &error) {
         if (!options_.tolerant) {
             throw;
         }
-        const CaughtException error(thrown);
-        print_log("Error reading items %s \n", error->text());
+        logLine("Error reading items %s \n", error.text());
     }
     index_.sortItems();
     return facts_;
 }
 
-// The kind of the next record. A tolerant scan passes over one end mark.
-int Prescan::nextRecord() {
-    int kind = reader_.next_combfile_item(nullptr);
-    if (options_.tolerant && kind == kEndOfRecords) {
-        kind = reader_.next_combfile_item(nullptr);
-    }
-    if (kind == kPreambleUnfinished) {
-        print_log("error reading trk file 3\n");
-        throwException("Error reading trk file unknown data type");
-    }
-    return kind;
-}
-
-// Reads one record; returns false at the end of the scan.
+// Reads one record; returns false at the end of the scan. A tolerant scan passes over one end mark.
 bool Prescan::scanRecord() {
-    const int kind = nextRecord();
-    if (kind == kEndOfRecords) {
+    record_ = reader_.next();
+    if (options_.tolerant && record_.kind == RecordKind::EndMark) {
+        record_ = reader_.next();
+    }
+    if (record_.kind == RecordKind::EndMark) {
         return false;
     }
-    bodyPosition_ = reader_.stream().position();
-    tagWord_ = reader_.state().lastTagWord;
-    return kind == kSampleRecord ? scanSample() : scanEvent();
+    return record_.kind == RecordKind::SampleRecord ? scanSample() : scanEvent();
+}
+
+// Decodes a record; one that is cut short is reported and counts as unreadable.
+template <class Decode> bool Prescan::readBody(Decode decode) {
+    try {
+        return decode();
+    } catch (const TRKException &error) {
+        logLine("Error %s \n", error.text());
+        return false;
+    }
+}
+
+// The time of the first record, and the largest one.
+void Prescan::seeTime(uint32_t first, uint32_t last) {
+    if (!anyRecord_) {
+        facts_.firstTime = first;
+        anyRecord_ = true;
+    }
+    facts_.lastTime = std::max({facts_.lastTime, first, last});
 }
 
 bool Prescan::scanSample() {
-    if (reader_.read_combfile_sample(&sample_, 0, true, SampleDetail::Scan) < 0) {
-        print_log("error reading trk file 2\n");
+    if (!readBody([this] { return reader_.readSample(record_.tag, sample_, 0, SampleDetail::Scan); })) {
+        logLine("error reading trk file 2\n");
         if (!options_.tolerant) {
-            throwException("Error reading Sample - type");
+            throw TRKException("Error reading Sample - type");
         }
-        print_log("Unexpected file read error while reading sample; simulating end reached. \n");
+        logLine("Unexpected file read error while reading sample; simulating end reached. \n");
         return false;
     }
-    if (!anyRecord_) {
-        facts_.firstSampleTime = sample_.time;
-        anyRecord_ = true;
-    }
-    facts_.lastSampleTime = std::max(facts_.lastSampleTime, sample_.time);
+    seeTime(sample_.time, sample_.time);
     if (options_.loadSamples) {
         indexSample();
     }
@@ -83,7 +85,7 @@ void Prescan::indexSample() {
     if (options_.fillGaps) {
         fillGap(key);
     }
-    append({bodyPosition_, REC_SAMPLE, tagWord_, key});
+    append({record_.position, REC_SAMPLE, record_.tag, key});
     gaps_.advance(sample_.time);
 }
 
@@ -91,7 +93,7 @@ void Prescan::fillGap(uint64_t key) {
     const GapFiller::Gap gap = gaps_.check(key, reader_.state().sampleRate);
     filledSamples_ += gap.count;
     if (filledSamples_ > options_.mostFilledSamples) {
-        throwException("Too many missing samples");
+        throw TRKException("Too many missing samples");
     }
     for (uint32_t i = 1; i <= gap.count; ++i) {
         append({kNoFilePosition, REC_SAMPLE, 0, gap.keyBefore + i * gap.period});
@@ -99,33 +101,27 @@ void Prescan::fillGap(uint64_t key) {
 }
 
 bool Prescan::scanEvent() {
-    event_ = EData();
-    if (reader_.read_combfile_event(event_, true) < 0) {
-        print_log("error reading trk file 1\n");
+    if (!readBody([this] { return reader_.readEvent(record_.tag, event_); })) {
+        logLine("error reading trk file 1\n");
         if (!options_.tolerant) {
-            throwException("Error reading event - type(preScan)");
+            throw TRKException("Error reading event - type(preScan)");
         }
-        print_log("Unexpected file read error while reading event; simulating end reached. \n");
+        logLine("Unexpected file read error while reading event; simulating end reached. \n");
         return false;
     }
-    if (!anyRecord_) {
-        facts_.firstSampleTime = event_.start_time;
-        anyRecord_ = true;
-    }
-    facts_.lastSampleTime = std::max({facts_.lastSampleTime, event_.start_time, event_.end_time});
+    seeTime(event_.start_time, event_.end_time);
     indexEvent();
     return true;
 }
 
 void Prescan::indexEvent() {
-    const bool blockEvent = event_.type >= REC_STARTSAMPLES && event_.type <= REC_ENDEVENTS;
     if (event_.type == 0) {
         if (options_.tolerant) {
-            print_log("Unexpected event type tag 0. Skipping event \n");
+            logLine("Unexpected event type tag 0. Skipping event \n");
         }
         return;
     }
-    if (!options_.loadEvents && !blockEvent) {
+    if (!options_.loadEvents && !kBlockBoundaries.contains(static_cast<unsigned>(event_.type))) {
         return;
     }
     switch (event_.type) {
@@ -167,7 +163,7 @@ bool Prescan::lacksTime() const {
     if (!options_.tolerant || event_.start_time != 0) {
         return false;
     }
-    print_log("Unexpected time stamp 0. Skipping event \n");
+    logLine("Unexpected time stamp 0. Skipping event \n");
     return true;
 }
 
@@ -213,11 +209,11 @@ void Prescan::withdrawExtension() {
 unsigned Prescan::eyeField() const { return event_.eye != 0 ? 2 : 1; }
 
 void Prescan::appendEvent(uint32_t time, unsigned eye) {
-    append({bodyPosition_, static_cast<uint16_t>(static_cast<unsigned>(event_.type) | eye << 8), tagWord_,
-            keyOfTime(time)});
+    append({record_.position, static_cast<uint16_t>(static_cast<unsigned>(event_.type) | eye << 8), record_.tag,
+            TimeKey::of(time)});
 }
 
-void Prescan::append(const TRKItem &item) {
+void Prescan::append(const Item &item) {
     makeRoom();
     index_.append(item);
 }
@@ -226,7 +222,7 @@ void Prescan::append(const TRKItem &item) {
 void Prescan::makeRoom() {
     if (index_.isFull()) [[unlikely]] {
         if (index_.size() >= options_.mostItems) {
-            throwException("Too many items");
+            throw TRKException("Too many items");
         }
         index_.makeRoom(reader_.stream().position(), totalBytes_, options_.mostItems);
     }

@@ -30,8 +30,8 @@ struct PrescanFacts {
     static constexpr uint32_t kInputEvents = 1;  // an input event was indexed
     static constexpr uint32_t kSampleInputs = 2; // some sample carries an input value
 
-    uint32_t firstSampleTime = 0; // time of the first record
-    uint32_t lastSampleTime = 0;  // largest time of a sample or event
+    uint32_t firstTime = 0; // of the first record
+    uint32_t lastTime = 0;  // the largest of a sample or event
     uint32_t inputDataAvailability = 0;
 };
 
@@ -46,10 +46,11 @@ class Prescan {
     PrescanFacts run();
 
   private:
-    int nextRecord();
     bool scanRecord();
     bool scanSample();
     bool scanEvent();
+    template <class Decode> bool readBody(Decode decode);
+    void seeTime(uint32_t first, uint32_t last);
     void indexSample();
     void fillGap(uint64_t key);
     void indexEvent();
@@ -60,7 +61,7 @@ class Prescan {
     [[nodiscard]] bool blockIsLoaded() const;
     [[nodiscard]] unsigned eyeField() const;
     void appendEvent(uint32_t time, unsigned eye);
-    void append(const TRKItem &item);
+    void append(const Item &item);
     void makeRoom();
 
     RecordReader &reader_;
@@ -73,10 +74,9 @@ class Prescan {
 
     bool anyRecord_ = false;
     std::size_t filledSamples_ = 0;
-    int64_t bodyPosition_ = 0; // of the record at hand
-    uint16_t tagWord_ = 0;
-    Sample sample_{}; // the last sample read, indexed or not
-    EData event_;
+    RecordHead record_; // the one at hand
+    Sample sample_{};   // the last sample read, indexed or not
+    FEVENT event_{};
 };
 
 } // namespace trk

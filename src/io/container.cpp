@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <string_view>
 
@@ -35,26 +34,25 @@ constexpr std::string_view kRevisionLine = "VERSION: PUPILON V2 ";
 constexpr std::string_view kModel2Line = "SOURCE: PUPILON V2";
 constexpr std::string_view kModel3Line = "SOURCE: PUPILON LX";
 constexpr std::string_view kEndLine = "ENDP:\n";
-constexpr std::string_view kVersionTag = "QMVB1.";
-constexpr int kLastVersionWithoutUtf8 = 5;
-
-std::atomic<bool> utf8EncodingFlag{false};
 
 // As atoi, but defined for every number: what does not fit is cut to its low bits.
 int decimalNumber(const std::string &text) { return static_cast<int>(std::strtol(text.c_str(), nullptr, 10)); }
 
 [[noreturn]] void throwNoText() {
-    print_log("error reading trk file 6\n");
-    throwException(kEndOfFile);
+    logLine("error reading trk file 6\n");
+    throw TRKException(kEndOfFile);
 }
 
-void applyVersionTag(const std::string &preambleText) {
-    const std::size_t tag = preambleText.find(kVersionTag);
-    if (tag == std::string::npos) {
-        return;
+// Takes the facts from one line.
+void applyLine(std::string_view line, Preamble &preamble) {
+    if (line.starts_with(kRevisionLine)) {
+        const int number = decimalNumber(std::string(line.substr(kRevisionLine.size())));
+        preamble.revision = static_cast<uint16_t>(number == 0 ? 1 : number);
+    } else if (line.starts_with(kModel2Line)) {
+        preamble.trackerModel = 2;
+    } else if (line.starts_with(kModel3Line)) {
+        preamble.trackerModel = 3;
     }
-    const std::string number = preambleText.substr(tag + kVersionTag.size());
-    utf8EncodingFlag.store(decimalNumber(number.substr(0, number.find('.'))) > kLastVersionWithoutUtf8);
 }
 
 } // namespace
@@ -67,46 +65,28 @@ ContainerVariant readMagicLine(InputStream &stream) {
     }
     const auto *const magic = std::ranges::find(kMagicLines, std::string_view(line.data()), &MagicLine::line);
     if (magic == kMagicLines.end()) {
-        throwException("Bad magic.  Corrupt trk file. \n");
+        throw TRKException("Bad magic.  Corrupt trk file. \n");
     }
     return magic->variant;
-}
-
-int get_combfile_preamble_text(InputStream &stream, Preamble &preamble, char *line, int size) {
-    if (preamble.done) {
-        return 1;
-    }
-    if (stream.getTerminatedString(line, size) <= 0) {
-        throwNoText();
-    }
-    const std::string_view text(line);
-    if (text.starts_with(kRevisionLine)) {
-        const int number = decimalNumber(std::string(text.substr(kRevisionLine.size())));
-        preamble.revision = static_cast<uint16_t>(number == 0 ? 1 : number);
-    } else if (text.starts_with(kModel2Line)) {
-        preamble.trackerModel = 2;
-    } else if (text.starts_with(kModel3Line)) {
-        preamble.trackerModel = 3;
-    } else if (text == kEndLine) {
-        preamble.done = true;
-        return 1;
-    }
-    return 0;
 }
 
 Preamble readPreamble(InputStream &stream) {
     Preamble preamble;
     std::array<char, kPreambleLineLimit> line{};
-    while (get_combfile_preamble_text(stream, preamble, line.data(), kPreambleLineLimit) == 0) {
+    while (true) {
+        if (stream.getTerminatedString(line.data(), kPreambleLineLimit) <= 0) {
+            throwNoText();
+        }
+        if (std::string_view(line.data()) == kEndLine) {
+            break;
+        }
+        applyLine(line.data(), preamble);
         if (preamble.text.size() < kPreambleTextCapacity) {
             preamble.text.append("** ").append(line.data());
         }
     }
     preamble.text.resize(std::min(preamble.text.size(), kPreambleTextCapacity - 1));
-    applyVersionTag(preamble.text);
     return preamble;
 }
-
-bool utf8encoding() { return utf8EncodingFlag.load(); }
 
 } // namespace trk

@@ -18,18 +18,9 @@ struct Preamble {
     std::string text; // its lines, each preceded by "** "; at most 1999 characters
     uint16_t revision = 0;
     uint16_t trackerModel = 1; // 1, 2 (V2) or 3 (LX)
-    bool done = false;         // the end line was read
 };
 
-// Reads one line of at most size - 1 characters into `line` and takes the facts from it. Returns 0, or 1 once
-// the preamble has ended. Throws "End of file Exception" when there is no text to be read.
-int get_combfile_preamble_text(InputStream &stream, Preamble &preamble, char *line, int size);
-
-// Reads all of the preamble and, when it holds a version tag, sets the process-wide UTF-8 flag.
+// Reads all of the preamble, its end line included. Throws "End of file Exception" when it breaks off.
 Preamble readPreamble(InputStream &stream);
-
-// Process-wide: whether message texts are UTF-8, by the last version tag met. A recording without a version tag
-// leaves it alone on purpose.
-[[nodiscard]] bool utf8encoding();
 
 } // namespace trk

@@ -19,8 +19,8 @@ FilePointer openForReading(const char *path) {
     // A pipe could be indexed, when something comes through it, but its items could not be fetched.
     FilePointer file(isPipe(path) ? nullptr : std::fopen(path, "rb"));
     if (!file) {
-        print_log("The file %s could not be opened\n", path);
-        throwException("File Could not be opened!");
+        logLine("The file %s could not be opened\n", path);
+        throw TRKException("File Could not be opened!");
     }
     // The stream's window is the buffer; a second one below it would only be copied through.
     std::setvbuf(file.get(), nullptr, _IONBF, 0);

@@ -8,76 +8,75 @@ namespace trk {
 namespace {
 
 constexpr int kChunk = 16384;
-constexpr int kFileError = -1;
 
 class Inflater {
   public:
-    explicit Inflater(int64_t largest) : initialised_(inflateInit(&stream_)), room_(largest) {}
+    explicit Inflater(int64_t largest) : ready_(inflateInit(&stream_) == Z_OK), room_(largest) {}
     ~Inflater() {
-        if (initialised_ == Z_OK) {
+        if (ready_) {
             inflateEnd(&stream_);
         }
     }
     Inflater(const Inflater &) = delete;
     Inflater &operator=(const Inflater &) = delete;
 
-    [[nodiscard]] int initialised() const { return initialised_; }
+    // Whether zlib got the memory that it needs.
+    [[nodiscard]] bool ready() const { return ready_; }
+    [[nodiscard]] bool ended() const { return ended_; }
 
-    // Inflates one chunk of input to its end. Returns Z_OK when more input is needed, Z_STREAM_END, or an error.
-    int inflateChunk(std::array<Bytef, kChunk> &input, int size, std::FILE *destination) {
+    // Inflates one chunk of input to its end. Done stands for as far as the chunk goes.
+    Inflation inflateChunk(std::array<Bytef, kChunk> &input, int size, std::FILE *destination) {
         stream_.next_in = input.data();
         stream_.avail_in = static_cast<uInt>(size);
-        int result = Z_OK;
         do {
             stream_.next_out = output_.data();
             stream_.avail_out = kChunk;
-            result = inflate(&stream_, Z_NO_FLUSH);
-            if (result == Z_STREAM_ERROR || result == Z_DATA_ERROR || result == Z_MEM_ERROR) {
-                return result;
+            // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
+            const int result = inflate(&stream_, Z_NO_FLUSH);
+            if (result == Z_MEM_ERROR) {
+                return Inflation::NoMemory;
             }
-            if (result == Z_NEED_DICT) {
-                return Z_DATA_ERROR;
+            if (result == Z_STREAM_ERROR || result == Z_DATA_ERROR || result == Z_NEED_DICT) {
+                return Inflation::Damaged;
             }
+            ended_ = result == Z_STREAM_END;
             const std::size_t produced = kChunk - stream_.avail_out;
             room_ -= static_cast<int64_t>(produced);
             if (room_ < 0) {
-                return kInflatesTooFar;
+                return Inflation::TooLarge;
             }
             if (std::fwrite(output_.data(), 1, produced, destination) != produced) {
-                return kFileError;
+                return Inflation::FileFailed;
             }
         } while (stream_.avail_out == 0);
-        // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
-        return result == Z_STREAM_END ? Z_STREAM_END : Z_OK;
+        return Inflation::Done;
     }
 
   private:
     z_stream stream_{};
-    int initialised_;
+    bool ready_;
+    bool ended_ = false;
     int64_t room_; // bytes that may still come
     std::array<Bytef, kChunk> output_;
 };
 
 } // namespace
 
-int do_uncompress(InputStream &source, std::FILE *destination, int64_t largest) {
+Inflation inflateTo(std::FILE *destination, InputStream &source, int64_t largest) {
     Inflater inflater(largest);
-    if (inflater.initialised() != Z_OK) {
-        return inflater.initialised();
+    if (!inflater.ready()) {
+        return Inflation::NoMemory;
     }
     std::array<Bytef, kChunk> input;
-    int result = Z_OK;
-    while (result == Z_OK) {
+    Inflation result = Inflation::Done;
+    while (result == Inflation::Done && !inflater.ended()) {
         const int size = source.getRawData(input.data(), kChunk);
         if (size < kChunk && source.readFailed()) {
-            return kFileError;
+            return Inflation::FileFailed;
         }
-        if (size == 0) {
-            return Z_DATA_ERROR;
-        }
-        result = inflater.inflateChunk(input, size, destination);
+        result = size > 0 ? inflater.inflateChunk(input, size, destination) : Inflation::Damaged;
     }
-    return result == Z_STREAM_END ? Z_OK : result;
+    return result;
 }
 
 } // namespace trk

@@ -97,8 +97,8 @@ int InputStream::getTerminatedString(char *buffer, int size) {
 uint8_t InputStream::getByteAtWindowEnd() {
     uint8_t value = 0;
     if (getRawData(&value, 1) != 1) {
-        print_log("error reading trk file 11\n");
-        throwException(kEndOfFile);
+        logLine("error reading trk file 11\n");
+        throw TRKException(kEndOfFile);
     }
     return value;
 }
@@ -107,8 +107,8 @@ uint16_t InputStream::getWordAtWindowEnd() {
     std::array<uint8_t, 2> bytes{};
     const int read = getRawData(bytes.data(), 2);
     if (read != 2) {
-        print_log("error reading trk file 7a r = %d \n", read);
-        throwException(kEndOfFile);
+        logLine("error reading trk file 7a r = %d \n", read);
+        throw TRKException(kEndOfFile);
     }
     return loadWord(bytes.data());
 }
@@ -116,8 +116,8 @@ uint16_t InputStream::getWordAtWindowEnd() {
 uint32_t InputStream::getIntAtWindowEnd() {
     std::array<uint8_t, 4> bytes{};
     if (getRawData(bytes.data(), 4) != 4) {
-        print_log("error reading trk file 9\n");
-        throwException(kEndOfFile);
+        logLine("error reading trk file 9\n");
+        throw TRKException(kEndOfFile);
     }
     return loadInt(bytes.data());
 }

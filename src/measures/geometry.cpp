@@ -48,8 +48,8 @@ Corners hrefCornersOfFlat(const Extent &screen, double distance) {
     return corners;
 }
 
-// A tilted screen, known by the distances of its top and bottom edge. That y at the top is negative whatever the
-// sign of screen.top, unlike on the flat screen, is on purpose.
+// A tilted screen, known by the distances of its top and bottom edge. Unlike on the flat screen, y at the top is
+// negative whatever the sign of screen.top: setups that give the top as a height above the eye mean the same.
 Corners hrefCornersOfTilted(const Extent &screen, double toTop, double toBottom) {
     const auto angleOpposite = [=](double side) {
         return std::acos((toTop * toTop + toBottom * toBottom - side * side) / (2 * toTop * toBottom));
@@ -84,7 +84,7 @@ double probeDistance(float step) { return (wide(step) + 1.0) / 50.0; }
 
 } // namespace
 
-Matrix solveSQ(const Corners &corners) {
+Matrix mapOfSquareOnto(const Corners &corners) {
     const auto &[c0, c1, c2, c3] = corners;
     const double sx = c1.x - c3.x + c2.x - c0.x;
     const double sy = c1.y - c3.y + c2.y - c0.y;
@@ -106,14 +106,14 @@ Matrix solveSQ(const Corners &corners) {
              {c1.x, c1.y, 1}}};
 }
 
-Matrix invP(const Matrix &map) {
+Matrix inverse(const Matrix &map) {
     const auto &[m0, m1, m2] = map;
     return {{{m1[1] * m2[2] - m1[2] * m2[1], m0[2] * m2[1] - m0[1] * m2[2], m0[1] * m1[2] - m0[2] * m1[1]},
              {m1[2] * m2[0] - m1[0] * m2[2], m0[0] * m2[2] - m0[2] * m2[0], m0[2] * m1[0] - m0[0] * m1[2]},
              {m1[0] * m2[1] - m1[1] * m2[0], m0[1] * m2[0] - m0[0] * m2[1], m0[0] * m1[1] - m0[1] * m1[0]}}};
 }
 
-Homogeneous mmult(const Homogeneous &vector, const Matrix &map) {
+Homogeneous product(const Homogeneous &vector, const Matrix &map) {
     const auto column = [&](std::size_t i) {
         return vector.x * map[0][i] + vector.y * map[1][i] + vector.w * map[2][i];
     };
@@ -123,9 +123,9 @@ Homogeneous mmult(const Homogeneous &vector, const Matrix &map) {
 double toOneDecimal(double mean) { return static_cast<double>(truncateTo<int64_t>((mean + 0.05) * 10)) / 10; }
 
 void ViewingGeometry::History::add(PixelsPerDegree value) {
-    ppdx[ppdc] = value.x;
-    ppdy[ppdc] = value.y;
-    ppdc = (ppdc + 1) % kLength;
+    x[next] = value.x;
+    y[next] = value.y;
+    next = (next + 1) % kLength;
 }
 
 // Empty slots, and those of an angle that was none, are left out.
@@ -134,33 +134,30 @@ PixelsPerDegree ViewingGeometry::History::mean() const {
     double sumY = 0;
     int count = 0;
     for (std::size_t i = 0; i < kLength; ++i) {
-        if (ppdx[i] > kSmallestPpd && ppdy[i] > kSmallestPpd) {
-            sumX += ppdx[i];
-            sumY += ppdy[i];
+        if (x[i] > kSmallestPpd && y[i] > kSmallestPpd) {
+            sumX += x[i];
+            sumY += y[i];
             ++count;
         }
     }
     return count > 0 ? PixelsPerDegree{toOneDecimal(sumX / count), toOneDecimal(sumY / count)} : PixelsPerDegree{};
 }
 
-void ViewingGeometry::computePhysicalSetup(float distance, float distance2, const Extent &screen,
-                                           const Extent &display) {
+void ViewingGeometry::setUp(float distance, float distance2, const Extent &screen, const Extent &display) {
     for (History &history : histories_) {
-        history.ppdx.fill(0);
-        history.ppdy.fill(0);
+        history.x.fill(0);
+        history.y.fill(0);
     }
-    histories_[0].ppdc = 0; // the right eye goes on at its slot, on purpose
+    histories_[0].next = 0; // the right eye goes on at its slot: which values a mean is of then stays the same
 
     const bool flat = distance2 == MISSING_DATA;
-    Msi_ = solveSQ(flat ? hrefCornersOfFlat(screen, wide(distance))
-                        : hrefCornersOfTilted(screen, wide(distance), wide(distance2)));
-    Mis_ = invP(Msi_);
-    Mso_ = solveSQ(pixelCorners(screen, display));
-    Mos_ = invP(Mso_);
+    squareToHref_ = mapOfSquareOnto(flat ? hrefCornersOfFlat(screen, wide(distance))
+                                         : hrefCornersOfTilted(screen, wide(distance), wide(distance2)));
+    displayToSquare_ = inverse(mapOfSquareOnto(pixelCorners(screen, display)));
 }
 
-std::optional<PlanePoint> ViewingGeometry::gaze_to_href(PlanePoint gaze) {
-    const auto [x, y, w] = mmult(mmult({gaze.x, gaze.y, 1}, Mos_), Msi_);
+std::optional<PlanePoint> ViewingGeometry::hrefOfGaze(PlanePoint gaze) {
+    const auto [x, y, w] = product(product({gaze.x, gaze.y, 1}, displayToSquare_), squareToHref_);
     // Also where w is no number.
     if (!(std::abs(w) > kSmallestW)) {
         countMathError();
@@ -171,7 +168,7 @@ std::optional<PlanePoint> ViewingGeometry::gaze_to_href(PlanePoint gaze) {
 
 // Wraps: a caller may go on failing for as long as it likes.
 void ViewingGeometry::countMathError() {
-    math_error_ = static_cast<int32_t>(static_cast<uint32_t>(math_error_) + 1);
+    mathErrors_ = static_cast<int32_t>(static_cast<uint32_t>(mathErrors_) + 1);
 }
 
 // Horizontally and vertically, without regard to the history.
@@ -179,12 +176,13 @@ std::optional<PixelsPerDegree> ViewingGeometry::measure(const Sample &sample, st
                                                         double dy) {
     const PlanePoint gaze{wide(sample.gaze_x[eye]), wide(sample.gaze_y[eye])};
     const PlanePoint href{wide(sample.href_x[eye]), wide(sample.href_y[eye])};
-    const auto beside = gaze_to_href({gaze.x + dx, gaze.y});
-    const auto below = beside ? gaze_to_href({gaze.x, gaze.y + dy}) : std::nullopt;
+    const auto beside = hrefOfGaze({gaze.x + dx, gaze.y});
+    const auto below = beside ? hrefOfGaze({gaze.x, gaze.y + dy}) : std::nullopt;
     if (below) {
         const double ax = degreesBetween(href, *beside);
         const double ay = degreesBetween(href, *below);
-        // An angle that is not a number passes, on purpose: it takes a slot of the history that no mean counts.
+        // An angle that is not a number passes: it takes a slot of the history that no mean counts, where a
+        // failure would forget the samples before.
         if (!(ax < kSmallestAngle || ay < kSmallestAngle)) {
             return PixelsPerDegree{std::abs(dx / ax), std::abs(dy / ay)};
         }
@@ -193,7 +191,7 @@ std::optional<PixelsPerDegree> ViewingGeometry::measure(const Sample &sample, st
     return std::nullopt;
 }
 
-PixelsPerDegree ViewingGeometry::calculatePpd(const Sample &sample, int eye, float stepX, float stepY) {
+PixelsPerDegree ViewingGeometry::pixelsPerDegree(const Sample &sample, int eye, float stepX, float stepY) {
     constexpr uint16_t kNeeded = TRK_SAMPLE_GAZE | TRK_SAMPLE_HREF;
     if ((sample.flags & kNeeded) != kNeeded) {
         return {};

@@ -43,12 +43,12 @@ struct PixelsPerDegree {
 };
 
 // The map of the unit square, its origin at left bottom, onto a quadrilateral.
-[[nodiscard]] Matrix solveSQ(const Corners &corners);
+[[nodiscard]] Matrix mapOfSquareOnto(const Corners &corners);
 
 // The adjugate: undoes a projective map, but for the scale of w.
-[[nodiscard]] Matrix invP(const Matrix &map);
+[[nodiscard]] Matrix inverse(const Matrix &map);
 
-[[nodiscard]] Homogeneous mmult(const Homogeneous &vector, const Matrix &map);
+[[nodiscard]] Homogeneous product(const Homogeneous &vector, const Matrix &map);
 
 // A mean, brought to one decimal.
 [[nodiscard]] double toOneDecimal(double mean);
@@ -59,9 +59,9 @@ class ViewingGeometry {
     struct History {
         static constexpr std::size_t kLength = 10;
 
-        std::size_t ppdc = 0; // slot of the next value
-        std::array<double, kLength> ppdx{};
-        std::array<double, kLength> ppdy{};
+        std::size_t next = 0; // slot of the next value
+        std::array<double, kLength> x{};
+        std::array<double, kLength> y{};
 
         void add(PixelsPerDegree value);
         [[nodiscard]] PixelsPerDegree mean() const;
@@ -70,16 +70,16 @@ class ViewingGeometry {
     // Sets up the maps. The screen is in millimetres from the point straight ahead of the eye, the display in
     // pixels. `distance` is that of the screen where distance2 is MISSING_DATA; else the two are the distances of
     // the screen's top and bottom edge. Empties the histories.
-    void computePhysicalSetup(float distance, float distance2, const Extent &screen, const Extent &display);
+    void setUp(float distance, float distance2, const Extent &screen, const Extent &display);
 
     // Pixels per degree at the sample's gaze, the mean of the eye's history; MISSING_DATA on failure. Any eye but
     // 1 counts as the left one. The angle is measured to (step + 1) / 50 pixels beside the gaze.
-    [[nodiscard]] PixelsPerDegree calculatePpd(const Sample &sample, int eye, float stepX, float stepY);
+    [[nodiscard]] PixelsPerDegree pixelsPerDegree(const Sample &sample, int eye, float stepX, float stepY);
 
     // Display pixels to HREF units; nothing, and one more in the error counter, where the map has no value.
-    [[nodiscard]] std::optional<PlanePoint> gaze_to_href(PlanePoint gaze);
+    [[nodiscard]] std::optional<PlanePoint> hrefOfGaze(PlanePoint gaze);
 
-    [[nodiscard]] int32_t mathErrors() const { return math_error_; }
+    [[nodiscard]] int32_t mathErrors() const { return mathErrors_; }
     [[nodiscard]] const History &history(int eye) const { return histories_[indexOf(eye)]; }
 
   private:
@@ -91,11 +91,9 @@ class ViewingGeometry {
     // A map of no use, under which every conversion fails.
     static constexpr Matrix kNotSetUp{{{1e8, 0, 0}, {0, 0, 0}, {0, 0, 0}}};
 
-    Matrix Mso_ = kNotSetUp; // unit square to display pixels
-    Matrix Msi_ = kNotSetUp; // unit square to HREF
-    Matrix Mos_ = kNotSetUp; // display pixels to unit square
-    Matrix Mis_ = kNotSetUp; // HREF to unit square
-    int32_t math_error_ = 0; // failures of the conversions
+    Matrix squareToHref_ = kNotSetUp;
+    Matrix displayToSquare_ = kNotSetUp;
+    int32_t mathErrors_ = 0; // failures of the conversions
     std::array<History, kEyes> histories_{};
 };
 

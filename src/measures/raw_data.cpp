@@ -1,6 +1,7 @@
 #include "measures/raw_data.h"
 
 #include "base/numeric.h"
+#include "records/block_facts.h"
 
 #include <algorithm>
 #include <cmath>
@@ -31,10 +32,6 @@ constexpr std::size_t kSecondCrWords = 4;
 constexpr uint16_t kOneSecondCr = 196;
 constexpr uint16_t kTwoSecondCrs = 200;
 
-// The camera window of a file that states none.
-constexpr int kWindowWidth = 176;
-constexpr int kWindowHeight = 190;
-
 // This value of pi is part of the method.
 constexpr double kPi = 3.14159;
 constexpr double kCrWeight = 1.02;
@@ -62,9 +59,9 @@ Point packedPosition(float x, float y, int64_t word) {
 
 // Centre of the camera window.
 std::array<double, 2> windowCentre(BlockLookup &blocks, const Sample &sample) {
-    int width = kWindowWidth;
-    int height = kWindowHeight;
-    blocks.getWindowSize(sample.time, width, height);
+    const FRECORDING *const block = blocks.blockAt(sample.time);
+    const auto width = static_cast<int32_t>(block != nullptr ? block->window_size1 : kCameraWindowWidth);
+    const auto height = static_cast<int32_t>(block != nullptr ? block->window_size2 : kCameraWindowHeight);
     const int left = (sample.input & 0x1FF) * 4;
     const int top = (sample.input >> 9) * 8;
     return {width * 0.5 + left, height * 0.5 + top};
@@ -94,7 +91,8 @@ RawEyeData::RawEyeData(BlockLookup &blocks, const Sample &sample, int eye)
 
 float RawEyeData::prescaler() {
     if (!prescaler_) {
-        prescaler_ = blocks_.getGazePrescaler(sample_.time);
+        const FRECORDING *const block = blocks_.blockAt(sample_.time);
+        prescaler_ = block != nullptr ? block->gaze_prescaler : 0.0F;
     }
     return *prescaler_;
 }
@@ -136,7 +134,7 @@ Point RawEyeData::pupil() {
 }
 
 unsigned RawEyeData::crArea() {
-    // On purpose also for an eye without raw data.
+    // Also for an eye without raw data, whose resolution then stands for an area.
     if (encoding_ != Encoding::Extension) {
         const float resolution = eye_ == 1 ? sample_.res_y : sample_.res_x;
         return truncateTo<unsigned>(std::floor(prescaler() * resolution + 0.5F));
@@ -202,12 +200,12 @@ Point RawEyeData::pupilMinusCr() {
     Point mended = pupil();
     const Point reflection = cr();
     unsigned area = pupilArea();
-    do_pupil_cr_fixup(mended, area, reflection, static_cast<float>(crArea()), kMendingMargin, kMendingIterations);
+    mendPupil(mended, area, reflection, static_cast<float>(crArea()), kMendingMargin, kMendingIterations);
     return {static_cast<float>(wide(mended.x) - kCrWeight * wide(reflection.x)),
             static_cast<float>(wide(mended.y) - kCrWeight * wide(reflection.y))};
 }
 
-std::array<int, 2> getCrDimension(const Sample &sample) {
+std::array<int, 2> crDimension(const Sample &sample) {
     // There the word is the area of a second CR.
     if (sample.ext_type == kTwoSecondCrs) {
         return {kMissingInteger, kMissingInteger};
@@ -216,12 +214,12 @@ std::array<int, 2> getCrDimension(const Sample &sample) {
     return {lowByte(word), highByte(word)};
 }
 
-std::array<int, 2> getWindowPosition(BlockLookup &blocks, const Sample &sample) {
+std::array<int, 2> windowPosition(BlockLookup &blocks, const Sample &sample) {
     const auto [x, y] = windowCentre(blocks, sample);
     return {static_cast<int>(truncateTo<unsigned>(x)), static_cast<int>(truncateTo<unsigned>(y))};
 }
 
-void do_pupil_cr_fixup(Point &pupil, unsigned &pupilArea, Point cr, float crArea, float margin, int iterations) {
+void mendPupil(Point &pupil, unsigned &pupilArea, Point cr, float crArea, float margin, int iterations) {
     if (crArea < 1.0F || pupilArea == 0 || isMissing(pupil) || isMissing(cr)) {
         return;
     }

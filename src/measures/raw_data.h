@@ -9,16 +9,13 @@
 
 namespace trk {
 
-// Answers by time from the recording blocks of a file.
+// Knows the recording blocks of a file by time.
 class BlockLookup {
   public:
     virtual ~BlockLookup() = default;
 
-    // 0 for a time in no block.
-    virtual float getGazePrescaler(uint32_t time) = 0;
-
-    // Width and height of the camera window; left as they are for a time in no block. Returns 0.
-    virtual int getWindowSize(uint32_t time, int &first, int &second) = 0;
+    // Null for a time in no block.
+    virtual const FRECORDING *blockAt(uint32_t time) = 0;
 };
 
 // A position in camera pixels.
@@ -68,13 +65,13 @@ class RawEyeData {
 inline constexpr int kMissingInteger = 100000000;
 
 // kMissingInteger in both for a sample that has no such word.
-[[nodiscard]] std::array<int, 2> getCrDimension(const Sample &sample);
+[[nodiscard]] std::array<int, 2> crDimension(const Sample &sample);
 
 // Centre of the camera window in whole pixels.
-[[nodiscard]] std::array<int, 2> getWindowPosition(BlockLookup &blocks, const Sample &sample);
+[[nodiscard]] std::array<int, 2> windowPosition(BlockLookup &blocks, const Sample &sample);
 
 // Mends a pupil whose edge the CR covers: blends it with a disc as large as the CR and a margin, in pixels. Does
 // nothing where the two do not meet or one is missing.
-void do_pupil_cr_fixup(Point &pupil, unsigned &pupilArea, Point cr, float crArea, float margin, int iterations);
+void mendPupil(Point &pupil, unsigned &pupilArea, Point cr, float crArea, float margin, int iterations);
 
 } // namespace trk

@@ -1,8 +1,8 @@
 // Velocities of the eyes, from the samples around one sample.
 #pragma once
 
-#include "measures/lanes.h"
-#include "measures/sample_queue.h"
+#include "measures/eye_positions.h"
+#include "measures/sample_window.h"
 
 #include <array>
 #include <cstdint>
@@ -24,10 +24,10 @@ struct Velocities {
 class VelocityComputer {
   public:
     // High-speed trackers, the models from 3 on, have a way of their own to compute velocities.
-    VelocityComputer(const SampleQueue &queue, int trackerModel);
+    VelocityComputer(const SampleWindow &window, int trackerModel);
 
-    // Fills the velocities of the sample's present eyes from its neighbours in the queue. The sample is a copy of
-    // the queue's entry with its key, where there is one. `rate` is in samples per second.
+    // Fills the velocities of the sample's present eyes from its neighbours in the window. The sample is a copy of
+    // the window's entry with its key, where there is one. `rate` is in samples per second.
     void setVelocity(Sample &sample, FixedResolution fixed, int rate);
 
   private:
@@ -36,7 +36,7 @@ class VelocityComputer {
     static constexpr std::size_t kCacheSize = 64;
     static_assert(kCacheSize > 2 * kLargestHalfSpan + 1);
 
-    // What was already worked out for an entry of the queue, by the entry's serial number.
+    // What was already worked out for an entry of the window, by the entry's serial number.
     struct Cached {
         static constexpr uint64_t kNever = ~uint64_t{0};
 
@@ -56,10 +56,10 @@ class VelocityComputer {
     const PositionLanes &groupAt(int position);
     bool findNeighbours(uint64_t key, Neighbourhood &neighbours);
 
-    Velocities calcVelocity_pn7200(uint64_t key, int place, const PositionLanes &centre, const Lanes &resolution);
-    Velocities calcVelocity_non_pn7200(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
+    Velocities highSpeedVelocities(uint64_t key, int place, const PositionLanes &centre, const Lanes &resolution);
+    Velocities plainVelocities(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
 
-    const SampleQueue &queue_;
+    const SampleWindow &window_;
     bool highSpeed_;
     int rate_ = 0;
     const Band *band_ = nullptr;                          // of the rate

@@ -1,9 +1,7 @@
 // How navigation gets at the contents of items.
 #pragma once
 
-#include "trkapi/trkapi.h"
-
-#include <cstddef>
+#include "index/item.h"
 
 namespace trk {
 
@@ -13,7 +11,7 @@ class ItemSource {
     virtual ~ItemSource() = default;
 
     // Null when the item cannot be read. The record is valid until the next one is asked for.
-    virtual ALLF_DATA *itemAt(std::size_t index) = 0;
+    virtual ALLF_DATA *itemAt(ItemNumber number) = 0;
 };
 
 } // namespace trk

@@ -2,26 +2,23 @@
 
 namespace trk {
 
-int findIndex(const ItemIndex &index, uint32_t key, int low, int high) {
-    const auto item = [&index](int place) { return index[static_cast<std::size_t>(place)]; };
-    if (high < low) {
-        return -1;
-    }
-    while (high - low >= 2) {
-        const int middle = low + (high - low) / 2;
-        const uint64_t middleKey = index.effectiveKey(item(middle));
-        if (item(middle).isSample() && middleKey == key) {
+std::optional<ItemNumber> findSample(const ItemIndex &index, uint64_t key) {
+    ItemNumber low = 0;
+    ItemNumber high = index.size(); // one past the last
+    while (low + 2 <= high) {
+        const ItemNumber middle = low + (high - low) / 2;
+        const uint64_t middleKey = index.effectiveKey(index[middle]);
+        if (middleKey == key && index[middle].isSample()) {
             return middle;
         }
         (middleKey > key ? high : low) = middle;
     }
-    for (const int place : {low, high}) {
-        const bool exists = place >= 0 && static_cast<std::size_t>(place) < index.size();
-        if (exists && item(place).isSample() && index.effectiveKey(item(place)) == key) {
+    for (const ItemNumber place : {low, high}) {
+        if (place < index.size() && index[place].isSample() && index[place].key == key) {
             return place;
         }
     }
-    return -1;
+    return std::nullopt;
 }
 
 } // namespace trk

@@ -4,11 +4,11 @@
 #include "index/item_index.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace trk {
 
-// The place of a sample with exactly this key between two places, or -1. The upper one may lie one past the last
-// item. A sample that shares its key with items of other kinds may be missed.
-int findIndex(const ItemIndex &index, uint32_t key, int low, int high);
+// The place of a sample with exactly this key. One that shares its key with items of other kinds may be missed.
+std::optional<ItemNumber> findSample(const ItemIndex &index, uint64_t key);
 
 } // namespace trk

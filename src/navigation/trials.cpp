@@ -1,7 +1,8 @@
 #include "navigation/trials.h"
 
+#include "base/log.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -20,7 +21,7 @@ uint16_t inputNumber(const char *text, const char *announcement) {
     if (text == nullptr || *text == '\0' || std::strlen(text) > kLongestNumber) {
         return 0;
     }
-    std::puts(announcement);
+    printText("%s\n", announcement);
     return static_cast<uint16_t>(std::strtol(text, nullptr, 10));
 }
 
@@ -32,15 +33,15 @@ class TrialCollector {
         if (markers_.byInput) {
             startNumber_ = inputNumber(markers_.start, "!!!!!!!!!!!!!!!!!!!B");
             endNumber_ = inputNumber(markers_.end, "!!!!!!!!!!!!!!!!!!!!!!A");
-            std::printf(" Start Input: %d\n End Input: %d\n", startNumber_, endNumber_);
+            printText(" Start Input: %d\n End Input: %d\n", startNumber_, endNumber_);
         }
     }
 
-    std::vector<TRKTrial> run() {
-        for (std::size_t i = 0; i < index_.size(); ++i) {
-            const TRKItem &item = index_[i];
+    std::vector<Trial> run() {
+        for (ItemNumber i = 0; i < index_.size(); ++i) {
+            const Item &item = index_[i];
             if (!item.isSample()) {
-                see(item, static_cast<uint32_t>(i));
+                see(item, i);
             }
         }
         finish();
@@ -48,7 +49,7 @@ class TrialCollector {
     }
 
   private:
-    void see(const TRKItem &item, uint32_t i) {
+    void see(const Item &item, ItemNumber i) {
         const uint32_t time = timeAt(i);
         if (item.isRecordingBlock()) {
             FRECORDING &recording = index_.recordingOf(item);
@@ -60,7 +61,7 @@ class TrialCollector {
         }
     }
 
-    void seeBlockEnd(uint32_t i, uint32_t time) {
+    void seeBlockEnd(ItemNumber i, uint32_t time) {
         if (markers_.start == nullptr && markers_.end == nullptr) {
             fetch();
             if (!trialClosed_) {
@@ -73,7 +74,7 @@ class TrialCollector {
         lastEndBlock_ = i;
     }
 
-    void seeBlockStart(uint32_t i, uint32_t time, FRECORDING &recording) {
+    void seeBlockStart(ItemNumber i, uint32_t time, FRECORDING &recording) {
         // A trial that waits for its end gets it at the end of the block before, and a new one opens here.
         const bool ended = closeAtLastEndBlock();
         if (ended) {
@@ -87,7 +88,7 @@ class TrialCollector {
         }
     }
 
-    void seeMessage(uint32_t i, uint32_t time) {
+    void seeMessage(ItemNumber i, uint32_t time) {
         if (markers_.start == nullptr && markers_.end == nullptr) {
             return;
         }
@@ -106,7 +107,7 @@ class TrialCollector {
         }
     }
 
-    void seeInput(uint32_t i, uint32_t time) {
+    void seeInput(ItemNumber i, uint32_t time) {
         const ALLF_DATA *const record = items_.itemAt(i);
         if (record == nullptr) {
             return;
@@ -120,7 +121,7 @@ class TrialCollector {
     }
 
     // A start ends the trial that waits for its end. It is ignored where there is nothing yet that could end it.
-    void startTrial(uint32_t i, uint32_t time) {
+    void startTrial(ItemNumber i, uint32_t time) {
         if (!trials_.empty()) {
             fetch();
             if ((recordingInForce_ == nullptr || trialClosed_) && trialOpen_) {
@@ -141,7 +142,7 @@ class TrialCollector {
         recordingInForce_ = nullptr;
     }
 
-    void endTrial(uint32_t i, uint32_t time) {
+    void endTrial(ItemNumber i, uint32_t time) {
         if (!trialOpen_ || trials_.empty()) {
             return;
         }
@@ -158,13 +159,13 @@ class TrialCollector {
             return;
         }
         trials_.pop_back();
-        std::puts("removed last trial");
+        printText("removed last trial\n");
     }
 
     // Ends a trial that waits for its end at the last end of a recording block behind its start.
     bool closeAtLastEndBlock() {
         if (trialClosed_ || !lastEndBlock_ || trials_.empty() ||
-            trials_.back().start_time >= timeAt(*lastEndBlock_)) {
+            trials_.back().startTime >= timeAt(*lastEndBlock_)) {
             return false;
         }
         fetch();
@@ -175,31 +176,32 @@ class TrialCollector {
         return true;
     }
 
-    // Looks up the recording block in force. One at the very first item does not count, on purpose.
+    // Looks up the recording block in force. One at the very first item does not count: trials of a recording
+    // that begins with its block keep the block of their own start.
     void fetch() {
         if (recordingInForce_ == nullptr && lastStartBlock_ >= 1) {
             recordingInForce_ = &index_.recordingOf(index_[lastStartBlock_]);
         }
     }
 
-    void close(uint32_t endIndex, uint32_t time, bool withDuration) {
-        TRKTrial &trial = trials_.back();
-        trial.end_index = endIndex;
+    void close(ItemNumber endIndex, uint32_t time, bool withDuration) {
+        Trial &trial = trials_.back();
+        trial.endItem = endIndex;
         trial.recording = recordingInForce_;
-        trial.end_time = time;
+        trial.endTime = time;
         if (withDuration) {
-            trial.duration = time - trial.start_time;
+            trial.duration = time - trial.startTime;
         }
         trialClosed_ = true;
     }
 
-    void open(uint32_t i, uint32_t time) {
-        trials_.push_back({.start_time = time, .start_index = i});
+    void open(ItemNumber i, uint32_t time) {
+        trials_.push_back({.startTime = time, .firstItem = i});
         trialOpen_ = true;
         trialClosed_ = false;
     }
 
-    [[nodiscard]] uint32_t timeAt(uint32_t i) const { return timeOfKey(index_.effectiveKey(index_[i])); }
+    [[nodiscard]] uint32_t timeAt(ItemNumber i) const { return TimeKey::time(index_.effectiveKey(index_[i])); }
 
     ItemIndex &index_;
     ItemSource &items_;
@@ -207,85 +209,81 @@ class TrialCollector {
     uint16_t startNumber_ = 0;
     uint16_t endNumber_ = 0;
 
-    std::vector<TRKTrial> trials_;
+    std::vector<Trial> trials_;
     bool trialOpen_ = false;
     bool trialClosed_ = true; // no trial waits for its end
     FRECORDING *recordingInForce_ = nullptr;
-    uint32_t lastStartBlock_ = 0; // 0: none
-    std::optional<uint32_t> lastEndBlock_;
+    ItemNumber lastStartBlock_ = 0; // 0: none
+    std::optional<ItemNumber> lastEndBlock_;
 };
 
 } // namespace
 
-std::vector<TRKTrial> collectTrials(ItemIndex &index, ItemSource &items, const TrialMarkers &markers) {
+std::vector<Trial> collectTrials(ItemIndex &index, ItemSource &items, const TrialMarkers &markers) {
     return TrialCollector(index, items, markers).run();
 }
 
-void TrialList::setTrialIdentifier(char *startText, char *endText) {
-    std::fflush(nullptr);
+void TrialList::setMarkers(char *startText, char *endText) {
+    flushStreams();
     markers_.end = endText;
     if (endText != nullptr) {
-        std::printf("setTrial End:  %s\n", endText);
+        printText("setTrial End:  %s\n", endText);
     } else {
-        std::puts("Set TrialEndMesage Empty");
+        printText("Set TrialEndMesage Empty\n");
     }
     markers_.start = startText;
     if (startText != nullptr && contains(startText, kInputPrefix)) {
         markers_.byInput = true;
         markers_.start = startText + std::strlen(kInputPrefix); // the prefix is expected at the beginning
-        std::printf("Input Split option found :%s  %s\n", startText, markers_.start);
+        printText("Input Split option found :%s  %s\n", startText, markers_.start);
     }
-    std::fflush(nullptr);
+    flushStreams();
     collect();
 }
 
 void TrialList::collect() {
     trials_ = collectTrials(index_, items_, markers_);
     collected_ = true;
-    inOrder_ = std::ranges::is_sorted(trials_, {}, &TRKTrial::start_time);
+    inOrder_ = std::ranges::is_sorted(trials_, {}, &Trial::startTime);
     latestEnds_.clear();
-    for (const TRKTrial &trial : trials_) {
-        latestEnds_.push_back(std::max(trial.end_time, latestEnds_.empty() ? 0 : latestEnds_.back()));
+    for (const Trial &trial : trials_) {
+        latestEnds_.push_back(std::max(trial.endTime, latestEnds_.empty() ? 0 : latestEnds_.back()));
     }
 }
 
-const std::vector<TRKTrial> &TrialList::trials() {
+const std::vector<Trial> &TrialList::trials() {
     if (!collected_) {
         collect();
     }
     return trials_;
 }
 
-std::optional<uint32_t> TrialList::jumpToTrial(int trial) {
+std::optional<ItemNumber> TrialList::goTo(int trial) {
     if (const std::size_t count = trials().size(); trial < 0 || static_cast<std::size_t>(trial) >= count) {
         return std::nullopt;
     }
     currentTrial_ = static_cast<uint32_t>(trial);
-    return trials_[currentTrial_].start_index;
+    return trials_[currentTrial_].firstItem;
 }
 
-std::optional<uint32_t> TrialList::gotoTrialWith(uint32_t TRKTrial::*field, uint32_t time) {
+std::optional<ItemNumber> TrialList::goToFirstWith(uint32_t Trial::*field, uint32_t time) {
     const auto found = std::ranges::find(trials(), time, field);
-    return found == trials_.end() ? std::nullopt : jumpToTrial(static_cast<int>(found - trials_.begin()));
+    return found == trials_.end() ? std::nullopt : goTo(static_cast<int>(found - trials_.begin()));
 }
 
-std::optional<uint32_t> TrialList::gotoTrialWithStartTime(uint32_t time) {
-    return gotoTrialWith(&TRKTrial::start_time, time);
-}
+std::optional<ItemNumber> TrialList::goToStart(uint32_t time) { return goToFirstWith(&Trial::startTime, time); }
 
-std::optional<uint32_t> TrialList::gotoTrialWithEndTime(uint32_t time) {
-    return gotoTrialWith(&TRKTrial::end_time, time);
-}
+std::optional<ItemNumber> TrialList::goToEnd(uint32_t time) { return goToFirstWith(&Trial::endTime, time); }
 
-const TRKTrial *TrialList::getTrialHeaders() {
+const Trial *TrialList::currentTrial() {
     return currentTrial_ < trials().size() ? &trials_[currentTrial_] : nullptr;
 }
 
-void TrialList::arrivedAt(int index) {
+void TrialList::arrivedAt(ItemNumber item) {
     if (!collected_) {
         return;
     }
-    const auto found = std::ranges::find(trials_, static_cast<uint32_t>(index), &TRKTrial::start_index);
+    const auto found = std::ranges::find(trials_, item, &Trial::firstItem);
     if (found != trials_.end()) {
         currentTrial_ = static_cast<uint32_t>(found - trials_.begin());
     }
@@ -293,16 +291,15 @@ void TrialList::arrivedAt(int index) {
 
 // The last trial that contains the time wins. Trials stand in the order of their starts, unless the index is out
 // of order; those that ended too early are passed over together.
-const FRECORDING *TrialList::recordingAt(uint32_t time) {
-    const std::vector<TRKTrial> &all = trials();
+const FRECORDING *TrialList::blockAt(uint32_t time) {
+    const std::vector<Trial> &all = trials();
     std::size_t trial = all.size();
     if (inOrder_) {
-        trial =
-            static_cast<std::size_t>(std::ranges::upper_bound(all, time, {}, &TRKTrial::start_time) - all.begin());
+        trial = static_cast<std::size_t>(std::ranges::upper_bound(all, time, {}, &Trial::startTime) - all.begin());
     }
     while (trial > 0 && latestEnds_[trial - 1] >= time) {
-        const TRKTrial &candidate = all[--trial];
-        if (candidate.recording != nullptr && candidate.start_time <= time && time <= candidate.end_time) {
+        const Trial &candidate = all[--trial];
+        if (candidate.recording != nullptr && candidate.startTime <= time && time <= candidate.endTime) {
             return candidate.recording;
         }
     }

@@ -16,8 +16,8 @@ namespace trk {
 namespace {
 
 constexpr uint16_t kLongestMessage = 498;
-constexpr float kDefaultSampleRate = 250.0F;
-// A block that names no rate keeps this one, and only this one, from the block before it. On purpose.
+// A block that names no rate keeps this one, and only this one, from the block before it: else the later blocks of
+// a recording that states 500 once would count as 250.
 constexpr float kKeptSampleRate = 500.0F;
 constexpr float kRateUnit = 1.0F / 65536; // rates are 16.16 fixed point
 
@@ -28,8 +28,6 @@ constexpr int kLargestOffset = 999;
 
 // The value's integer part as the 16 bits that it was read from.
 uint16_t lowWord(float value) { return static_cast<uint16_t>(truncateTo<int32_t>(value)); }
-
-bool isStartOfBlock(int type) { return type == REC_STARTSAMPLES || type == REC_STARTEVENTS; }
 
 void cutMessageOffset(FEVENT &event, TRK_MESSAGE &message) {
     const char *const text = message.text;
@@ -51,7 +49,7 @@ void cutMessageOffset(FEVENT &event, TRK_MESSAGE &message) {
         return; // the number is all of the text
     }
     event.start_time -= static_cast<uint32_t>(offset);
-    // Leading blanks go with the number but are not taken off the length, on purpose.
+    // Leading blanks go with the number but still count in the length, as in what was exported before.
     message.length = static_cast<uint16_t>(message.length - copied);
     const std::size_t removed = start + copied;
     std::memmove(message.text, message.text + removed, sizeof(message.text) - removed);
@@ -63,34 +61,30 @@ void cutMessageOffset(FEVENT &event, TRK_MESSAGE &message) {
 // Decodes one event body. Lives for one record.
 class RecordReader::EventDecoder {
   public:
-    EventDecoder(RecordReader &reader, EData &out, uint16_t tagWord)
+    EventDecoder(RecordReader &reader, FEVENT &out, uint16_t tag)
         : stream_(*reader.stream_), state_(reader.state_), message_(reader.message_),
           fileRevision_(reader.fileRevision_), cutMessageOffsets_(reader.cutMessageOffsets_), out_(out),
-          type_(eventCodeOfTag(tagWord)) {
-        out_.eye = eyeOfTag(tagWord);
-        out_.parse_flags = parseFlagsOfTag(tagWord);
+          type_(eventCodeOfTag(tag)), startsBlock_(kBlockStarts.contains(static_cast<unsigned>(type_))) {
+        out_ = {};
+        out_.eye = eyeOfTag(tag);
+        out_.parse_flags = parseFlagsOfTag(tag);
     }
 
-    int decode() {
+    bool decode() {
         while (const uint8_t fieldTag = stream_.getByte()) {
-            if (fieldTag == kMessageField) {
-                if (!readMessage()) {
-                    return kUnreadable;
-                }
-            } else {
+            if (fieldTag != kMessageField) {
                 readField(fieldTag);
+            } else if (!readMessage()) {
+                return false;
             }
         }
         if (!startTimeRead_ && endTimeRead_) {
             out_.start_time = out_.end_time;
         }
-        if (state_.sampleFlagsSeen == 0) {
-            state_.maxDecodedTime = out_.start_time;
-        }
         out_.read_flags = readFlags_;
         out_.type = type_;
         applyType();
-        return 0;
+        return true;
     }
 
   private:
@@ -106,7 +100,6 @@ class RecordReader::EventDecoder {
     bool readMessage();
     void applyType();
     void startBlock();
-    void endBlock();
     void applySampleRate();
 
     InputStream &stream_;
@@ -114,13 +107,14 @@ class RecordReader::EventDecoder {
     TRK_MESSAGE &message_;
     uint16_t fileRevision_;
     bool cutMessageOffsets_;
-    EData &out_;
+    FEVENT &out_;
     int16_t type_;
+    bool startsBlock_;
     uint16_t readFlags_ = 0;
     bool startTimeRead_ = false;
     bool endTimeRead_ = false;
-    bool factor1Read_ = false;
-    bool factor2Read_ = false;
+    bool auxWord2Read_ = false;
+    bool peakVelocityRead_ = false;
 };
 
 void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
@@ -133,7 +127,7 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         out_.end_time = stream_.getInt();
         endTimeRead_ = true;
         return carries(TRK_EVENT_END_TIME);
-    // A raw pair goes to the gaze fields; its second value also to an HREF x field, on purpose.
+    // A raw pair goes to the gaze fields, as raw recordings have no gaze; its second value also to an HREF x field.
     case 0x28: // "("
         out_.start_gaze_x = plain();
         out_.start_gaze_y = out_.start_href_x = plain();
@@ -169,8 +163,8 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         out_.end_gaze_y = scaledG();
         return carries(TRK_EVENT_GAZE | TRK_EVENT_END_POSITION);
     case 0x4B: // "K"
-        out_.end_res_x = isStartOfBlock(type_) ? plain() : scaledG();
-        out_.end_res_y = isStartOfBlock(type_) ? plain() : scaledG();
+        out_.end_res_x = startsBlock_ ? plain() : scaledG();
+        out_.end_res_y = startsBlock_ ? plain() : scaledG();
         return carries(TRK_EVENT_RESOLUTION | TRK_EVENT_AT_END);
     case 0x51: // "Q"
         out_.end_pupil_size = plain();
@@ -183,7 +177,7 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         return;
     case 0x56: // "V"
         out_.aux_word2 = stream_.getWord();
-        factor1Read_ = true;
+        auxWord2Read_ = true;
         return;
     case 0x68: // "h"
         out_.avg_gaze_x = out_.avg_href_x = plain();
@@ -204,12 +198,12 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         out_.avg_velocity = scaledV();
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
     case 0x93:
-        if (isStartOfBlock(type_)) {
-            state_.blockFactor2 = plain();
+        if (startsBlock_) {
+            stream_.getWord(); // a factor of the block that nothing goes by
         } else {
             out_.peak_velocity = scaledV();
         }
-        factor2Read_ = true;
+        peakVelocityRead_ = true;
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
     case 0xB4:
         out_.status_word = stream_.getWord();
@@ -229,63 +223,42 @@ bool RecordReader::EventDecoder::readMessage() {
     message_ = {};
     message_.length = length;
     if (stream_.getRawData(message_.text, length) != length) {
-        print_log("error reading trk file 12\n");
-        throwException(kEndOfFile);
+        logLine("error reading trk file 12\n");
+        throw TRKException(kEndOfFile);
     }
     out_.message = &message_;
     return true;
 }
 
 void RecordReader::EventDecoder::applyType() {
-    switch (type_) {
-    case REC_STARTSAMPLES:
-        state_.sampleFlagsSeen = out_.status_word;
-        state_.sampleBlockValue = lowWord(out_.avg_pupil_size);
-        if (state_.sampleBlockValue == 0) {
-            state_.sampleBlockValue = 1;
-        }
-        return startBlock();
-    case REC_STARTEVENTS:
-        state_.eventBlockFlags = out_.aux_word1;
-        state_.eventBlockStatus = out_.status_word;
-        return startBlock();
-    case REC_ENDSAMPLES:
-        state_.sampleFlagsSeen = 0;
-        return endBlock();
-    case REC_ENDEVENTS:
-        state_.eventBlockFlags = 0;
-        return endBlock();
-    case REC_MESSAGE:
-        if (cutMessageOffsets_ && out_.message != nullptr) {
-            cutMessageOffset(out_, message_);
-        }
-        return;
-    default:
-        return;
+    if (startsBlock_) {
+        startBlock();
+    } else if (kBlockEnds.contains(static_cast<unsigned>(type_))) {
+        // The end of a block that names no end time lies where it starts.
+        out_.end_time = endTimeRead_ ? out_.end_time : out_.start_time;
+    } else if (type_ == REC_MESSAGE && cutMessageOffsets_ && out_.message != nullptr) {
+        cutMessageOffset(out_, message_);
     }
 }
 
 void RecordReader::EventDecoder::startBlock() {
     state_.gazeDivisor = out_.start_pupil_size;
     state_.velocityDivisor = out_.end_pupil_size;
-    if (!factor1Read_) {
+    if (!auxWord2Read_) {
         out_.aux_word2 = 1;
     }
-    state_.blockFactor1 = static_cast<float>(out_.aux_word2);
-    if (!factor2Read_) {
-        out_.peak_velocity = state_.blockFactor2 = 1.0F;
+    if (!peakVelocityRead_) {
+        out_.peak_velocity = 1.0F;
     }
     if (fileRevision_ == 0) {
         state_.sampleRate = out_.avg_velocity = kDefaultSampleRate;
-        state_.recordingModeWord = 9;
-        state_.filterLevel = 1;
-        state_.modeLowBits = 1;
+        state_.recordingMode = kModeWithoutRevision;
+        state_.filterLevel = kFilterWithoutRevision;
     } else {
         applySampleRate();
         const uint16_t modeWord = lowWord(out_.end_res_x);
-        state_.recordingModeWord = static_cast<int16_t>(modeWord >> 8);
+        state_.recordingMode = static_cast<int16_t>(modeWord >> 8);
         state_.filterLevel = static_cast<int16_t>(modeWord >> 4 & 0x0F);
-        state_.modeLowBits = static_cast<int16_t>(modeWord & 0x0F);
     }
     out_.end_time = out_.start_time;
 }
@@ -295,31 +268,20 @@ void RecordReader::EventDecoder::applySampleRate() {
         state_.sampleRate = out_.avg_velocity = static_cast<float>(out_.end_time) * kRateUnit;
     } else if (state_.sampleRate != kKeptSampleRate) {
         if (state_.sampleRate > kKeptSampleRate) {
-            print_log("Possible miss handle! sample per second is %f resetting to 250 \n",
-                      static_cast<double>(state_.sampleRate));
+            logLine("Possible miss handle! sample per second is %f resetting to 250 \n",
+                    static_cast<double>(state_.sampleRate));
         }
         state_.sampleRate = out_.avg_velocity = kDefaultSampleRate;
     }
 }
 
-// The end of a block that names no end time lies where it starts.
-void RecordReader::EventDecoder::endBlock() {
-    if (!endTimeRead_) {
-        out_.end_time = out_.start_time;
+bool RecordReader::readEvent(uint16_t tag, FEVENT &out) {
+    if (stream_->eof()) {
+        out = {};
+        logLine(" bad status  1\n");
+        return false;
     }
-}
-
-int RecordReader::read_combfile_event_noexcept(EData &out) {
-    if (!streamReady() || stream_->eof() || !preambleDone_) {
-        const int status = !streamReady() ? -1 : stream_->eof() ? 1 : 2;
-        print_log(" bad status  %d\n", status);
-        return kUnreadable;
-    }
-    uint16_t tagWord = 0;
-    if (const int result = takePendingTag(false, tagWord); result != 0) {
-        return result;
-    }
-    return EventDecoder(*this, out, tagWord).decode();
+    return EventDecoder(*this, out, tag).decode();
 }
 
 } // namespace trk

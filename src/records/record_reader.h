@@ -4,101 +4,70 @@
 #include "io/input_stream.h"
 #include "records/codes.h"
 #include "records/decoding_state.h"
-#include "records/event_data.h"
 #include "records/sample.h"
 
 #include <cstdint>
-#include <memory>
 
 namespace trk {
 
-// What next_combfile_item found.
-enum RecordKind : int { kEndOfRecords = -1, kEventRecord = 0, kSampleRecord = 1, kPreambleUnfinished = 2 };
+enum class RecordKind { EndMark, EventRecord, SampleRecord };
 
-// Results of the decoders below 0.
-inline constexpr int kUnreadable = -1;
-inline constexpr int kOtherKindPending = -2;
+// The head of a record.
+struct RecordHead {
+    RecordKind kind = RecordKind::EndMark;
+    uint16_t tag = 0;     // tag word
+    int64_t position = 0; // of the body in the stream
+};
 
 // How much of a sample a reader wants. The scan has no use for eye data, which then reads anything.
 enum class SampleDetail { All, Scan };
 
+// Whoever decodes the start of a recording block with a reader changes how the samples that are decoded with it
+// afterwards read. Readers of one stream each have a decoding state of their own.
 class RecordReader {
   public:
-    // The stream may be set later; until then, nothing can be read.
-    explicit RecordReader(bool cutMessageOffsets = false) : cutMessageOffsets_(cutMessageOffsets) {}
-
-    void setStream(std::unique_ptr<InputStream> stream) { stream_ = std::move(stream); }
-    void setPreambleFacts(bool done, uint16_t revision) {
-        preambleDone_ = done;
-        fileRevision_ = revision;
-    }
+    // With `cutMessageOffsets`, a number before a message text is taken off the text and off the event's time.
+    RecordReader(InputStream &stream, uint16_t fileRevision, bool cutMessageOffsets)
+        : stream_(&stream), fileRevision_(fileRevision), cutMessageOffsets_(cutMessageOffsets) {}
 
     [[nodiscard]] InputStream &stream() { return *stream_; }
-    [[nodiscard]] DecodingState &state() { return state_; }
     [[nodiscard]] const DecodingState &state() const { return state_; }
+    void setState(const DecodingState &state) { state_ = state; }
 
-    // Reads the next tag word, which the decoder called next picks up. For a sample `out` receives the word, for
-    // an event its upper byte. At the end of the stream the answer is kSampleRecord on purpose: the decoder that
-    // follows then fails.
-    int next_combfile_item(uint16_t *out) {
-        if (!streamReady()) {
-            return kEndOfRecords;
-        }
+    // Reads the next tag word; the stream then stands before the body. At the end of the stream the answer is a
+    // sample that cannot be read, so that a stream without end mark ends in the failure of a record.
+    RecordHead next() {
         if (stream_->eof()) {
-            return kSampleRecord;
+            return {RecordKind::SampleRecord, 0, stream_->position()};
         }
-        if (!preambleDone_) {
-            return kPreambleUnfinished;
-        }
-        const uint16_t tagWord = stream_->getWord();
-        state_.lastTagWord = tagWord;
-        if (tagWord == 0) {
-            return kEndOfRecords;
-        }
-        const bool sample = isSampleTag(tagWord);
-        if (out != nullptr) {
-            *out = sample ? tagWord : static_cast<uint16_t>(tagWord >> 8);
-        }
-        return sample ? kSampleRecord : kEventRecord;
+        const uint16_t tag = stream_->getWord();
+        const RecordKind kind = tag == 0           ? RecordKind::EndMark
+                                : isSampleTag(tag) ? RecordKind::SampleRecord
+                                                   : RecordKind::EventRecord;
+        return {kind, tag, stream_->position()};
     }
 
-    // Decodes the pending sample, or the next one when no tag word is pending. `expectedTime` is the time that
-    // the item index knows for it, or 0 when reading sequentially. Returns 0, kUnreadable or kOtherKindPending.
-    // A record that is cut short throws "End of file Exception" and leaves `out` half filled.
-    int read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime, SampleDetail detail = SampleDetail::All);
+    // Puts the stream before the body of a record. Returns whether the source can be positioned.
+    bool seekTo(int64_t position) { return stream_->seek(position) == 0; }
 
-    // The same; with `capture`, exceptions are logged and answered with kUnreadable.
-    int read_combfile_sample(Sample *out, uint32_t expectedTime, bool capture,
-                             SampleDetail detail = SampleDetail::All);
+    // Decodes the body of a sample with this tag word. `expectedTime` is the time that the item index knows for
+    // it, or 0 when reading sequentially. Returns false at the end of the stream. A record that is cut short
+    // throws "End of file Exception" and leaves `out` half filled.
+    [[nodiscard]] bool readSample(uint16_t tag, Sample &out, uint32_t expectedTime,
+                                  SampleDetail detail = SampleDetail::All);
 
-    // Decodes the pending or next event likewise. The start and end of a recording block change the decoding
-    // state. `out.message` points into a buffer of this reader that the next message overwrites.
-    int read_combfile_event_noexcept(EData &out);
-    int read_combfile_event(EData &out, bool capture);
+    // Decodes the body of an event likewise. Returns false also for a message that is too long. The start of a
+    // recording block changes the decoding state. `out.message` points into a buffer of this reader that the next
+    // message overwrites.
+    [[nodiscard]] bool readEvent(uint16_t tag, FEVENT &out);
 
   private:
     class EventDecoder;
 
-    [[nodiscard]] bool streamReady() const { return stream_ != nullptr; }
-
-    // Takes the pending tag word, fetching one when none is pending; one of the other kind stays pending.
-    int takePendingTag(bool wantSample, uint16_t &tagWord) {
-        if (state_.lastTagWord == 0 && next_combfile_item(nullptr) == kEndOfRecords) {
-            return kUnreadable;
-        }
-        tagWord = state_.lastTagWord;
-        if (isSampleTag(tagWord) != wantSample) {
-            return kOtherKindPending;
-        }
-        state_.lastTagWord = 0;
-        return 0;
-    }
-
-    std::unique_ptr<InputStream> stream_;
+    InputStream *stream_;
     DecodingState state_;
     TRK_MESSAGE message_{};
-    uint16_t fileRevision_ = 0;
-    bool preambleDone_ = false;
+    uint16_t fileRevision_;
     bool cutMessageOffsets_;
 };
 

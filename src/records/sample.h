@@ -10,6 +10,15 @@ inline constexpr uint16_t kEyePresent[kEyes] = {TRK_SAMPLE_LEFT, TRK_SAMPLE_RIGH
 
 using Sample = FSAMPLE_REC;
 
+// A pupil smaller than this is that of an eye that was lost, whatever else the sample says of it.
+inline constexpr float kSmallestPupil = 15.0F;
+
+// Whether the sample holds data of this eye that can be relied on.
+[[nodiscard]] inline bool tracksEye(const Sample &sample, int eye) {
+    const bool sized = (sample.flags & TRK_SAMPLE_PUPIL_SIZE) != 0;
+    return (sample.flags & kEyePresent[eye]) != 0 && !(sized && sample.pupil_size[eye] < kSmallestPupil);
+}
+
 // Puts a marker into all positions, and MISSING_DATA into resolution and velocities.
 constexpr void fillEyeData(Sample &sample, float noPosition, float noPupilSize) {
     for (int eye = 0; eye < kEyes; ++eye) {

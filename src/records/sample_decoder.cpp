@@ -1,6 +1,5 @@
 #include "records/record_reader.h"
 
-#include "records/codes.h"
 #include "records/scaling.h"
 
 #include <algorithm>
@@ -222,38 +221,28 @@ void skipBlocks(InputStream &stream) {
 
 } // namespace
 
-int RecordReader::read_combfile_sample_noexcept(Sample *out, uint32_t expectedTime, SampleDetail detail) {
-    if (out == nullptr || !streamReady() || stream_->eof() || !preambleDone_) {
-        return kUnreadable;
+bool RecordReader::readSample(uint16_t tag, Sample &out, uint32_t expectedTime, SampleDetail detail) {
+    if (stream_->eof()) {
+        return false;
     }
-    uint16_t flags = 0;
-    if (const int result = takePendingTag(true, flags); result != 0) {
-        return result;
-    }
-    state_.sampleFlagsSeen |= flags;
-    reset(*out, detail);
-    out->flags = flags;
+    reset(out, detail);
+    out.flags = tag;
 
     InputStream &stream = *stream_;
     const bool read = detail == SampleDetail::Scan
-                          ? readFixedPartFromWindow<SkimmingSource>(stream, *out, expectedTime, state_)
-                          : readFixedPartFromWindow<WindowSource>(stream, *out, expectedTime, state_);
+                          ? readFixedPartFromWindow<SkimmingSource>(stream, out, expectedTime, state_)
+                          : readFixedPartFromWindow<WindowSource>(stream, out, expectedTime, state_);
     if (!read) {
         StreamSource source(stream);
-        readFixedPart(source, *out, expectedTime, state_);
+        readFixedPart(source, out, expectedTime, state_);
     }
-    if ((flags & TRK_SAMPLE_SKIP_LIST1) != 0) {
+    if ((tag & TRK_SAMPLE_SKIP_LIST1) != 0) {
         skipBlocks(stream);
     }
-    if ((flags & TRK_SAMPLE_SKIP_LIST2) != 0) {
+    if ((tag & TRK_SAMPLE_SKIP_LIST2) != 0) {
         skipBlocks(stream);
     }
-
-    if (state_.minDecodedTime == 0 || state_.minDecodedTime > out->time) {
-        state_.minDecodedTime = out->time;
-    }
-    state_.maxDecodedTime = std::max(state_.maxDecodedTime, out->time);
-    return 0;
+    return true;
 }
 
 } // namespace trk

@@ -1,5 +1,5 @@
 // Memory that runs out, the memory that an open recording takes, and memory that ends where the input does.
-#include "api/trk_file.h"
+#include "api/open_recording.h"
 #include "support/memory_stream.h"
 #include "support/scenarios.h"
 #include "support/walk.h"
@@ -139,10 +139,11 @@ TEST(Allocation, DecodersKeepToTheInput) {
             guardedSize = size;
             return std::make_unique<MemoryStream>(bytes, MemoryStream::Plan{.windowSize = size});
         };
-        trk::TRKFile file(request);
+        const auto opened = trk::openRecording(request);
+        trk::TRKFile &file = *opened;
         EXPECT_EQ(guardedSize, 0U);
-        while (file.getNextData() != 0) {
-            file.getFloatData();
+        while (file.step() != 0) {
+            file.fetch();
         }
     }
 }

@@ -1,4 +1,4 @@
-#include "index/consistency.h"
+#include "index/repair.h"
 
 #include "base/log.h"
 #include "index/eye_event_fixups.h"
@@ -13,14 +13,14 @@ namespace trk {
 
 namespace {
 
-constexpr int64_t kClosePairKeys = 6; // three milliseconds
+constexpr int64_t kClosePair = 3 * TimeKey::kPerMillisecond;
 
 void markClosePairs(ItemIndex &index) {
     std::deque<FRECORDING> &recordings = index.recordings();
     for (std::size_t i = 1; i < recordings.size(); ++i) {
         const uint64_t distance =
             ItemIndex::effectiveKey(recordings[i]) - ItemIndex::effectiveKey(recordings[i - 1]);
-        if (std::abs(int64_t{static_cast<int32_t>(distance)}) < kClosePairKeys) {
+        if (std::abs(int64_t{static_cast<int32_t>(distance)}) < kClosePair) {
             recordings[i - 1].close_pair = recordings[i].close_pair = 1;
             index.orderChanged();
         }
@@ -29,16 +29,16 @@ void markClosePairs(ItemIndex &index) {
 
 // One pass over the sorted index that drops samples outside recording blocks, puts an end of block that was
 // sorted behind the start of the same time before it, and pairs blinks.
-class ConsistencyWalk {
+class RepairWalk {
   public:
-    ConsistencyWalk(ItemIndex &index, bool strict) : index_(index), items_(index.items()), strict_(strict) {}
+    RepairWalk(ItemIndex &index, bool strict) : index_(index), items_(index.items()), strict_(strict) {}
 
     void run() {
-        for (const TRKItem item : items_) {
+        for (const Item item : items_) {
             if (item.isSample() && outsideRecording_ && !moveEndBeforeStart()) {
-                print_log("WARNING: TRK FILE MAY BE CORRUPTED. Sample at %d found without start recording. "
-                          "Skipping this sample \n",
-                          static_cast<int>(item.sort_key >> 1));
+                logLine("WARNING: TRK FILE MAY BE CORRUPTED. Sample at %d found without start recording. "
+                        "Skipping this sample \n",
+                        static_cast<int>(TimeKey::time(item.key)));
                 continue;
             }
             if (startsBlock(item)) {
@@ -62,7 +62,7 @@ class ConsistencyWalk {
   private:
     static constexpr std::size_t kEyeValues = 16;
 
-    void seeEvent(TRKItem &item) {
+    void seeEvent(Item &item) {
         if (item.isRecordingBlock()) {
             seeBlock(item);
         } else if (item.code() == REC_EBLINK) {
@@ -72,11 +72,11 @@ class ConsistencyWalk {
         }
     }
 
-    [[nodiscard]] bool startsBlock(const TRKItem &item) const {
+    [[nodiscard]] bool startsBlock(const Item &item) const {
         return item.isRecordingBlock() && index_.recordingOf(item).state != TRK_BLOCK_END;
     }
 
-    void seeBlock(const TRKItem &block) {
+    void seeBlock(const Item &block) {
         outsideRecording_ = !startsBlock(block);
         if (outsideRecording_) {
             lastEndBlock_ = kept_;
@@ -85,24 +85,24 @@ class ConsistencyWalk {
         }
     }
 
-    void seeBlinkEnd(const TRKItem &item) {
+    void seeBlinkEnd(const Item &item) {
         if (endSeen_[item.eye()]) {
-            print_log("found EBLINK  with no SBLINK %u \n", timeOfKey(item.sort_key));
+            logLine("found EBLINK  with no SBLINK %u \n", TimeKey::time(item.key));
         }
         endSeen_[item.eye()] = true;
         pairBlink(item.eye());
     }
 
-    void seeBlinkStart(TRKItem &item) {
+    void seeBlinkStart(Item &item) {
         const unsigned eye = item.eye();
         if (blinkOpen_[eye]) {
-            print_log("No matching EBLINK found for SBLINK  %u \n", timeOfKey(item.sort_key));
+            logLine("No matching EBLINK found for SBLINK  %u \n", TimeKey::time(item.key));
         }
         blinkOpen_[eye] = true;
         if (strict_ && orphanEnd_ && endSeen_[eye]) {
             // The blink's end was sorted before its start: start it at its end.
             blinkOpen_[eye] = endSeen_[eye] = false;
-            item.sort_key = index_.effectiveKey(at(*orphanEnd_));
+            item.key = index_.effectiveKey(at(*orphanEnd_));
             item.mark(kItemMoved);
             index_.orderChanged();
         }
@@ -139,7 +139,7 @@ class ConsistencyWalk {
 
     // The item at a place, as if the moved ends stood before the start of block, the last one first. They are put
     // there when the walk is done with the block, so that many of them cost one move of the items behind.
-    TRKItem &at(std::size_t place) {
+    Item &at(std::size_t place) {
         const std::size_t moved = movedEnds_.size();
         if (moved == 0 || place < *lastStartBlock_) {
             return items_[place];
@@ -160,12 +160,12 @@ class ConsistencyWalk {
     }
 
     ItemIndex &index_;
-    std::vector<TRKItem> &items_;
+    std::vector<Item> &items_;
     bool strict_;
     std::size_t kept_ = 0; // number of items seen and kept
     bool outsideRecording_ = true;
     bool movedEndOfBlock_ = false;
-    std::vector<TRKItem> movedEnds_; // ends to stand before the last start of block, in the order of their moves
+    std::vector<Item> movedEnds_; // ends to stand before the last start of block, in the order of their moves
     std::optional<std::size_t> lastStartBlock_;
     std::optional<std::size_t> lastEndBlock_;
     std::optional<std::size_t> orphanEnd_; // the last unmatched end of a blink; one for all eyes, never forgotten
@@ -175,22 +175,21 @@ class ConsistencyWalk {
 
 } // namespace
 
-int checkConsistency(ItemIndex &index, bool strict) {
+void repairIndex(ItemIndex &index, bool strict) {
     markClosePairs(index);
     index.sortItems();
-    MergeEyeEventsOutsideOfTrials(index);
+    moveEyeEventsOutsideBlocks(index);
     index.sortItems();
-    ConsistencyWalk walk(index, strict);
+    RepairWalk walk(index, strict);
     walk.run();
     if (!strict) {
-        return 0;
+        return;
     }
     if (!walk.movedEndOfBlock()) {
         index.sortItems();
     }
-    mergeBlinksInsideSaccade(index);
-    markSamplesInsideBlink(index);
-    return 0;
+    joinBlinksInsideSaccades(index);
+    markSamplesInsideBlinks(index);
 }
 
 } // namespace trk

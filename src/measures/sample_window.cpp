@@ -1,4 +1,4 @@
-#include "measures/sample_queue.h"
+#include "measures/sample_window.h"
 
 #include <algorithm>
 
@@ -6,20 +6,20 @@ namespace trk {
 
 namespace {
 
-// Samples in the last 64 slots have too few behind them for the velocity.
-constexpr int kFirstSlotOfLookAhead = 448;
-constexpr uint64_t kLargestSpacing = 8;           // key units, 250 samples per second
-constexpr uint32_t kSearchableSpacings = 0x00116; // 1, 2, 4 and 8
+// The spacings of 2000, 1000, 500 and 250 samples per second: entries of others are not found by their distance.
+constexpr bool isSearchable(uint64_t spacing) {
+    return spacing <= TimeKey::kLargestSpacing && std::has_single_bit(spacing);
+}
 
 } // namespace
 
-void SampleQueue::clear() {
+void SampleWindow::clear() {
     spacingIsStale_ = true;
     head_ = count_ = uniformRun_ = 0;
     lastPupilSize_ = {kUnknownPupilSize, kUnknownPupilSize};
 }
 
-void SampleQueue::shiftQueue() {
+void SampleWindow::dropOldest() {
     spacingIsStale_ = true;
     if (count_ < kShift) {
         count_ = uniformRun_ = 0;
@@ -30,25 +30,19 @@ void SampleQueue::shiftQueue() {
 }
 
 // The distance of the first two keys, or of the last two when the first show a gap.
-uint64_t SampleQueue::firstSpacing() const {
+uint64_t SampleWindow::firstSpacing() const {
     const uint64_t first = key(1) - key(0);
-    return first <= kLargestSpacing ? first : lastKey() - key(count_ - 2);
+    return first <= TimeKey::kLargestSpacing ? first : lastKey() - key(count_ - 2);
 }
 
-bool SampleQueue::isOutOfBoundsToAdd(uint64_t key) const {
-    if (count_ == 0) {
-        return false;
-    }
-    if (key < this->key(0)) {
+bool SampleWindow::isContinuedBy(uint64_t key) const {
+    if (count_ == 0 || spans(key)) {
         return true;
     }
-    if (key <= lastKey()) {
-        return false;
-    }
-    return count_ < 3 || lastKey() + firstSpacing() < key;
+    return key > lastKey() && count_ >= 3 && key <= lastKey() + firstSpacing();
 }
 
-bool SampleQueue::addSample(Sample &sample, uint64_t key) {
+bool SampleWindow::add(Sample &sample, uint64_t key) {
     if (count_ > 0 && lastKey() >= key) {
         return false;
     }
@@ -74,7 +68,7 @@ bool SampleQueue::addSample(Sample &sample, uint64_t key) {
     return true;
 }
 
-SampleQueue::Spacing SampleQueue::spacingOfKeys() const {
+SampleWindow::Spacing SampleWindow::spacingOfKeys() const {
     Spacing spacing;
     if (count_ < 1) {
         return spacing;
@@ -83,7 +77,7 @@ SampleQueue::Spacing SampleQueue::spacingOfKeys() const {
     spacing.last = lastKey();
     if (count_ >= 3) {
         const uint64_t step = firstSpacing();
-        if (step <= kLargestSpacing && (kSearchableSpacings >> step & 1U) != 0) {
+        if (isSearchable(step)) {
             spacing.step = step;
             spacing.shift = std::countr_zero(step);
             spacing.uniform = uniformRun_ >= count_;
@@ -93,7 +87,7 @@ SampleQueue::Spacing SampleQueue::spacingOfKeys() const {
     return spacing;
 }
 
-int SampleQueue::findInBrokenSpacing(uint64_t key) const {
+int SampleWindow::findInBrokenSpacing(uint64_t key) const {
     if (count_ < 1) {
         return -1;
     }
@@ -119,47 +113,12 @@ int SampleQueue::findInBrokenSpacing(uint64_t key) const {
     return holds(fromBackByLastStep, key) ? static_cast<int>(fromBackByLastStep) : -1;
 }
 
-const Sample *SampleQueue::getOldSample(uint64_t key, int *position) const {
-    const int found = find(key);
-    if (position != nullptr) {
-        *position = found;
-    }
-    return found < 0 ? nullptr : &entry(found);
-}
-
-const Sample *SampleQueue::getOldSampleSlow(uint64_t key, int *position) const {
+int SampleWindow::search(uint64_t key) const {
     int found = 0;
     while (found < count_ && this->key(found) != key) {
         ++found;
     }
-    if (position != nullptr) {
-        *position = found < count_ ? found : -1;
-    }
-    return found < count_ ? &entry(found) : nullptr;
-}
-
-const Sample *SampleQueue::getSample(std::size_t index, SampleRefill &refill) {
-    const uint64_t key = index_.effectiveKey(index_[index]);
-    int position = -1;
-    while (const Sample *const sample = getOldSample(key, &position)) {
-        if (position < kFirstSlotOfLookAhead) {
-            return sample;
-        }
-        refill.batchReadSample(index);
-    }
-    if (count_ > 0 && this->key(0) <= key && key <= lastKey()) {
-        return getOldSampleSlow(key);
-    }
-    refill.batchReadSample(index);
-    if (const Sample *const sample = getOldSample(key)) {
-        return sample;
-    }
-    if (const Sample *const sample = getOldSampleSlow(key)) {
-        return sample;
-    }
-    clear();
-    refill.batchReadSample(index);
-    return getOldSample(key);
+    return found < count_ ? found : -1;
 }
 
 } // namespace trk

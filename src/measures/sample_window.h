@@ -1,7 +1,7 @@
 // A sliding window of decoded samples, from which the velocities are computed.
 #pragma once
 
-#include "index/item_index.h"
+#include "base/time_key.h"
 #include "records/sample.h"
 
 #include <array>
@@ -10,43 +10,40 @@
 
 namespace trk {
 
-// Reads samples into the queue, beginning with the item at `index`.
-class SampleRefill {
-  public:
-    virtual ~SampleRefill() = default;
-    virtual int batchReadSample(std::size_t index) = 0;
-};
-
 // Up to 512 samples, oldest first, with strictly increasing keys. Entries live in a ring, so that dropping the
 // oldest moves nothing.
-class SampleQueue {
+class SampleWindow {
   public:
     static constexpr int kCapacity = 512;
-
-    explicit SampleQueue(const ItemIndex &index) : index_(index) {}
 
     [[nodiscard]] int count() const { return count_; }
     [[nodiscard]] bool isFull() const { return count_ == kCapacity; }
     [[nodiscard]] const Sample &entry(int position) const { return entries_[slot(position)]; }
     [[nodiscard]] uint64_t key(int position) const { return keys_[slot(position)]; }
 
-    // How many samples were added before this one in the life of the queue: tells entries apart for good.
+    // How many samples were added before this one in the life of the window: tells entries apart for good.
     [[nodiscard]] uint64_t serial(int position) const { return added_ - static_cast<uint64_t>(count_ - position); }
 
     void clear();
 
     // Drops the 128 oldest entries, or all when there are fewer.
-    void shiftQueue();
+    void dropOldest();
 
-    // Whether a refill that starts at `key` must start from an empty queue.
-    [[nodiscard]] bool isOutOfBoundsToAdd(uint64_t key) const;
+    // Whether samples from `key` on continue the window; else they must start from an empty one.
+    [[nodiscard]] bool isContinuedBy(uint64_t key) const;
 
-    // Where the next sample will live; decoding into it saves addSample the copy. The queue must not be full.
+    // Whether a key lies between the first and the last, be it there or not.
+    [[nodiscard]] bool spans(uint64_t key) const { return count_ > 0 && this->key(0) <= key && key <= lastKey(); }
+
+    // Whether enough entries can lie behind a position for the velocity there.
+    [[nodiscard]] static bool reachesAhead(int position) { return position < kCapacity - kLookAhead; }
+
+    // Where the next sample will live; decoding into it saves add() the copy. The window must not be full.
     [[nodiscard]] Sample &freeSlot() { return entries_[slot(count_)]; }
 
     // Adds a copy of the sample, unless its key does not lie behind the last. A sample without pupil sizes gets
-    // the last ones seen. The queue must not be full. Returns whether it was added.
-    bool addSample(Sample &sample, uint64_t key);
+    // the last ones seen. The window must not be full. Returns whether it was added.
+    bool add(Sample &sample, uint64_t key);
 
     // Finds the entry with exactly this key by the spacing of the keys; there is no search where that is broken.
     // Returns its position, or -1.
@@ -66,17 +63,13 @@ class SampleQueue {
         return spacing_.uniform ? spacing_.step : 0;
     }
 
-    // The same as find; null when there is no such entry.
-    const Sample *getOldSample(uint64_t key, int *position = nullptr) const;
-
     // The same by looking at all entries.
-    const Sample *getOldSampleSlow(uint64_t key, int *position = nullptr) const;
-
-    // The sample of an item, refilling as needed; null when it cannot be had.
-    const Sample *getSample(std::size_t index, SampleRefill &refill);
+    [[nodiscard]] int search(uint64_t key) const;
 
   private:
+    static constexpr float kUnknownPupilSize = 1000.0F;
     static constexpr int kShift = 128;
+    static constexpr int kLookAhead = 64;
 
     [[nodiscard]] std::size_t slot(int position) const {
         return static_cast<unsigned>(head_ + position) % unsigned{kCapacity};
@@ -105,7 +98,6 @@ class SampleQueue {
     };
     [[nodiscard]] Spacing spacingOfKeys() const;
 
-    const ItemIndex &index_;
     int head_ = 0; // slot of the oldest entry
     int count_ = 0;
     uint64_t added_ = 0;
@@ -116,8 +108,6 @@ class SampleQueue {
     std::array<float, kEyes> lastPupilSize_{kUnknownPupilSize, kUnknownPupilSize};
     std::array<uint64_t, kCapacity> keys_{};
     std::array<Sample, kCapacity> entries_{};
-
-    static constexpr float kUnknownPupilSize = 1000.0F;
 };
 
 } // namespace trk
