@@ -1,5 +1,5 @@
-// Damaged recordings, sources that fail, resources that run out, bounds; many recordings in one process, and a very
-// large one. Whatever opens is walked to its end with every fetch.
+// Damaged recordings, sources that fail, resources that run out, bounds; many recordings in one process, and a
+// very large one. Whatever opens is walked to its end with every fetch.
 #include "api/open_recording.h"
 #include "base/exception.h"
 #include "io/inflate.h"

@@ -185,8 +185,8 @@ TEST(Order, OfTwoItemsFollowsTheRules) {
 // Among so many items, the one that stands at `from` belongs to `to`. Items of equal keys stay in order.
 TEST(Order, OfLargeIndexesIsMadeInChunks) {
     const std::array<trk::ItemNumber, 4> cases[] = {{20000, 19999, 0, 0},         {20001, 20000, 0, 10500},
-                                                {20001, 13499, 0, 0},         {20001, 13500, 10498, 10500},
-                                                {20001, 13500, 10502, 10502}, {40000, 39999, 31000, 31500}};
+                                                    {20001, 13499, 0, 0},         {20001, 13500, 10498, 10500},
+                                                    {20001, 13500, 10502, 10502}, {40000, 39999, 31000, 31500}};
     for (const auto &[count, from, to, reached] : cases) {
         ItemIndex index;
         for (trk::ItemNumber i = 0; i < count; ++i) {
