@@ -127,7 +127,8 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         out_.end_time = stream_.getInt();
         endTimeRead_ = true;
         return carries(TRK_EVENT_END_TIME);
-    // A raw pair goes to the gaze fields, as raw recordings have no gaze; its second value also to an HREF x field.
+    // A raw pair goes to the gaze fields, which raw recordings have no other use for; its second value also to an
+    // HREF x field.
     case 0x28: // "("
         out_.start_gaze_x = plain();
         out_.start_gaze_y = out_.start_href_x = plain();
