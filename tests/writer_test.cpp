@@ -18,7 +18,7 @@ constexpr int kSamples = 4000;
 std::string record(Bytes &file, const trkwriter::Options &options, int at = kSamples,
                    void (*call)(Recorder &) = nullptr) {
     std::string refusal;
-    Recorder to(file, options);
+    Recorder to = Recorder::toMemory(file, options);
     for (int i = -1; i < kSamples; ++i) {
         try {
             i == at ? call(to) : void();
@@ -89,6 +89,7 @@ TEST(Recorder, RefusesAndGoesOn) {
         {1000, "longer than 498", [](auto &to) { to.message(1500, Bytes(499, ' ')); }},
         {1000, "a block is open", [](auto &to) { to.startBlock({.time = 1600}); }},
         {1000, "a block is open", [](auto &to) { to.finish(); }},
+        {1000, "not 3 ms behind the start", [](auto &to) { to.endBlock(1002); }},
         {1000, "saccade has no end", [](auto &to) { to.endBlock(1600); }},
         {1000, "not ended", [](auto &to) { to.startEvent(EyeEvent::Saccade, RightEye, 1501); }},
         {1000, "no start", [](auto &to) { to.endEvent(EyeEvent::Saccade, LeftEye, 1501); }},
