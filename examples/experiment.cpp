@@ -35,7 +35,7 @@ constexpr double kPixelsPerDegree = 40.0;
 constexpr double kDegree = 57.2958;
 constexpr double kViewingDistance = kPixelsPerDegree * kDegree;
 constexpr double kHrefDistance = 15000.0;
-constexpr uint16_t kPupilLost = 0x2000; // status word
+constexpr int kPupilLost = 0x2000; // status word
 constexpr double kMeanPupilSize = 1000.0;
 
 // The standard fixes what std::mt19937 yields, but not what its distributions make of it.
@@ -403,15 +403,13 @@ class Experiment {
 
     void writeSample(double time, std::array<Eye, 2> &eyes) {
         const Eye &measured = eyes[0];
-        trkwriter::Sample sample{.time = time, .left = eyes[0].sample(), .right = eyes[1].sample()};
-        sample.status = uint16_t{0};
-        if (measured.closed()) {
-            sample.status = kPupilLost;
-        } else {
-            sample.resolution = resolutionAt(measured.position());
-        }
+        trkwriter::Sample sample{.time = time,
+                                 .left = eyes[0].sample(),
+                                 .right = eyes[1].sample(),
+                                 .resolution = measured.closed() ? Point{} : resolutionAt(measured.position()),
+                                 .status = measured.closed() ? kPupilLost : 0};
         if (options_.cameraData) {
-            constexpr uint16_t kWindowPosition = 30 << 9 | 40; // the camera window stands at (160, 240)
+            constexpr int kWindowPosition = 30 << 9 | 40; // the camera window stands at (160, 240)
             sample.input = kWindowPosition;
             sample.extension = cameraData(measured);
         }
@@ -436,7 +434,7 @@ size_t writeExperiment(Recorder &recorder, const ScenarioOptions &options) {
 
 Scenario experiment(const ScenarioOptions &options) {
     Scenario scenario;
-    Recorder recorder(scenario.file, {.compressed = options.compressed});
+    Recorder recorder = Recorder::toMemory(scenario.file, {.compressed = options.compressed});
     scenario.samples = writeExperiment(recorder, options);
     recorder.finish();
     return scenario;

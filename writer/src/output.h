@@ -59,7 +59,7 @@ class Deflater {
     void write(std::string_view bytes, int flush);
 
   private:
-    static constexpr std::size_t kBufferSize = 1 << 16;
+    static constexpr std::size_t kBufferSize = 1 << 14;
 
     Output &output_;
     z_stream stream_{};

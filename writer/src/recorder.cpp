@@ -149,16 +149,19 @@ class Recorder::Impl {
         return raw::EyePositions{position(sample.left.*field, steps, what),
                                  position(sample.right.*field, steps, what)};
     }
-    [[nodiscard]] std::optional<int> sampleWord(const std::optional<uint16_t> &given, uint16_t otherwise,
-                                                bool announced, const char *what) const {
-        requireAnnounced(announced || !given, what);
-        return announced ? std::optional<int>(given.value_or(otherwise)) : std::nullopt;
-    }
     [[nodiscard]] int inRange(int value, int lowest, int largest, const char *what) const {
         if (value < lowest || value > largest) {
             refuseValue(what, value, lowest, largest);
         }
         return value;
+    }
+    [[nodiscard]] int unsignedWord(int value, const char *what) const {
+        return inRange(value, 0, UINT16_MAX, what);
+    }
+    [[nodiscard]] std::optional<int> sampleWord(const std::optional<int> &given, int otherwise, bool announced,
+                                                const char *what) const {
+        requireAnnounced(announced || !given, what);
+        return announced ? std::optional(unsignedWord(given.value_or(otherwise), what)) : std::nullopt;
     }
     void requireOpenBlock() const { require(block_.has_value(), "no block is open"); }
     // Of any record.
@@ -222,8 +225,8 @@ class Recorder::Impl {
     int64_t lastSampleKey_ = -1; // twice the time
     uint32_t lastNote_ = 0;      // message, button or input
     std::array<std::array<EyeEvents, 2>, 3> eyeEvents_{};
-    uint16_t buttons_ = 0;
-    uint16_t input_ = 0;
+    int buttons_ = 0;
+    int input_ = 0;
 };
 
 Recorder::Impl::Impl(std::string name, const Options &options)
@@ -441,7 +444,7 @@ void Recorder::Impl::endEvent(EyeEvent kind, Eyes eye, double time, const EyeSum
         record.set(raw::kPeakVelocity, word(*summary.peakVelocity, block_->velocityDivisor, "peak velocity"));
     }
     if (summary.status) {
-        record.set(raw::kStatusWord, *summary.status);
+        record.set(raw::kStatusWord, unsignedWord(*summary.status, "status"));
     }
     write(record);
     events = {.openSince = {}, .lastEnd = end};
@@ -469,8 +472,8 @@ void Recorder::Impl::message(double time, std::string_view text) {
 void Recorder::Impl::button(double time, int number, bool pressed) {
     begin("button", time);
     const uint32_t start = noteTime();
-    const auto bit = static_cast<uint16_t>(1U << (inRange(number, 1, 16, "button number") - 1));
-    buttons_ = static_cast<uint16_t>(pressed ? buttons_ | bit : buttons_ & ~bit);
+    const int bit = 1 << (inRange(number, 1, 16, "button number") - 1);
+    buttons_ = pressed ? buttons_ | bit : buttons_ & ~bit;
     writeNote(start,
               EventRecord(REC_BUTTON).startTime(start).set(raw::kAuxWord1, buttons_).set(raw::kAuxWord2, number));
 }
@@ -478,7 +481,7 @@ void Recorder::Impl::button(double time, int number, bool pressed) {
 void Recorder::Impl::input(double time, int value) {
     begin("input", time);
     const uint32_t start = noteTime();
-    input_ = static_cast<uint16_t>(inRange(value, 0, UINT16_MAX, "input"));
+    input_ = unsignedWord(value, "input");
     writeNote(start, EventRecord(REC_INPUT).startTime(start).set(raw::kAuxWord1, value));
 }
 
@@ -512,9 +515,12 @@ Recorder::Recorder(const std::filesystem::path &path, const Options &options)
     impl_->open(std::make_unique<FileOutput>(path));
 }
 
-Recorder::Recorder(raw::Bytes &target, const Options &options)
-    : impl_(std::make_unique<Impl>("recording", options)) {
-    impl_->open(std::make_unique<MemoryOutput>(target));
+Recorder::Recorder(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+Recorder Recorder::toMemory(raw::Bytes &target, const Options &options) {
+    auto impl = std::make_unique<Impl>("recording", options);
+    impl->open(std::make_unique<MemoryOutput>(target));
+    return Recorder(std::move(impl));
 }
 
 Recorder::~Recorder() = default;

@@ -74,15 +74,15 @@ struct Point {
 struct Options {
     bool compressed = false;
     int level = 1; // of the compression, zlib's 0 to 9
-    std::size_t flushEvery =
-        0;            // bytes of records after which a full flush point follows the record at hand; 0: none
-    int revision = 5; // of the file format, 0 to 65535; in files of revision 0 the rate is 250
-    std::string source = "LX"; // the tracker: "V2" is read as model 2, "LX" as 3, all others as 1
+    // A full flush point of the compression follows the first record that ends so many bytes behind the last one.
+    std::size_t flushEvery = 0; // bytes of the record stream; 0: none
+    int revision = 5;           // of the file format, 0 to 65535; in files of revision 0 the rate is 250
+    std::string source = "LX";  // the tracker: "V2" is read as model 2, "LX" as 3, all others as 1
     // Lines for the preamble, each with its "\n" and at most 198 bytes long. By default the recording program, one
     // whose texts are UTF-8.
     std::string moreLines = "RECORDED BY QMVB1.6.0\n";
-    std::string_view
-        magic{}; // of raw.h, one that suits `compressed`; by default kMagicCombfile or kMagicCompressed
+    // One of raw.h that suits `compressed`. By default kMagicCombfile or kMagicCompressed.
+    std::string_view magic{};
     bool carriageReturn = false; // before the line feed of the magic line
 };
 
@@ -130,10 +130,11 @@ struct Sample {
     double time = 0;
     EyeSample left{};
     EyeSample right{};
-    Point resolution{};                // at the gaze position
-    std::optional<uint16_t> status{};  // default: 0
-    std::optional<uint16_t> input{};   // default: the value of the last input()
-    std::optional<uint16_t> buttons{}; // default: as the calls of button() left them, bit n - 1 for button n
+    Point resolution{}; // at the gaze position
+    // Words, 0 to 65535.
+    std::optional<int> status{};  // default: 0
+    std::optional<int> input{};   // default: the value of the last input()
+    std::optional<int> buttons{}; // default: as the calls of button() left them, bit n - 1 for button n
     std::optional<Extension> extension{};
 };
 
@@ -153,7 +154,7 @@ struct EyeSummary {
     EyeValues end{};
     EyeValues average{};
     std::optional<double> peakVelocity{};
-    std::optional<uint16_t> status{};
+    std::optional<int> status{}; // 0 to 65535
 };
 
 class Recorder {
@@ -161,7 +162,7 @@ class Recorder {
     // Opens the temporary file and writes the head. Throws Error when it cannot, and for options that cannot be.
     explicit Recorder(const std::filesystem::path &path, const Options &options = {});
     // Writes into memory: `target`, which must live as long as the recorder, receives the file in finish().
-    explicit Recorder(raw::Bytes &target, const Options &options = {});
+    static Recorder toMemory(raw::Bytes &target, const Options &options = {});
     // Removes the temporary file of a recording that is not finished.
     ~Recorder();
     Recorder(Recorder &&other) noexcept;
@@ -199,6 +200,7 @@ class Recorder {
 
   private:
     class Impl;
+    explicit Recorder(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> impl_;
 };
 
