@@ -244,7 +244,9 @@ TEST(TimeAdjustment, MovesLateRecordings) {
         for (int i = 0; i < skipped; ++i) {
             recording.step();
         }
-        const auto time = [&](int code) { return std::to_string(recording.fetch(code).time() - origin) + ' '; };
+        const auto time = [&, start = origin](int code) {
+            return std::to_string(recording.fetch(code).time() - start) + ' ';
+        };
         EXPECT_EQ(recording.told(time), times) << last;
         EXPECT_EQ(LogCapture::take(), lines);
     }
