@@ -26,6 +26,9 @@ Bytes twoBlocks(int samples) {
         writer.startBlock({.time = start, .rate = 2000, .gazeDivisor = start == 1000 ? 10 : 1});
         for (int i = 0; i < samples; ++i) {
             const uint32_t time = start + static_cast<uint32_t>(i / 2);
+            if (i == samples / 2) {
+                writer.message(start - 1, "between the samples of the file");
+            }
             writer.sample({.time = time,
                            .gaze = EyePositions{{i % 500 * 7 % 997, i % 100}, {}},
                            .resolution = Position{9, 9}});
@@ -147,15 +150,15 @@ TEST(Batches, LackVelocitiesOutsideOfBlocks) {
 class AnyOrder : public testing::Test {
   protected:
     static constexpr std::size_t kSamples = 3000;
-    static constexpr std::size_t kStart = 1; // of the first block, by item
-    static constexpr std::size_t kFirst = 3; // first sample
+    static constexpr std::size_t kStart = 2; // of the first block, by item
+    static constexpr std::size_t kFirst = 4; // first sample
     const Bytes bytes_ = twoBlocks(kSamples);
     TemporaryDirectory directory_;
     std::unique_ptr<trk::TRKFile> opened_ =
         trk::openRecording({directory_.save("blocks.trk", bytes_).c_str(), TRK_OPEN_CHECK, 1, 1, nullptr});
     trk::TRKFile &file_ = *opened_;
 
-    AnyOrder() { file_.step(); }
+    AnyOrder() { file_.step(), file_.step(); } // onto the start of the block
     FSAMPLE_REC at(std::size_t item) {
         file_.goToItem(static_cast<trk::ItemNumber>(item));
         file_.step();
@@ -246,7 +249,9 @@ TEST(TimeAdjustment, MovesLateRecordings) {
         for (int i = 0; i < skipped; ++i) {
             recording.step();
         }
-        const auto time = [&](int code) { return std::to_string(recording.fetch(code).time() - origin) + ' '; };
+        const auto time = [&, start = origin](int code) {
+            return std::to_string(recording.fetch(code).time() - start) + ' ';
+        };
         EXPECT_EQ(recording.told(time), times) << last;
         EXPECT_EQ(LogCapture::take(), lines);
     }

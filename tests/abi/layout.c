@@ -7,11 +7,8 @@
 
 #include <stddef.h>
 
-#ifdef __cplusplus
-#define HOLDS(name, condition) static_assert(condition, #name)
-#else
-#define HOLDS(name, condition) typedef char name[(condition) ? 1 : -1]
-#endif
+/* Cannot be compiled unless the condition holds. */
+#define HOLDS(name, condition) enum { name = 1 / ((condition) ? 1 : 0) }
 #define SIZE(record, bytes) HOLDS(record##_size, sizeof(record) == (bytes))
 #define FIELD(record, field, offset) HOLDS(record##_##field, offsetof(record, field) == (offset))
 
