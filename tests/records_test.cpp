@@ -79,7 +79,7 @@ TEST(Samples, CarryEveryGroupOrNone) {
     for (const auto &[base, known, delta, time] :
          {std::array{4990U, 0U, 2U, 4992U}, {4990, 5000, 2, 5000}, {5000, 1, 2, 1}, {0xFFFFFFFF, 0, 3, 2}}) {
         Reader reader("\x80\x01"s + static_cast<char>(delta));
-        reader.set([&](trk::DecodingState &state) { state.sampleTimeBase = base; });
+        reader.set([base = base](trk::DecodingState &state) { state.sampleTimeBase = base; });
         EXPECT_EQ(reader.read(1, known), std::to_string(time) + " flags=32769;");
         EXPECT_EQ(reader.reader.state().sampleTimeBase, time);
     }
@@ -150,7 +150,7 @@ TEST(Events, BlocksSetTheDecodingState) {
                                                          {500, 500, 250, 0}}) {
         block.rate = stated;
         Reader rated(startSamples(block).bytes(), static_cast<uint16_t>(revision));
-        rated.set([before](trk::DecodingState &state) { state.sampleRate = static_cast<float>(before); });
+        rated.set([known = static_cast<float>(before)](trk::DecodingState &state) { state.sampleRate = known; });
         rated.read(1);
         EXPECT_EQ(rated.reader.state().sampleRate, rate);
         EXPECT_EQ(rated.reader.state().recordingMode, revision == 0 ? 9 : 0x92);
