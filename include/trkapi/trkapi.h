@@ -435,7 +435,8 @@ TRK_API int trk_get_next_data(_TRKFILE *handle);
 
 /*
  * Fetches the current item, the one that trk_get_next_data stepped to last. After a jump the current item is the
- * one before the next; before the first step it is a record of zeros. It may be fetched again; with
+ * one before the next; but before the first step of all, the record is what the buffer holds, zeros or what
+ * collecting trials or the search by time decoded last. An item may be fetched again; with
  * TRK_OPEN_CHECK_AND_FILL, ends of saccades and fixations then no longer find the start that they were paired
  * with, and in recordings whose times are moved those of log messages move again.
  *

@@ -77,7 +77,7 @@ int TRKFile::goToBookmark(const BOOKMARK *bookmark) {
 }
 
 ALLF_DATA *TRKFile::fetchSampleAt(uint64_t key) {
-    // A sample that is the very first item is not delivered: in a sound recording it is that of a lost block.
+    // The very first item counts as not found: a sound recording begins with a block, not with a sample.
     const std::optional<ItemNumber> found = findSample(index_, key);
     ALLF_DATA *const record = found.value_or(0) > 0 ? delivery_.read(*found) : nullptr;
     if (record != nullptr) {

@@ -176,8 +176,7 @@ class TrialCollector {
         return true;
     }
 
-    // Looks up the recording block in force. One at the very first item does not count: trials of a recording
-    // that begins with its block keep the block of their own start.
+    // Looks up the recording block in force. One at the very first item does not count: place 0 stands for none.
     void fetch() {
         if (recordingInForce_ == nullptr && lastStartBlock_ >= 1) {
             recordingInForce_ = &index_.recordingOf(index_[lastStartBlock_]);
