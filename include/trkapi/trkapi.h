@@ -440,6 +440,10 @@ TRK_API int trk_get_next_data(_TRKFILE *handle);
  * TRK_OPEN_CHECK_AND_FILL, ends of saccades and fixations then no longer find the start that they were paired
  * with, and in recordings whose times are moved those of log messages move again.
  *
+ * Gaze positions and resolutions of samples are divided by the divisor of the start of block (REC_STARTSAMPLES,
+ * REC_STARTEVENTS) that was fetched last, and before any by that of the last one in the file. In recordings whose
+ * blocks differ in it, fetch the starts of a block before its samples, after a jump too.
+ *
  * Returns the record, or null when there is no current item or it cannot be read (the log says why). In
  * recordings whose last time is 400000000 ms or later, times are moved, unless the file was opened with
  * TRK_OPEN_KEEP_TIMES: those of samples and events to count from the first record of the file, those of recording
