@@ -5,6 +5,7 @@
  */
 #include "trkapi/trkapi.h"
 
+/* NOLINTBEGIN(modernize-deprecated-headers,cppcoreguidelines-macro-usage): C as well */
 #include <stddef.h>
 
 /* Cannot be compiled unless the condition holds. */
@@ -35,3 +36,4 @@ FIELD(FRECORDING, close_pair, 44);
 SIZE(CONFIG, 8);
 SIZE(ALLF_DATA, 200);
 FIELD(TRK_MESSAGE, text, 2);
+/* NOLINTEND(modernize-deprecated-headers,cppcoreguidelines-macro-usage) */
