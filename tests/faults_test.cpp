@@ -203,8 +203,8 @@ TEST(Faults, BoundsEndTheScan) {
     for (const int64_t largest : {100000, 99999}) {
         MemoryStream source(inflating);
         const trk::FilePointer file(std::tmpfile());
-        EXPECT_EQ(inflateTo(file.get(), source, largest),
-                  largest == 100000 ? trk::Inflation::Done : trk::Inflation::TooLarge);
+        EXPECT_EQ(inflateTo(file.get(), source, {.largest = largest}).end,
+                  largest == 100000 ? trk::InflationEnd::Done : trk::InflationEnd::TooLarge);
     }
 }
 

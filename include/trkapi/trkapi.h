@@ -29,8 +29,8 @@
  *     live longer. A message text that an event points at lives in another buffer of the handle, for the same
  *     time.
  *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
- *     or to standard output when none is set. No call throws an exception of the library; std::bad_alloc, from
- *     memory running out, passes through to a C++ caller. Some lines go to standard output whether or not a hook
+ *     or to standard output when none is set. No call throws an exception: where memory runs out it gives its
+ *     result for failure (null, -1 or 0) and logs "Out of memory\n". Some lines go to standard output whether or not a hook
  *     is set: those of trk_open_file and trk_open_file_ex ("loadEvents = N", and about the extra message log),
  *     those of trk_set_trial_identifier (the texts, and with trials by input values the numbers), and "removed
  *     last trial" of any call that collects trials: see at Trials. No other call prints.
@@ -47,6 +47,7 @@
 #ifndef TRKAPI_TRKAPI_H
 #define TRKAPI_TRKAPI_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 /*
@@ -54,14 +55,21 @@
  * built with an older header runs with a newer library.
  */
 #define TRKAPI_VERSION_MAJOR 4
-#define TRKAPI_VERSION_MINOR 2
-#define TRKAPI_VERSION_PATCH 762
+#define TRKAPI_VERSION_MINOR 3
+#define TRKAPI_VERSION_PATCH 0
 #define TRKAPI_VERSION (TRKAPI_VERSION_MAJOR * 1000000 + TRKAPI_VERSION_MINOR * 10000 + TRKAPI_VERSION_PATCH)
 
 #if defined(__GNUC__)
 #define TRK_API __attribute__((visibility("default")))
 #else
 #define TRK_API
+#endif
+
+/* Calls throw no exception. */
+#ifdef __cplusplus
+#define TRK_NOTHROW noexcept
+#else
+#define TRK_NOTHROW
 #endif
 
 #ifdef __cplusplus
@@ -351,8 +359,13 @@ enum {
                                     saccades and fixations take their start time from the matching start */
     TRK_OPEN_TOLERANT = 4,       /* a damaged or cut recording opens with the items before the damage */
     TRK_OPEN_KEEP_TIMES = 8,     /* never move the times of recordings that start late on the tracker's clock */
-    TRK_OPEN_MESSAGE_OFFSETS = 16 /* a number before a message text is an offset: it is cut off and subtracted
-                                    from the message's time */
+    TRK_OPEN_MESSAGE_OFFSETS = 16, /* a number before a message text is an offset: it is cut off and subtracted
+                                     from the message's time */
+    TRK_OPEN_SALVAGE = 0x100      /* trk_open only; includes TRK_OPEN_TOLERANT. At a damage the stretch is left out,
+                                    and reading goes on where records make sense again, so that a damaged byte costs
+                                    a few records. Times behind a damage are those that the sound part of the
+                                    recording confirms; samples whose times nothing confirms are left out. Cost: the
+                                    records are read once more */
 };
 
 /*
@@ -389,21 +402,21 @@ enum {
  * that should pair the clocks and cannot be read.
  */
 TRK_API _TRKFILE *trk_open_file_ex(const char *path, int open_flags, int loadEvents, int load_samples,
-                                   CONFIG *config, int *error_value);
+                                   CONFIG *config, int *error_value) TRK_NOTHROW;
 
 /* The same without options. */
 TRK_API _TRKFILE *trk_open_file(const char *path, int open_flags, int loadEvents, int load_samples,
-                                int *error_value);
+                                int *error_value) TRK_NOTHROW;
 
 /*
  * Closes a recording and releases everything that the handle holds; records that it returned are gone.
  * Null, and what is no open handle (any more), is accepted and ignored; but a later open may get the same address
  * again. Returns 0.
  */
-TRK_API int trk_close_file(_TRKFILE *handle);
+TRK_API int trk_close_file(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Sends the diagnostic lines of all handles to `function`, or to standard output again when it is null. */
-TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function);
+TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function) TRK_NOTHROW;
 
 /*
  * Names the extra message log that later opens with TRK_EVENTS_MESSAGE_LOG read; `path` is copied. Process-wide.
@@ -422,7 +435,7 @@ TRK_API void trk_set_log_function(TRK_LOG_FUNCTION function);
  * left out; the last item of the recording is left out when a log message lies within 2 ms of it. Going to a trial
  * or bookmark leaves the place in the log.
  */
-TRK_API int trk_set_extra_message_file(const char *path);
+TRK_API int trk_set_extra_message_file(const char *path) TRK_NOTHROW;
 
 /* ---- Walking through the items -------------------------------------------------------------------------- */
 
@@ -431,7 +444,7 @@ TRK_API int trk_set_extra_message_file(const char *path);
  * Returns its REC_* code, or 0 when there is no further item. Codes that are not named above come from unknown
  * events in the recording; such items cannot be fetched.
  */
-TRK_API int trk_get_next_data(_TRKFILE *handle);
+TRK_API int trk_get_next_data(_TRKFILE *handle) TRK_NOTHROW;
 
 /*
  * Fetches the current item, the one that trk_get_next_data stepped to last. After a jump the current item is the
@@ -449,16 +462,16 @@ TRK_API int trk_get_next_data(_TRKFILE *handle);
  * TRK_OPEN_KEEP_TIMES: those of samples and events to count from the first record of the file, those of recording
  * blocks from the first record that was fetched.
  */
-TRK_API ALLF_DATA *trk_get_float_data(_TRKFILE *handle);
+TRK_API ALLF_DATA *trk_get_float_data(_TRKFILE *handle) TRK_NOTHROW;
 
 /*
  * The same when the current item is an event with one of the codes 1 to 10, 15 to 18, 24, 25 and 28 (first
  * call), a sample (second), or a recording block (third); null when it is of another kind. With an extra message
  * log use trk_get_float_data: these calls look at the recording's item last stepped to, not at a log message.
  */
-TRK_API ALLF_DATA *trk_get_event_data(_TRKFILE *handle);
-TRK_API ALLF_DATA *trk_get_sample_data(_TRKFILE *handle);
-TRK_API ALLF_DATA *trk_get_recording_data(_TRKFILE *handle);
+TRK_API ALLF_DATA *trk_get_event_data(_TRKFILE *handle) TRK_NOTHROW;
+TRK_API ALLF_DATA *trk_get_sample_data(_TRKFILE *handle) TRK_NOTHROW;
+TRK_API ALLF_DATA *trk_get_recording_data(_TRKFILE *handle) TRK_NOTHROW;
 
 /*
  * Views of a fetched record by the 16 bits in the place of FEVENT.type, bytes 4 and 5: trk_get_event returns the
@@ -475,12 +488,12 @@ TRK_API ALLF_DATA *trk_get_recording_data(_TRKFILE *handle);
  *
  * (On machines that store the lower half first.) `record` must not be null.
  */
-TRK_API FEVENT *trk_get_event(ALLF_DATA *record);
-TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record);
-TRK_API FRECORDING *trk_get_recording(ALLF_DATA *record);
+TRK_API FEVENT *trk_get_event(ALLF_DATA *record) TRK_NOTHROW;
+TRK_API FSAMPLE_REC *trk_get_sample(ALLF_DATA *record) TRK_NOTHROW;
+TRK_API FRECORDING *trk_get_recording(ALLF_DATA *record) TRK_NOTHROW;
 
 /* Number of items, dummy samples and recording blocks included, plus that of all of the extra log's messages. */
-TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
+TRK_API unsigned int trk_get_element_count(_TRKFILE *handle) TRK_NOTHROW;
 
 /* ---- Trials --------------------------------------------------------------------------------------------- */
 
@@ -512,31 +525,31 @@ TRK_API unsigned int trk_get_element_count(_TRKFILE *handle);
  * the number in `end_text` ends it. Texts of more than three characters there, and null, count as 0.
  * Prints the texts to standard output and flushes all output streams of the process. Returns 0.
  */
-TRK_API int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text);
+TRK_API int trk_set_trial_identifier(_TRKFILE *handle, char *start_text, char *end_text) TRK_NOTHROW;
 
 /* The trial texts as they were set, a start text behind its prefix; null when there is none. */
-TRK_API char *trk_get_start_trial_identifier(_TRKFILE *handle);
-TRK_API char *trk_get_end_trial_identifier(_TRKFILE *handle);
+TRK_API char *trk_get_start_trial_identifier(_TRKFILE *handle) TRK_NOTHROW;
+TRK_API char *trk_get_end_trial_identifier(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Number of trials. */
-TRK_API int trk_get_trial_count(_TRKFILE *handle);
+TRK_API int trk_get_trial_count(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Goes to trial `trial`, counted from 0. Returns 0, or -1 and changes nothing when there is no such trial. */
-TRK_API int trk_jump_to_trial(_TRKFILE *handle, int trial);
+TRK_API int trk_jump_to_trial(_TRKFILE *handle, int trial) TRK_NOTHROW;
 
 /*
  * Copies the header of the trial last gone to into `header`. Returns 0, or -1 when no trial was gone to yet, it
  * does not exist any more, or `header` is null.
  */
-TRK_API int trk_get_trial_header(_TRKFILE *handle, TRIAL *header);
+TRK_API int trk_get_trial_header(_TRKFILE *handle, TRIAL *header) TRK_NOTHROW;
 
 /* Go to the trial before or after the one last gone to; at first, next is trial 0. Return 0, or -1 as above. */
-TRK_API int trk_goto_previous_trial(_TRKFILE *handle);
-TRK_API int trk_goto_next_trial(_TRKFILE *handle);
+TRK_API int trk_goto_previous_trial(_TRKFILE *handle) TRK_NOTHROW;
+TRK_API int trk_goto_next_trial(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Go to the first trial whose start or end time is exactly `time`, in ms. Return 0, or -1 when there is none. */
-TRK_API int trk_goto_trial_with_start_time(_TRKFILE *handle, unsigned int time);
-TRK_API int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time);
+TRK_API int trk_goto_trial_with_start_time(_TRKFILE *handle, unsigned int time) TRK_NOTHROW;
+TRK_API int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time) TRK_NOTHROW;
 
 /* ---- Bookmarks and search ------------------------------------------------------------------------------- */
 
@@ -546,20 +559,20 @@ TRK_API int trk_goto_trial_with_end_time(_TRKFILE *handle, unsigned int time);
  * Marks the read position and fills in `bookmark`. When the position is marked already, returns 0 and leaves
  * `bookmark` as it is. -1 for null, or behind the last item.
  */
-TRK_API int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+TRK_API int trk_set_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) TRK_NOTHROW;
 
 /* Forgets the bookmark; the record itself stays the caller's. -1 for null or an unknown bookmark. */
-TRK_API int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+TRK_API int trk_free_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) TRK_NOTHROW;
 
 /* Goes to a bookmark: the next item is the one behind it. -1 for null or an unknown bookmark. */
-TRK_API int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark);
+TRK_API int trk_goto_bookmark(_TRKFILE *handle, BOOKMARK *bookmark) TRK_NOTHROW;
 
 /*
  * Go to the bookmark after or before the one last gone to. At first, the first bookmark counts as that, so that
  * the next one is the second; when the one last gone to is removed, the one before it does. -1 when there is none.
  */
-TRK_API int trk_goto_next_bookmark(_TRKFILE *handle);
-TRK_API int trk_goto_previous_bookmark(_TRKFILE *handle);
+TRK_API int trk_goto_next_bookmark(_TRKFILE *handle) TRK_NOTHROW;
+TRK_API int trk_goto_previous_bookmark(_TRKFILE *handle) TRK_NOTHROW;
 
 /*
  * Fetches the sample whose time is exactly `time`, below 2147483648, in ms of the tracker's clock before times are
@@ -568,7 +581,7 @@ TRK_API int trk_goto_previous_bookmark(_TRKFILE *handle);
  * buffer of trk_get_float_data; whether its time is moved, and which recording block its velocities go by, depends
  * on the item on which the walk stands.
  */
-TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time);
+TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int time) TRK_NOTHROW;
 
 /* ---- Raw pupil and corneal reflection ------------------------------------------------------------------- */
 
@@ -585,38 +598,38 @@ TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int t
  */
 
 /* Area of the pupil; 0 without raw data. */
-TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
+TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) TRK_NOTHROW;
 
 /* Centre of the pupil; MISSING_DATA in both without raw data. */
-TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) TRK_NOTHROW;
 
 /*
  * Area of the corneal reflection; 0 when none was seen. Goes by the packed form for any negative pupil_size, even
  * that of an eye without raw data.
  */
-TRK_API unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
+TRK_API unsigned int trk_get_uncorrected_cr_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) TRK_NOTHROW;
 
 /* Centre of the corneal reflection; MISSING_DATA in both when none was seen. */
-TRK_API void trk_get_uncorrected_raw_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+TRK_API void trk_get_uncorrected_raw_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) TRK_NOTHROW;
 
 /* The same for the second corneal reflection, which samples of ext_type 196 and 200 can carry. */
-TRK_API unsigned int trk_get_uncorrected_cr2_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye);
-TRK_API void trk_get_uncorrected_raw_cr2(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+TRK_API unsigned int trk_get_uncorrected_cr2_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) TRK_NOTHROW;
+TRK_API void trk_get_uncorrected_raw_cr2(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) TRK_NOTHROW;
 
 /* Dimensions of the pupil; 0 in both without raw data, 100000000 in both when it was lost. */
-TRK_API void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, int out[2]);
+TRK_API void trk_get_pupil_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, int out[2]) TRK_NOTHROW;
 
 /* Dimensions of the corneal reflection; 100000000 in both for samples of ext_type 200, which carry none. */
-TRK_API void trk_get_cr_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
+TRK_API void trk_get_cr_dimension(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]) TRK_NOTHROW;
 
 /* Centre of the camera window on the sensor, in whole pixels. Takes the input word as it is, even when absent. */
-TRK_API void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]);
+TRK_API void trk_get_window_position(_TRKFILE *handle, FSAMPLE_REC *sample, int out[2]) TRK_NOTHROW;
 
 /*
  * The vector from 1.02 times the corneal reflection to the pupil, after a pupil that the reflection overlaps was
  * mended. A position that is missing goes into the difference as the number MISSING_DATA.
  */
-TRK_API void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]);
+TRK_API void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) TRK_NOTHROW;
 
 /* ---- Viewing geometry ----------------------------------------------------------------------------------- */
 
@@ -628,7 +641,7 @@ TRK_API void trk_get_pupil_cr(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, fl
  */
 TRK_API int trk_compute_physical_setup(float distance, float distance2, float screen_left, float screen_top,
                                        float screen_right, float screen_bottom, float display_left,
-                                       float display_top, float display_right, float display_bottom);
+                                       float display_top, float display_right, float display_bottom) TRK_NOTHROW;
 
 /*
  * Display pixels per degree of visual angle at the sample's gaze position, horizontally and vertically, averaged
@@ -638,7 +651,7 @@ TRK_API int trk_compute_physical_setup(float distance, float distance2, float sc
  * before.
  */
 TRK_API void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, double *ppd_y, float step_x,
-                               float step_y);
+                               float step_y) TRK_NOTHROW;
 
 /* ---- About the recording -------------------------------------------------------------------------------- */
 
@@ -647,19 +660,150 @@ TRK_API void trk_calculate_ppd(FSAMPLE_REC *sample, int eye, double *ppd_x, doub
  * characters in all. `length` is the size of the buffer in bytes; a longer text is cut. The copy ends with a
  * zero byte; with a length of 0 or less, nothing is written. Returns 0.
  */
-TRK_API int trk_get_preamble_text(_TRKFILE *handle, char *buffer, int length);
+TRK_API int trk_get_preamble_text(_TRKFILE *handle, char *buffer, int length) TRK_NOTHROW;
 
 /* Size in bytes of the buffer that the whole preamble text needs, the final zero byte included. */
-TRK_API int trk_get_preamble_text_length(_TRKFILE *handle);
+TRK_API int trk_get_preamble_text_length(_TRKFILE *handle) TRK_NOTHROW;
 
 /* File format revision that the preamble states; 0 when it states none. */
-TRK_API int trk_get_revision(_TRKFILE *handle);
+TRK_API int trk_get_revision(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Tracker model that the preamble states: 1, 2 (V2) or 3 (LX). */
-TRK_API int trk_get_pupilon_revision(_TRKFILE *handle);
+TRK_API int trk_get_pupilon_revision(_TRKFILE *handle) TRK_NOTHROW;
 
 /* Version of the library. The text is constant. */
-TRK_API const char *trk_get_version(void);
+TRK_API const char *trk_get_version(void) TRK_NOTHROW;
+
+/* ---- The calls that came later -------------------------------------------------------------------------- */
+
+/*
+ * A second door for callers that are libraries themselves. A recording that trk_open opens can be used with all
+ * calls above and below. What any call does with it prints nothing, flushes nothing and changes nothing else of
+ * the process: the log hook is not called, and the lines that calls print to standard output go to the
+ * recording's own log, in the thread that makes the call. Where memory runs out a call gives its result for
+ * failure, as for every recording, and logs "Out of memory\n".
+ */
+
+/* Receives the lines of one recording; `user` is that of the options. The text is valid during the call only. */
+typedef void (*TRK_LOG_TO)(void *user, const char *text);
+
+/*
+ * How to open a recording. Fill it with trk_default_options and change what is to be different. Members may be
+ * added behind the last one; a caller that was compiled before has a smaller `size`, and gets the defaults for
+ * them.
+ */
+typedef struct TRK_OPEN_OPTIONS {
+    size_t size;             /* sizeof(TRK_OPEN_OPTIONS) as the caller compiled it; later members read as 0 */
+    int flags;               /* TRK_OPEN_* bits; not both check levels. Default TRK_OPEN_CHECK */
+    int events;              /* TRK_EVENTS_* value. Default TRK_EVENTS_ALL */
+    int samples;             /* 0: samples are not delivered. Default 1 */
+    CONFIG config;           /* fixed resolution, copied; 0 or MISSING_DATA in the first field: none. Default none */
+    const char *message_log; /* file merged with TRK_EVENTS_MESSAGE_LOG. Default null: the usual name beside the
+                                recording; the name of trk_set_extra_message_file does not count here */
+    const char *temporary_folder; /* where a compressed recording is inflated. Default null: that of the environment
+                                     variable TMPDIR, else the system's */
+    TRK_LOG_TO log;          /* receives the recording's diagnostic lines. Default null: nobody does */
+    void *user;              /* handed to `log` */
+} TRK_OPEN_OPTIONS;
+
+/* Why a call failed. Values never change their meaning; a caller takes one that it does not know for a failure. */
+enum TRK_ERROR_CODE {
+    TRK_OK = 0,
+    TRK_ERROR_FILE = 1,            /* the file cannot be opened or read; system_error says why */
+    TRK_ERROR_NOT_A_RECORDING = 2, /* it is something else */
+    TRK_ERROR_DAMAGED = 3,         /* it is a recording that breaks off or cannot be decoded */
+    TRK_ERROR_TEMPORARY_FILE = 4,  /* a compressed recording found no place to be inflated in */
+    TRK_ERROR_TOO_LARGE = 5,       /* it goes beyond the bounds of any recording (docs/robustness.md) */
+    TRK_ERROR_MEMORY = 6,          /* memory ran out */
+    TRK_ERROR_ARGUMENT = 7         /* an argument is not allowed */
+};
+
+typedef struct TRK_ERROR {
+    int code;          /* TRK_ERROR_CODE */
+    int system_error;  /* errno, or 0 */
+    int64_t offset;    /* byte of the record stream where the damage begins, -1 when not known. The record stream of
+                          a plain recording is the file itself; that of a compressed one what its data inflate to */
+    char text[256];    /* one sentence for a person, with no line end: what, where, why and what to do. UTF-8 where
+                          the path is; a longer one is cut */
+} TRK_ERROR;
+
+/* Fills in the defaults, size included. `options` must not be null. */
+TRK_API void trk_default_options(TRK_OPEN_OPTIONS *options) TRK_NOTHROW;
+
+/*
+ * Opens a recording as trk_open_file_ex does, quietly.
+ *
+ * path     file name; must not be null.
+ * options  null for the defaults. Copied, texts included.
+ * error    receives code TRK_OK, or why the recording does not open; may be null.
+ *
+ * Returns the handle, to be closed with trk_close_file, or null. Arguments are checked: a size that is none, flags
+ * or values of `events` that are not named here, and both check levels together are TRK_ERROR_ARGUMENT. What the
+ * surroundings are to blame for (descriptors, a full disk, a disk that cannot be read) is never reported as damage,
+ * and fails with TRK_OPEN_TOLERANT and TRK_OPEN_SALVAGE too.
+ */
+TRK_API _TRKFILE *trk_open(const char *path, const TRK_OPEN_OPTIONS *options, TRK_ERROR *error) TRK_NOTHROW;
+
+/* What is wrong with a recording, or was. Values never change their meaning; from 100 on they are repairs. */
+enum TRK_DAMAGE_KIND {
+    TRK_DAMAGE_CUT = 1,               /* the records break off, or have no end mark */
+    TRK_DAMAGE_UNREADABLE = 2,        /* bytes that are no record */
+    TRK_DAMAGE_IMPLAUSIBLE = 3,       /* records that can be decoded and cannot be: a time far from its neighbours,
+                                         an event that does not exist, a sample that is not as its block announces */
+    TRK_DAMAGE_EARLY_END = 4,         /* an end mark with records behind it */
+    TRK_DAMAGE_COMPRESSED_DATA = 5,   /* compressed data that cannot be inflated */
+    TRK_DAMAGE_CHECKSUM = 6,          /* the checksum of the compressed data is wrong */
+    TRK_DAMAGE_BLOCK_END_MISSING = 7, /* a recording block without an end */
+    TRK_DAMAGE_BEHIND_END = 8,        /* bytes behind the end mark that are no records */
+    TRK_REPAIR_DROPPED_SAMPLES = 100, /* samples outside of recording blocks, dropped */
+    TRK_REPAIR_MOVED_EVENTS = 101,    /* eye events outside of recording blocks, moved onto their boundaries */
+    TRK_REPAIR_JOINED_BLINKS = 102,   /* blinks within one saccade, joined */
+    TRK_REPAIR_FILLED_GAPS = 103      /* gaps in the samples, filled with dummy samples: one entry for each length,
+                                         which `length` tells in samples */
+};
+
+/*
+ * One damage, or what was repaired of one kind. Every way in which a recording gives less, or other, than its bytes
+ * promise is one, however it was opened, also where the calls deliver the stretch as it stands. A sound recording
+ * has none; one with repairs only has lost nothing but what the tracker itself lost.
+ */
+typedef struct TRK_DAMAGE {
+    int kind;       /* TRK_DAMAGE_KIND */
+    unsigned item;  /* number of the first item behind the stretch, in the order of the walk; 0 for repairs */
+    int64_t offset; /* of the stretch in the record stream, bytes; -1 for repairs */
+    int64_t length; /* of the stretch, bytes; 0 where nothing is there that should be */
+    int64_t count;  /* 1 for a damage; how often a repair was made */
+    uint32_t time;  /* about when, ms of the tracker's clock: that of the last record before; 0 for repairs */
+    char text[256]; /* one sentence for a person, with no line end */
+} TRK_DAMAGE;
+
+/*
+ * Copies damage number `number`, from 0: damages in the order of the stream, then repairs. Returns 0, or -1 past the
+ * last one, for null, and when memory runs out. The first call for a recording that was opened without
+ * TRK_OPEN_SALVAGE reads all of its records once more. The read position stays.
+ */
+TRK_API int trk_get_damage(_TRKFILE *handle, int number, TRK_DAMAGE *damage) TRK_NOTHROW;
+
+/* The read position: the number of items delivered before it, log messages not counted. Jumps set it. */
+TRK_API unsigned trk_get_position(_TRKFILE *handle) TRK_NOTHROW;
+
+/* Moves the read position: item `item`, from 0, is the next one. Returns 0, or -1 when there is no such item. */
+TRK_API int trk_goto_item(_TRKFILE *handle, unsigned item) TRK_NOTHROW;
+
+/*
+ * The number of the first item at or after a time in ms, as items are delivered with it; the number of all items
+ * past the last. Ends of blinks, saccades and fixations stand at their end time, all other events at their start.
+ */
+TRK_API unsigned trk_find_time(_TRKFILE *handle, unsigned ms) TRK_NOTHROW;
+
+/*
+ * The items of trial `trial`, from 0: `first` is the one that starts it, `end` one past its last. Either may be
+ * null. Returns 0, or -1 when there is no such trial.
+ */
+TRK_API int trk_get_trial_range(_TRKFILE *handle, int trial, unsigned *first, unsigned *end) TRK_NOTHROW;
+
+/* 1 when the recording is compressed, else 0. */
+TRK_API int trk_is_compressed(_TRKFILE *handle) TRK_NOTHROW;
 
 #ifdef __cplusplus
 }

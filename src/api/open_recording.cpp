@@ -6,8 +6,9 @@
 #include "index/repair.h"
 #include "io/file_input_stream.h"
 #include "io/inflate.h"
+#include "io/temporary_file.h"
 
-#include <cstdio>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -18,7 +19,12 @@ namespace {
 constexpr int kCheckMask = TRK_OPEN_CHECK | TRK_OPEN_CHECK_AND_FILL;
 
 MessageLog openMessageLog(const OpenRequest &request) {
-    const std::string name = request.mergeMessageLog ? extraMessageFileFor(request.path) : "";
+    if (!request.mergeMessageLog) {
+        return {};
+    }
+    const std::string name = !request.messageLog.empty() ? request.messageLog
+                             : request.quiet             ? messageLogBeside(request.path)
+                                                         : extraMessageFileFor(request.path);
     if (name.empty()) {
         return {};
     }
@@ -26,19 +32,56 @@ MessageLog openMessageLog(const OpenRequest &request) {
     return MessageLog(name);
 }
 
-// Inflates the rest of the stream into an anonymous temporary file. A damaged stream is not reported here: the
-// scan then finds what could be inflated.
-std::unique_ptr<InputStream> inflateToTemporaryFile(InputStream &compressed) {
-    FilePointer temporary(std::tmpfile());
-    if (!temporary) {
-        throw TRKException("Failed to create temp file \n");
+// A stream that inflates no further is no failure here: the scan then finds what could be inflated. But at the
+// second door what the surroundings are to blame for is told from damage.
+void checkInflation(const Inflation &inflation, const OpenRequest &request) {
+    if (inflation.end == InflationEnd::TooLarge) {
+        throw TRKException("Compressed data inflate beyond the largest recording", TRK_ERROR_TOO_LARGE);
     }
-    // Chunks are large; a buffer would only hide how much of them a full disk has taken.
-    std::setvbuf(temporary.get(), nullptr, _IONBF, 0);
-    if (inflateTo(temporary.get(), compressed) == Inflation::TooLarge) {
-        throw TRKException("Compressed data inflate beyond the largest recording");
+    if (!request.quiet) {
+        return;
     }
-    return std::make_unique<FileInputStream>(std::move(temporary));
+    switch (inflation.end) {
+    case InflationEnd::NoMemory:
+        throw std::bad_alloc();
+    case InflationEnd::SourceFailed:
+        throw TRKException("The compressed recording cannot be read", TRK_ERROR_FILE, inflation.systemError);
+    case InflationEnd::DestinationFailed:
+        throw TRKException("The temporary file cannot be written", TRK_ERROR_TEMPORARY_FILE,
+                           inflation.systemError);
+    default:
+        return;
+    }
+}
+
+// At the second door, a source that cannot be read is no damage either, however much can be had of it.
+void checkSource(InputStream &stream, const RecordingParts &parts, const OpenRequest &request) {
+    if (request.quiet && stream.readFailed()) {
+        throw TRKException("The recording cannot be read",
+                           parts.compressed ? TRK_ERROR_TEMPORARY_FILE : TRK_ERROR_FILE, stream.systemError());
+    }
+}
+
+void scan(RecordingParts &parts, const OpenRequest &request, OpenProgress &progress) {
+    InputStream &stream = *parts.stream;
+    RecordReader reader(stream, parts.preamble.revision, request.cutMessageOffsets);
+    try {
+        parts.facts = Prescan(reader, parts.index,
+                              {.tolerant = request.tolerant,
+                               .fillGaps = request.strict,
+                               .loadEvents = request.loadEvents,
+                               .loadSamples = request.loadSamples})
+                          .run();
+    } catch (const TRKException &) {
+        progress.offset = stream.position();
+        checkSource(stream, parts, request);
+        throw;
+    }
+    checkSource(stream, parts, request);
+    parts.decodingState = reader.state();
+    if (request.repair) {
+        parts.repairs = repairIndex(parts.index, request.strict);
+    }
 }
 
 } // namespace
@@ -52,29 +95,51 @@ OpenRequest::OpenRequest(const char *pathName, int openFlags, int loadEventsFlag
       mergeMessageLog((loadEventsFlags & TRK_EVENTS_MESSAGE_LOG) != 0), loadSamples(loadSamplesFlag != 0),
       openStream([](const char *name) { return std::make_unique<FileInputStream>(name); }) {}
 
-std::unique_ptr<TRKFile> openRecording(const OpenRequest &request) {
+OpenRequest::OpenRequest(const char *pathName, const TRK_OPEN_OPTIONS &options)
+    : OpenRequest(pathName, options.flags, options.events, options.samples, nullptr) {
+    if (options.config.velocity_param_1 != 0) {
+        ownConfig = options.config;
+    }
+    salvage = (options.flags & TRK_OPEN_SALVAGE) != 0;
+    tolerant = tolerant || salvage;
+    quiet = true;
+    log = {options.log, options.user};
+    messageLog = options.message_log != nullptr ? options.message_log : "";
+    temporaryFolder = options.temporary_folder != nullptr ? options.temporary_folder : defaultTemporaryFolder();
+}
+
+std::unique_ptr<TRKFile> openRecording(const OpenRequest &request, OpenProgress &progress) {
     // Whatever becomes of the recording, its log is read first: it takes its descriptor and says its lines.
-    MessageLog messageLog = openMessageLog(request);
-    std::unique_ptr<InputStream> stream = request.openStream(request.path);
-    const ContainerVariant variant = readMagicLine(*stream);
-    Preamble preamble = readPreamble(*stream);
-    if (variant == ContainerVariant::Compressed) {
-        stream = inflateToTemporaryFile(*stream);
+    RecordingParts parts;
+    parts.messageLog = openMessageLog(request);
+    parts.stream = request.openStream(request.path);
+    progress.size = parts.stream->sourceSize();
+    parts.compressed = readMagicLine(*parts.stream) == ContainerVariant::Compressed;
+    parts.preamble = readPreamble(*parts.stream);
+    if (parts.compressed) {
+        FilePointer temporary = openTemporaryFile(request.temporaryFolder);
+        parts.inflation = progress.inflation =
+            inflateTo(temporary.get(), *parts.stream, {.resume = request.salvage});
+        checkInflation(parts.inflation, request);
+        parts.stream = std::make_unique<FileInputStream>(std::move(temporary));
     }
-    RecordReader reader(*stream, preamble.revision, request.cutMessageOffsets);
-    ItemIndex index;
-    const PrescanFacts facts = Prescan(reader, index,
-                                       {.tolerant = request.tolerant,
-                                        .fillGaps = request.strict,
-                                        .loadEvents = request.loadEvents,
-                                        .loadSamples = request.loadSamples})
-                                   .run();
-    if (request.repair) {
-        repairIndex(index, request.strict);
+    parts.recordsBegin = parts.stream->position();
+    if (request.salvage) {
+        parts.survey =
+            surveyRecording(*parts.stream, parts.recordsBegin, parts.preamble.revision, parts.inflationIfAny());
+        auto spliced = std::make_unique<SplicedStream>(std::move(parts.stream), parts.survey->kept);
+        parts.spliced = spliced.get();
+        parts.stream = std::move(spliced);
     }
-    return std::make_unique<TRKFile>(RecordingParts{std::move(messageLog), std::move(stream), std::move(preamble),
-                                                    reader, std::move(index), facts},
-                                     DeliveryOptions{request.config, request.strict, request.keepTimes});
+    scan(parts, request, progress);
+    return std::make_unique<TRKFile>(
+        std::move(parts), DeliveryOptions{request.config, request.ownConfig, request.strict, request.keepTimes,
+                                          request.cutMessageOffsets, request.quiet, request.log});
+}
+
+std::unique_ptr<TRKFile> openRecording(const OpenRequest &request) {
+    OpenProgress progress;
+    return openRecording(request, progress);
 }
 
 } // namespace trk

@@ -2,6 +2,7 @@
 
 #include "navigation/time_search.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace trk {
@@ -13,13 +14,15 @@ constexpr int kFailed = -1;
 } // namespace
 
 TRKFile::TRKFile(RecordingParts &&parts, const DeliveryOptions &options)
-    : messageLog_(std::move(parts.messageLog)), stream_(std::move(parts.stream)),
-      preamble_(std::move(parts.preamble)), reader_(parts.reader), index_(std::move(parts.index)),
-      facts_(parts.facts), batches_(reader_, index_, window_, options.strict),
-      velocity_(window_, preamble_.trackerModel),
-      itemReader_(reader_, index_, batches_, velocity_, options.config),
-      delivery_(itemReader_, index_, options.strict), merge_(delivery_, index_, messageLog_),
-      times_(options.keepTimes, facts_.firstTime, facts_.lastTime), trials_(index_, *this) {}
+    : parts_(std::move(parts)), options_(options),
+      reader_(*parts_.stream, parts_.preamble.revision, options.cutMessageOffsets),
+      batches_(reader_, index_, window_, options.strict), velocity_(window_, parts_.preamble.trackerModel),
+      itemReader_(reader_, index_, batches_, velocity_,
+                  options_.config != nullptr ? options_.config : &options_.ownConfig),
+      delivery_(itemReader_, index_, options.strict), merge_(delivery_, index_, parts_.messageLog),
+      times_(options.keepTimes, parts_.facts.firstTime, parts_.facts.lastTime), trials_(index_, *this) {
+    reader_.setState(parts_.decodingState);
+}
 
 ALLF_DATA *TRKFile::fetch() {
     ALLF_DATA *const record = merge_.fetch();
@@ -30,7 +33,31 @@ ALLF_DATA *TRKFile::fetch() {
     return record;
 }
 
-std::size_t TRKFile::elementCount() const { return index_.size() + messageLog_.messages().size(); }
+std::size_t TRKFile::elementCount() const { return index_.size() + parts_.messageLog.messages().size(); }
+
+ItemNumber TRKFile::findTime(uint32_t time) const {
+    const uint64_t key = TimeKey::of(time) + TimeKey::of(times_.offset());
+    const auto found = std::ranges::partition_point(
+        index_.items(), [this, key](const Item &item) { return index_.effectiveKey(item) < key; });
+    return static_cast<ItemNumber>(found - index_.items().begin());
+}
+
+const Trial *TRKFile::trial(int number) {
+    const std::vector<Trial> &all = trials_.trials();
+    return number >= 0 && static_cast<std::size_t>(number) < all.size() ? &all[static_cast<std::size_t>(number)]
+                                                                        : nullptr;
+}
+
+const std::vector<TRK_DAMAGE> &TRKFile::damages() {
+    if (!damages_) {
+        if (!parts_.survey) {
+            parts_.survey = surveyRecording(*parts_.stream, parts_.recordsBegin, parts_.preamble.revision,
+                                            parts_.inflationIfAny());
+        }
+        damages_ = listDamages(*parts_.survey, parts_.repairs, parts_.facts.filledGaps, index_, parts_.spliced);
+    }
+    return *damages_;
+}
 
 int TRKFile::goTo(std::optional<ItemNumber> itemsPassed) {
     if (!itemsPassed) {

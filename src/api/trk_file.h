@@ -1,6 +1,8 @@
 // An open recording: where its parts meet.
 #pragma once
 
+#include "api/damages.h"
+#include "base/log.h"
 #include "delivery/batch_reader.h"
 #include "delivery/delivery.h"
 #include "delivery/item_reader.h"
@@ -29,15 +31,27 @@ struct RecordingParts {
     MessageLog messageLog;
     std::unique_ptr<InputStream> stream;
     Preamble preamble;
-    RecordReader reader; // over the stream, in the state in which the scan left it
+    bool compressed = false;
+    Inflation inflation;              // when it is compressed
+    int64_t recordsBegin = 0;         // in the stream
+    std::optional<Survey> survey;     // of the stream, or of what the spliced one is made of
+    SplicedStream *spliced = nullptr; // the stream, when it is one
+    DecodingState decodingState;      // in which the scan left it
     ItemIndex index;
     PrescanFacts facts;
+    RepairCounts repairs;
+
+    [[nodiscard]] const Inflation *inflationIfAny() const { return compressed ? &inflation : nullptr; }
 };
 
 struct DeliveryOptions {
-    const CONFIG *config = nullptr; // the caller's, read at every sample; may be null
+    const CONFIG *config = nullptr; // the caller's, read at every sample; null: `ownConfig`
+    CONFIG ownConfig{MISSING_DATA, MISSING_DATA};
     bool strict = false;
     bool keepTimes = false;
+    bool cutMessageOffsets = false;
+    bool quiet = false; // all that is said goes to `log`
+    LogReceiver log{};
 };
 
 class TRKFile final : private ItemSource, private BlockLookup {
@@ -78,30 +92,42 @@ class TRKFile final : private ItemSource, private BlockLookup {
     // one last gone to. Returns 0, or -1 when there is no such item.
     int goToItem(ItemNumber number);
 
+    // The first item at or after a time as it is delivered; one past the last when there is none.
+    [[nodiscard]] ItemNumber findTime(uint32_t time) const;
+
+    // The items of a trial; null when there is no such trial.
+    const Trial *trial(int number);
+
+    // What is wrong with the recording. The first call may read all of it.
+    const std::vector<TRK_DAMAGE> &damages();
+
+    [[nodiscard]] bool isCompressed() const { return parts_.compressed; }
+
+    // Where to say things; null: as the process does.
+    [[nodiscard]] const LogReceiver *log() const { return options_.quiet ? &options_.log : nullptr; }
+
     // The sample with exactly this key, or null. The read position stays.
     ALLF_DATA *fetchSampleAt(uint64_t key);
 
     // What unpacks the raw data of samples asks of the recording.
     [[nodiscard]] BlockLookup &blocks() { return *this; }
 
-    [[nodiscard]] const Preamble &preamble() const { return preamble_; }
+    [[nodiscard]] const Preamble &preamble() const { return parts_.preamble; }
     [[nodiscard]] std::size_t elementCount() const;
     [[nodiscard]] ItemNumber itemsPassed() const { return delivery_.itemsPassed(); }
     [[nodiscard]] const FRECORDING *currentRecording() const { return delivery_.currentRecording(); }
     [[nodiscard]] int filterLevel() const { return reader_.state().filterLevel; }
-    [[nodiscard]] uint32_t inputDataAvailability() const { return facts_.inputDataAvailability; }
+    [[nodiscard]] uint32_t inputDataAvailability() const { return parts_.facts.inputDataAvailability; }
 
   private:
     int goTo(std::optional<ItemNumber> itemsPassed);
     ALLF_DATA *itemAt(ItemNumber number) override { return delivery_.read(number); }
     const FRECORDING *blockAt(uint32_t time) override { return trials_.blockAt(time); }
 
-    MessageLog messageLog_;
-    std::unique_ptr<InputStream> stream_;
-    Preamble preamble_;
+    RecordingParts parts_;
+    DeliveryOptions options_;
     RecordReader reader_;
-    ItemIndex index_;
-    PrescanFacts facts_;
+    ItemIndex &index_ = parts_.index;
     SampleWindow window_;
     BatchReader batches_;
     VelocityComputer velocity_;
@@ -111,6 +137,7 @@ class TRKFile final : private ItemSource, private BlockLookup {
     TimeAdjustment times_;
     TrialList trials_;
     BookmarkList bookmarks_;
+    std::optional<std::vector<TRK_DAMAGE>> damages_;
 };
 
 } // namespace trk

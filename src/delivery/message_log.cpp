@@ -92,9 +92,10 @@ void setExtraMessageFile(const char *path) {
 std::string extraMessageFileFor(const char *recordingPath) {
     ExtraMessageFile &file = extraMessageFile();
     const std::scoped_lock lock(file.mutex);
-    if (file.name) {
-        return *file.name;
-    }
+    return file.name ? *file.name : messageLogBeside(recordingPath);
+}
+
+std::string messageLogBeside(const char *recordingPath) {
     const std::string_view path(recordingPath);
     const std::size_t slash = path.rfind('/');
     std::string name(path.substr(0, slash == std::string_view::npos ? 0 : slash + 1));

@@ -14,7 +14,10 @@ namespace trk {
 // The process-wide name of the log that later opens read; null for none.
 void setExtraMessageFile(const char *path);
 
-// The name of the log of a recording: the process-wide one, or that of the log beside the recording.
+// The usual name of the log of a recording: of a file beside it.
+std::string messageLogBeside(const char *recordingPath);
+
+// The process-wide name, or else the usual one.
 std::string extraMessageFileFor(const char *recordingPath);
 
 // Stands in lines of the log, and in messages of the recording, that pair the two clocks.

@@ -5,12 +5,6 @@
 
 namespace trk {
 
-namespace {
-
-constexpr uint32_t kFirstLateTime = 400000000; // ms
-
-} // namespace
-
 // Takes the first record's time. Returns false when the recording needs no adjustment, now and from now on.
 bool TimeAdjustment::begin(uint32_t time, const char *announcement) {
     timeBase_ = time;

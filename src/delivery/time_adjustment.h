@@ -14,11 +14,16 @@ class TimeAdjustment {
     TimeAdjustment(bool disabled, uint32_t firstTime, uint32_t lastTime)
         : disabled_(disabled), firstTime_(firstTime), lastTime_(lastTime) {}
 
+    // What samples and events are moved by, ms.
+    [[nodiscard]] uint32_t offset() const { return disabled_ || lastTime_ < kFirstLateTime ? 0 : firstTime_; }
+
     // Changes the times of a delivered record. `item` is the item on which the walk stands, or null when it
     // stands on none.
     void adjust(const Item *item, ALLF_DATA &record);
 
   private:
+    static constexpr uint32_t kFirstLateTime = 400000000; // ms
+
     bool begin(uint32_t time, const char *announcement);
 
     bool disabled_;

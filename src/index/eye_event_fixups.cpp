@@ -29,6 +29,8 @@ class OutsideEventMover {
         }
     }
 
+    [[nodiscard]] uint32_t moved() const { return moved_; }
+
   private:
     void seeBlock(const Item &block) {
         inside_ = index_.recordingOf(block).state != TRK_BLOCK_END;
@@ -59,10 +61,12 @@ class OutsideEventMover {
     void move(Item &item, uint64_t key) {
         item.key = key;
         item.mark(kItemMoved);
+        ++moved_;
         index_.orderChanged();
     }
 
     ItemIndex &index_;
+    uint32_t moved_ = 0;
     bool inside_ = false;
     bool blinkStartMoved_ = false;     // one flag for both eyes
     std::optional<uint64_t> startKey_; // of the last start of a block
@@ -147,16 +151,17 @@ void removeItems(std::vector<Item> &items, std::vector<std::size_t> &places) {
 
 } // namespace
 
-void moveEyeEventsOutsideBlocks(ItemIndex &index) {
+uint32_t moveEyeEventsOutsideBlocks(ItemIndex &index) {
     OutsideEventMover mover(index);
     for (Item &item : index.items()) {
         if (!item.isSample()) {
             mover.see(item);
         }
     }
+    return mover.moved();
 }
 
-void joinBlinksInsideSaccades(ItemIndex &index) {
+uint32_t joinBlinksInsideSaccades(ItemIndex &index) {
     std::vector<std::size_t> removed;
     BlinkJoiner joiner(removed);
     std::vector<Item> &items = index.items();
@@ -166,6 +171,7 @@ void joinBlinksInsideSaccades(ItemIndex &index) {
         }
     }
     removeItems(items, removed);
+    return static_cast<uint32_t>(removed.size() / 2);
 }
 
 void markSamplesInsideBlinks(ItemIndex &index) {

@@ -18,6 +18,7 @@ class ItemIndex {
     // The items themselves, for the passes that repair them. Whoever changes a key or the order calls
     // orderChanged().
     [[nodiscard]] std::vector<Item> &items() { return items_; }
+    [[nodiscard]] const std::vector<Item> &items() const { return items_; }
     void orderChanged() { inOrder_ = false; }
 
     void append(const Item &item) {

@@ -93,7 +93,10 @@ void Prescan::fillGap(uint64_t key) {
     const GapFiller::Gap gap = gaps_.check(key, reader_.state().sampleRate);
     filledSamples_ += gap.count;
     if (filledSamples_ > options_.mostFilledSamples) {
-        throw TRKException("Too many missing samples");
+        throw TRKException("Too many missing samples", TRK_ERROR_TOO_LARGE);
+    }
+    if (gap.count > 0) {
+        ++facts_.filledGaps[gap.count];
     }
     for (uint32_t i = 1; i <= gap.count; ++i) {
         append({kNoFilePosition, REC_SAMPLE, 0, gap.keyBefore + i * gap.period});
@@ -222,7 +225,7 @@ void Prescan::append(const Item &item) {
 void Prescan::makeRoom() {
     if (index_.isFull()) [[unlikely]] {
         if (index_.size() >= options_.mostItems) {
-            throw TRKException("Too many items");
+            throw TRKException("Too many items", TRK_ERROR_TOO_LARGE);
         }
         index_.makeRoom(reader_.stream().position(), totalBytes_, options_.mostItems);
     }

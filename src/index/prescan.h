@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 
 namespace trk {
 
@@ -26,6 +27,9 @@ struct PrescanOptions {
 };
 
 // What the scan learned besides the index.
+// Gaps in the samples that were filled, by the number of samples.
+using FilledGaps = std::map<uint32_t, uint32_t>;
+
 struct PrescanFacts {
     static constexpr uint32_t kInputEvents = 1;  // an input event was indexed
     static constexpr uint32_t kSampleInputs = 2; // some sample carries an input value
@@ -33,6 +37,7 @@ struct PrescanFacts {
     uint32_t firstTime = 0; // of the first record
     uint32_t lastTime = 0;  // the largest of a sample or event
     uint32_t inputDataAvailability = 0;
+    FilledGaps filledGaps{};
 };
 
 // Reads the records from the stream's position to the end of the record stream into the index and sorts it.

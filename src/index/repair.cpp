@@ -39,6 +39,7 @@ class RepairWalk {
                 logLine("WARNING: TRK FILE MAY BE CORRUPTED. Sample at %d found without start recording. "
                         "Skipping this sample \n",
                         static_cast<int>(TimeKey::time(item.key)));
+                ++dropped_;
                 continue;
             }
             if (startsBlock(item)) {
@@ -57,6 +58,7 @@ class RepairWalk {
         }
     }
 
+    [[nodiscard]] uint32_t dropped() const { return dropped_; }
     [[nodiscard]] bool movedEndOfBlock() const { return movedEndOfBlock_; }
 
   private:
@@ -162,6 +164,7 @@ class RepairWalk {
     ItemIndex &index_;
     std::vector<Item> &items_;
     bool strict_;
+    uint32_t dropped_ = 0;
     std::size_t kept_ = 0; // number of items seen and kept
     bool outsideRecording_ = true;
     bool movedEndOfBlock_ = false;
@@ -175,21 +178,24 @@ class RepairWalk {
 
 } // namespace
 
-void repairIndex(ItemIndex &index, bool strict) {
+RepairCounts repairIndex(ItemIndex &index, bool strict) {
+    RepairCounts counts;
     markClosePairs(index);
     index.sortItems();
-    moveEyeEventsOutsideBlocks(index);
+    counts.movedEvents = moveEyeEventsOutsideBlocks(index);
     index.sortItems();
     RepairWalk walk(index, strict);
     walk.run();
+    counts.droppedSamples = walk.dropped();
     if (!strict) {
-        return;
+        return counts;
     }
     if (!walk.movedEndOfBlock()) {
         index.sortItems();
     }
-    joinBlinksInsideSaccades(index);
+    counts.joinedBlinks = joinBlinksInsideSaccades(index);
     markSamplesInsideBlinks(index);
+    return counts;
 }
 
 } // namespace trk

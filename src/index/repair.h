@@ -5,8 +5,15 @@
 
 namespace trk {
 
+// How often each repair was made.
+struct RepairCounts {
+    uint32_t droppedSamples = 0;
+    uint32_t movedEvents = 0;
+    uint32_t joinedBlinks = 0; // that are no more
+};
+
 // Sets close recording blocks apart, puts the index into its final order, drops samples outside recording blocks
 // and repairs eye events; `strict` adds the repairs of blinks. Defects are logged.
-void repairIndex(ItemIndex &index, bool strict);
+RepairCounts repairIndex(ItemIndex &index, bool strict);
 
 } // namespace trk

@@ -65,7 +65,7 @@ ContainerVariant readMagicLine(InputStream &stream) {
     }
     const auto *const magic = std::ranges::find(kMagicLines, std::string_view(line.data()), &MagicLine::line);
     if (magic == kMagicLines.end()) {
-        throw TRKException("Bad magic.  Corrupt trk file. \n");
+        throw TRKException("Bad magic.  Corrupt trk file. \n", TRK_ERROR_NOT_A_RECORDING);
     }
     return magic->variant;
 }

@@ -3,6 +3,7 @@
 #include "base/exception.h"
 #include "base/log.h"
 
+#include <cerrno>
 #include <sys/stat.h>
 #include <utility>
 
@@ -10,17 +11,20 @@ namespace trk {
 
 namespace {
 
+// A pipe could be indexed, when something comes through it, but its items could not be fetched.
 bool isPipe(const char *path) {
     struct stat status {};
-    return stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+    const bool pipe = stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+    errno = pipe ? ESPIPE : errno;
+    return pipe;
 }
 
 FilePointer openForReading(const char *path) {
-    // A pipe could be indexed, when something comes through it, but its items could not be fetched.
     FilePointer file(isPipe(path) ? nullptr : std::fopen(path, "rb"));
     if (!file) {
+        const int error = errno;
         logLine("The file %s could not be opened\n", path);
-        throw TRKException("File Could not be opened!");
+        throw TRKException("File Could not be opened!", TRK_ERROR_FILE, error);
     }
     // The stream's window is the buffer; a second one below it would only be copied through.
     std::setvbuf(file.get(), nullptr, _IONBF, 0);

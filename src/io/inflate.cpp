@@ -1,6 +1,9 @@
 #include "io/inflate.h"
 
 #include <array>
+#include <cerrno>
+#include <string_view>
+#include <utility>
 #include <zlib.h>
 
 namespace trk {
@@ -11,7 +14,8 @@ constexpr int kChunk = 16384;
 
 class Inflater {
   public:
-    explicit Inflater(int64_t largest) : ready_(inflateInit(&stream_) == Z_OK), room_(largest) {}
+    Inflater(InputStream &source, std::FILE *destination, const InflationOptions &options)
+        : source_(source), destination_(destination), options_(options), ready_(inflateInit(&stream_) == Z_OK) {}
     ~Inflater() {
         if (ready_) {
             inflateEnd(&stream_);
@@ -20,63 +24,119 @@ class Inflater {
     Inflater(const Inflater &) = delete;
     Inflater &operator=(const Inflater &) = delete;
 
-    // Whether zlib got the memory that it needs.
-    [[nodiscard]] bool ready() const { return ready_; }
-    [[nodiscard]] bool ended() const { return ended_; }
-
-    // Inflates one chunk of input to its end. Done stands for as far as the chunk goes.
-    Inflation inflateChunk(std::array<Bytef, kChunk> &input, int size, std::FILE *destination) {
-        stream_.next_in = input.data();
-        stream_.avail_in = static_cast<uInt>(size);
-        do {
-            stream_.next_out = output_.data();
-            stream_.avail_out = kChunk;
-            // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
-            const int result = inflate(&stream_, Z_NO_FLUSH);
-            if (result == Z_MEM_ERROR) {
-                return Inflation::NoMemory;
-            }
-            if (result == Z_STREAM_ERROR || result == Z_DATA_ERROR || result == Z_NEED_DICT) {
-                return Inflation::Damaged;
-            }
-            ended_ = result == Z_STREAM_END;
-            const std::size_t produced = kChunk - stream_.avail_out;
-            room_ -= static_cast<int64_t>(produced);
-            if (room_ < 0) {
-                return Inflation::TooLarge;
-            }
-            if (std::fwrite(output_.data(), 1, produced, destination) != produced) {
-                return Inflation::FileFailed;
-            }
-        } while (stream_.avail_out == 0);
-        return Inflation::Done;
+    Inflation run() {
+        result_.resumes = options_.resume;
+        result_.end = ready_ ? inflateAll() : InflationEnd::NoMemory;
+        return std::move(result_);
     }
 
   private:
+    InflationEnd inflateAll() {
+        while (true) {
+            const bool drained = stream_.avail_out != 0 || result_.inflated == 0;
+            if (stream_.avail_in == 0 && drained && !fill()) {
+                return readEnd_;
+            }
+            stream_.next_out = output_.data();
+            stream_.avail_out = kChunk;
+            const int status = inflate(&stream_, options_.resume ? Z_BLOCK : Z_NO_FLUSH);
+            if (status == Z_MEM_ERROR) {
+                return InflationEnd::NoMemory;
+            }
+            // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
+            const bool sound = status == Z_OK || status == Z_STREAM_END || status == Z_BUF_ERROR;
+            const InflationEnd damage = sound ? InflationEnd::Done : damageOf(status);
+            // What came in one go with a damage counts only for those who look closely at it.
+            if (sound || options_.resume) {
+                if (const InflationEnd written = write(); written != InflationEnd::Done) {
+                    return written;
+                }
+            }
+            if (status == Z_STREAM_END) {
+                return damage;
+            }
+            if (options_.resume && sound) {
+                noteFlush();
+            }
+            if (!sound && (!options_.resume || damage != InflationEnd::Damaged || !resume())) {
+                return damage;
+            }
+        }
+    }
+
+    // The next chunk of input.
+    bool fill() {
+        const int size = source_.getRawData(input_.data(), kChunk);
+        stream_.next_in = input_.data();
+        stream_.avail_in = static_cast<uInt>(size);
+        result_.consumed += size;
+        if (size < kChunk && source_.readFailed()) {
+            result_.systemError = source_.systemError();
+            readEnd_ = InflationEnd::SourceFailed;
+            return false;
+        }
+        return size > 0;
+    }
+
+    InflationEnd write() {
+        const std::size_t produced = kChunk - stream_.avail_out;
+        if (result_.inflated + static_cast<int64_t>(produced) > options_.largest) {
+            return InflationEnd::TooLarge;
+        }
+        const std::size_t written = std::fwrite(output_.data(), 1, produced, destination_);
+        result_.inflated += static_cast<int64_t>(written);
+        if (written != produced) {
+            result_.systemError = errno;
+            return InflationEnd::DestinationFailed;
+        }
+        return InflationEnd::Done;
+    }
+
+    [[nodiscard]] InflationEnd damageOf(int status) const {
+        const bool checksum = status == Z_DATA_ERROR && stream_.msg != nullptr &&
+                              std::string_view(stream_.msg) == "incorrect data check";
+        return checksum ? InflationEnd::WrongChecksum : InflationEnd::Damaged;
+    }
+
+    // A full flush ends in an empty block that is stored: its length and the complement.
+    void noteFlush() {
+        constexpr int kBetweenBlocks = 128;
+        constexpr std::ptrdiff_t kMark = 4;
+        const Bytef *const end = stream_.next_in;
+        if ((stream_.data_type & kBetweenBlocks) != 0 && end - input_.data() >= kMark && end[-4] == 0 &&
+            end[-3] == 0 && end[-2] == 0xFF && end[-1] == 0xFF &&
+            (result_.fresh.empty() || result_.fresh.back() != result_.inflated)) {
+            result_.fresh.push_back(result_.inflated);
+        }
+    }
+
+    // Finds the next place to take up again.
+    bool resume() {
+        while (inflateSync(&stream_) != Z_OK) {
+            if (stream_.avail_in == 0 && !fill()) {
+                return false;
+            }
+        }
+        result_.tears.push_back(result_.inflated);
+        result_.fresh.push_back(result_.inflated);
+        return true;
+    }
+
+    InputStream &source_;
+    std::FILE *destination_;
+    InflationOptions options_;
     z_stream stream_{};
     bool ready_;
-    bool ended_ = false;
-    int64_t room_; // bytes that may still come
+    InflationEnd readEnd_ = InflationEnd::Damaged; // when nothing is left to read
+    Inflation result_;
+    std::array<Bytef, kChunk> input_;
     std::array<Bytef, kChunk> output_;
 };
 
 } // namespace
 
-Inflation inflateTo(std::FILE *destination, InputStream &source, int64_t largest) {
-    Inflater inflater(largest);
-    if (!inflater.ready()) {
-        return Inflation::NoMemory;
-    }
-    std::array<Bytef, kChunk> input;
-    Inflation result = Inflation::Done;
-    while (result == Inflation::Done && !inflater.ended()) {
-        const int size = source.getRawData(input.data(), kChunk);
-        if (size < kChunk && source.readFailed()) {
-            return Inflation::FileFailed;
-        }
-        result = size > 0 ? inflater.inflateChunk(input, size, destination) : Inflation::Damaged;
-    }
-    return result;
+Inflation inflateTo(std::FILE *destination, InputStream &source, const InflationOptions &options) {
+    return Inflater(source, destination, options).run();
 }
 
 } // namespace trk

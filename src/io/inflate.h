@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 namespace trk {
 
@@ -12,17 +13,38 @@ namespace trk {
 // disk.
 inline constexpr int64_t kLargestInflation = int64_t{32} << 30;
 
-enum class Inflation {
+enum class InflationEnd {
     Done,
-    Damaged,    // the compressed data breaks off or is none
-    FileFailed, // the source cannot be read or the destination cannot be written
-    NoMemory,   // none for zlib
-    TooLarge,   // it would go on behind the bound
+    Damaged,           // the compressed data breaks off or is none
+    WrongChecksum,     // all was inflated, but it is not what was compressed
+    SourceFailed,      // the source cannot be read
+    DestinationFailed, // the destination cannot be written
+    NoMemory,          // none for zlib
+    TooLarge,          // it would go on behind the bound
 };
 
-// Inflates the rest of `source`, one zlib stream, into `destination`, `largest` bytes at most. What was inflated
-// before an error stays in the destination.
+struct Inflation {
+    InflationEnd end = InflationEnd::Done;
+    int64_t consumed = 0; // bytes of the source
+    int64_t inflated = 0; // bytes in the destination
+    int systemError = 0;  // errno of a failure to read or write
+
+    // With `resume`, places in the destination: where bytes are missing, because what they were compressed to is
+    // damaged; and where what follows does not depend on what is before.
+    std::vector<int64_t> tears{};
+    std::vector<int64_t> fresh{};
+    bool resumes = false; // it was asked for
+};
+
+struct InflationOptions {
+    int64_t largest = kLargestInflation; // bytes, at most
+    // Go on behind a damage at the next place that the compressed data were flushed for it.
+    bool resume = false;
+};
+
+// Inflates the rest of `source`, one zlib stream, into `destination`. What was inflated before an error stays in
+// the destination.
 [[nodiscard]] Inflation inflateTo(std::FILE *destination, InputStream &source,
-                                  int64_t largest = kLargestInflation);
+                                  const InflationOptions &options = {});
 
 } // namespace trk

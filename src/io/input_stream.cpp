@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 
 namespace trk {
 
@@ -26,6 +27,7 @@ bool InputStream::refill() {
     const std::ptrdiff_t read = readSource(window_.data(), nextBlock_);
     sourceEnded_ = read == 0;
     sourceFailed_ = read < 0;
+    systemError_ = sourceFailed_ ? errno : systemError_;
     if (read <= 0) {
         return false;
     }

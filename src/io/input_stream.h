@@ -88,8 +88,11 @@ class InputStream {
     // True after the source could not be read for another reason than its end.
     [[nodiscard]] bool readFailed() const { return sourceFailed_; }
 
+    // The errno of that.
+    [[nodiscard]] int systemError() const { return systemError_; }
+
   protected:
-    // Reads up to `size` bytes at the source's position; 0 at the end, -1 on an error.
+    // Reads up to `size` bytes at the source's position; 0 at the end, -1 and errno on an error.
     virtual std::ptrdiff_t readSource(uint8_t *buffer, std::size_t size) = 0;
 
     // Positions the source at an offset from its start. Returns whether that succeeded.
@@ -111,6 +114,7 @@ class InputStream {
     bool endOfFile_ = false;
     bool sourceEnded_ = false; // the source has nothing behind the window
     bool sourceFailed_ = false;
+    int systemError_ = 0;
 };
 
 } // namespace trk

@@ -241,13 +241,15 @@ void TrialList::setMarkers(char *startText, char *endText) {
 }
 
 void TrialList::collect() {
+    // When memory runs out on the way, things are as if nothing had been collected yet.
+    collected_ = false;
     trials_ = collectTrials(index_, items_, markers_);
-    collected_ = true;
     inOrder_ = std::ranges::is_sorted(trials_, {}, &Trial::startTime);
     latestEnds_.clear();
     for (const Trial &trial : trials_) {
         latestEnds_.push_back(std::max(trial.endTime, latestEnds_.empty() ? 0 : latestEnds_.back()));
     }
+    collected_ = true;
 }
 
 const std::vector<Trial> &TrialList::trials() {

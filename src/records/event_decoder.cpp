@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/numeric.h"
 #include "records/codes.h"
+#include "records/event_fields.h"
 #include "records/scaling.h"
 
 #include <algorithm>
@@ -15,7 +16,6 @@ namespace trk {
 
 namespace {
 
-constexpr uint16_t kLongestMessage = 498;
 // A block that names no rate keeps this one, and only this one, from the block before it: else the later blocks of
 // a recording that states 500 once would count as 250.
 constexpr float kKeptSampleRate = 500.0F;
@@ -72,7 +72,7 @@ class RecordReader::EventDecoder {
 
     bool decode() {
         while (const uint8_t fieldTag = stream_.getByte()) {
-            if (fieldTag != kMessageField) {
+            if (fieldTag != EventField::Message) {
                 readField(fieldTag);
             } else if (!readMessage()) {
                 return false;
@@ -88,8 +88,6 @@ class RecordReader::EventDecoder {
     }
 
   private:
-    static constexpr uint8_t kMessageField = 0x5E;
-
     float plain() { return plainValue(stream_.getWord()); }
     float missingMarked() { return missingMarkedValue(stream_.getWord()); }
     float scaledG() { return ScaledValue(state_.gazeDivisor)(stream_.getWord()); }
@@ -119,86 +117,86 @@ class RecordReader::EventDecoder {
 
 void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
     switch (fieldTag) {
-    case 0x21: // "!"
+    case EventField::StartTime:
         out_.start_time = stream_.getInt();
         startTimeRead_ = true;
         return carries(TRK_EVENT_AT_START);
-    case 0x41: // "A"
+    case EventField::EndTime:
         out_.end_time = stream_.getInt();
         endTimeRead_ = true;
         return carries(TRK_EVENT_END_TIME);
     // A raw pair goes to the gaze fields, which raw recordings have no other use for; its second value also to an
     // HREF x field.
-    case 0x28: // "("
+    case EventField::StartRaw:
         out_.start_gaze_x = plain();
         out_.start_gaze_y = out_.start_href_x = plain();
         return carries(TRK_EVENT_RAW | TRK_EVENT_START_POSITION);
-    case 0x29: // ")"
+    case EventField::StartHref:
         out_.start_href_x = missingMarked();
         out_.start_href_y = missingMarked();
         return carries(TRK_EVENT_HREF | TRK_EVENT_START_POSITION);
-    case 0x2A: // "*"
+    case EventField::StartGaze:
         out_.start_gaze_x = scaledG();
         out_.start_gaze_y = scaledG();
         return carries(TRK_EVENT_GAZE | TRK_EVENT_START_POSITION);
-    case 0x2B: // "+"
+    case EventField::StartResolution:
         out_.start_res_x = scaledG();
         out_.start_res_y = scaledG();
         return carries(TRK_EVENT_RESOLUTION | TRK_EVENT_AT_START);
-    case 0x30: // "0"
+    case EventField::StartPupilSize:
         out_.start_pupil_size = plain();
         return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_START);
-    case 0x33: // "3"
+    case EventField::StartVelocity:
         out_.start_velocity = scaledV();
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_START);
-    case 0x48: // "H"
+    case EventField::EndRaw:
         out_.end_gaze_x = plain();
         out_.end_gaze_y = out_.end_href_x = plain();
         return carries(TRK_EVENT_RAW | TRK_EVENT_END_POSITION);
-    case 0x49: // "I"
+    case EventField::EndHref:
         out_.end_href_x = missingMarked();
         out_.end_href_y = missingMarked();
         return carries(TRK_EVENT_HREF | TRK_EVENT_END_POSITION);
-    case 0x4A: // "J"
+    case EventField::EndGaze:
         out_.end_gaze_x = scaledG();
         out_.end_gaze_y = scaledG();
         return carries(TRK_EVENT_GAZE | TRK_EVENT_END_POSITION);
-    case 0x4B: // "K"
+    case EventField::EndResolution:
         out_.end_res_x = startsBlock_ ? plain() : scaledG();
         out_.end_res_y = startsBlock_ ? plain() : scaledG();
         return carries(TRK_EVENT_RESOLUTION | TRK_EVENT_AT_END);
-    case 0x51: // "Q"
+    case EventField::EndPupilSize:
         out_.end_pupil_size = plain();
         return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_END);
-    case 0x53: // "S"
+    case EventField::EndVelocity:
         out_.end_velocity = scaledV();
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_END);
-    case 0x55: // "U"
+    case EventField::AuxWord1:
         out_.aux_word1 = stream_.getWord();
         return;
-    case 0x56: // "V"
+    case EventField::AuxWord2:
         out_.aux_word2 = stream_.getWord();
         auxWord2Read_ = true;
         return;
-    case 0x68: // "h"
+    case EventField::AverageRaw:
         out_.avg_gaze_x = out_.avg_href_x = plain();
         out_.avg_gaze_y = out_.start_href_x = plain();
         return carries(TRK_EVENT_RAW | TRK_EVENT_AVERAGE_POSITION);
-    case 0x69: // "i"
+    case EventField::AverageHref:
         out_.avg_href_x = missingMarked();
         out_.avg_href_y = missingMarked();
         return carries(TRK_EVENT_HREF | TRK_EVENT_AVERAGE_POSITION);
-    case 0x6A: // "j"
+    case EventField::AverageGaze:
         out_.avg_gaze_x = scaledG();
         out_.avg_gaze_y = scaledG();
         return carries(TRK_EVENT_GAZE | TRK_EVENT_AVERAGE_POSITION);
-    case 0x72: // "r"
+    case EventField::AveragePupilSize:
         out_.avg_pupil_size = plain();
         return carries(TRK_EVENT_PUPIL_SIZE | TRK_EVENT_AT_AVERAGE);
-    case 0x73: // "s"
+    case EventField::AverageVelocity:
         out_.avg_velocity = scaledV();
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
-    case 0x93:
+    case EventField::PeakVelocity:
         if (startsBlock_) {
             stream_.getWord(); // a factor of the block that nothing goes by
         } else {
@@ -206,7 +204,7 @@ void RecordReader::EventDecoder::readField(uint8_t fieldTag) {
         }
         peakVelocityRead_ = true;
         return carries(TRK_EVENT_VELOCITY | TRK_EVENT_AT_AVERAGE);
-    case 0xB4:
+    case EventField::Status:
         out_.status_word = stream_.getWord();
         return carries(TRK_EVENT_STATUS);
     default:

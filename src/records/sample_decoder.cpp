@@ -1,5 +1,6 @@
 #include "records/record_reader.h"
 
+#include "records/sample_layout.h"
 #include "records/scaling.h"
 
 #include <algorithm>
@@ -9,12 +10,6 @@
 namespace trk {
 
 namespace {
-
-constexpr int kExtensionWords = 8;
-
-// Everything of a sample record behind its tag word but the skip lists: time, three positions of both eyes,
-// resolution, pupil sizes, three words, extension header and words.
-constexpr std::ptrdiff_t kLargestFixedPart = 4 + 3 * 8 + 4 + 4 + 3 * 2 + 1 + 2 * kExtensionWords;
 
 // What a sample reads before its record fills it: fields that a record does not carry never show what was
 // decoded before.
@@ -158,19 +153,6 @@ template <class Source> void readEyeData(Source &source, Sample &out, float gaze
         readPupilSizes(source, out);
     }
 }
-
-// The number of bytes that readEyeData reads, by the upper byte of the flags.
-constexpr std::array<uint8_t, 256> kEyeDataSizes = [] {
-    std::array<uint8_t, 256> sizes{};
-    for (unsigned upper = 0; upper < sizes.size(); ++upper) {
-        const auto has = [upper](unsigned bit) { return (upper << 8 & bit) != 0 ? 1U : 0U; };
-        const unsigned eyes = has(TRK_SAMPLE_LEFT) + has(TRK_SAMPLE_RIGHT);
-        const unsigned pairs = has(TRK_SAMPLE_PUPIL_POSITION) + has(TRK_SAMPLE_HREF) + has(TRK_SAMPLE_GAZE);
-        const unsigned words = eyes * (2 * pairs + has(TRK_SAMPLE_PUPIL_SIZE)) + 2 * has(TRK_SAMPLE_RESOLUTION);
-        sizes[upper] = static_cast<uint8_t>(2 * words);
-    }
-    return sizes;
-}();
 
 // All of the record but the skip lists, in the order of the file.
 template <class Source>

@@ -36,4 +36,16 @@ FIELD(FRECORDING, close_pair, 44);
 SIZE(CONFIG, 8);
 SIZE(ALLF_DATA, 200);
 FIELD(TRK_MESSAGE, text, 2);
+
+SIZE(TRK_OPEN_OPTIONS, 64);
+FIELD(TRK_OPEN_OPTIONS, flags, 8);
+FIELD(TRK_OPEN_OPTIONS, config, 20);
+FIELD(TRK_OPEN_OPTIONS, message_log, 32);
+SIZE(TRK_ERROR, 272);
+FIELD(TRK_ERROR, offset, 8);
+FIELD(TRK_ERROR, text, 16);
+SIZE(TRK_DAMAGE, 296);
+FIELD(TRK_DAMAGE, offset, 8);
+FIELD(TRK_DAMAGE, time, 32);
+FIELD(TRK_DAMAGE, text, 36);
 /* NOLINTEND(modernize-deprecated-headers,cppcoreguidelines-macro-usage) */

@@ -8,6 +8,7 @@
 #include <malloc.h>
 #include <new>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -59,19 +60,60 @@ namespace {
 
 using namespace trk_test;
 
-void useOnce(const std::string &path, size_t failAt) {
-    _TRKFILE *handle = nullptr;
+// Makes every call that a recording can be used with; none throws.
+void useAll(_TRKFILE *handle) {
+    float point[2];
+    int pair[2];
+    double ppd = 0;
+    char text[20] = "", mark[] = "TRIAL";
+    BOOKMARK bookmark{};
+    TRIAL trial{};
+    TRK_DAMAGE damage;
+    unsigned item = 0;
+    while (trk_get_next_data(handle) != 0) {
+        if (ALLF_DATA *const record = trk_get_float_data(handle);
+            record != nullptr && trk_get_sample_data(handle)) {
+            trk_get_uncorrected_pupil_area(handle, &record->sample, 0);
+            trk_get_pupil_cr(handle, &record->sample, 1, point);
+            trk_get_pupil_dimension(handle, &record->sample, 1, pair);
+            trk_get_window_position(handle, &record->sample, pair);
+            trk_calculate_ppd(&record->sample, 0, &ppd, &ppd, 1, 1);
+        }
+    }
+    trk_set_trial_identifier(handle, mark, nullptr);
+    trk_get_trial_count(handle);
+    trk_get_trial_range(handle, 0, &item, &item);
+    trk_jump_to_trial(handle, 0);
+    trk_get_trial_header(handle, &trial);
+    trk_set_bookmark(handle, &bookmark);
+    trk_goto_bookmark(handle, &bookmark);
+    trk_free_bookmark(handle, &bookmark);
+    trk_get_sample_close_to_time(handle, 1002);
+    trk_get_preamble_text(handle, text, sizeof(text));
+    trk_get_damage(handle, 0, &damage);
+    trk_find_time(handle, 1002);
+    trk_set_extra_message_file("a name that is too long to be kept without memory");
+    trk_set_extra_message_file(nullptr);
+}
+
+void useOnce(const std::string &path, bool secondDoor, size_t failAt) {
+    TRK_OPEN_OPTIONS options;
+    trk_default_options(&options);
+    options.flags = TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_SALVAGE;
+    options.events = TRK_EVENTS_MESSAGE_LOG;
+    TRK_ERROR why{};
     int error = 1;
     countdown = failAt;
-    try {
-        handle = trk_open_file_ex(path.c_str(), TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT,
-                                  TRK_EVENTS_MESSAGE_LOG, 1, nullptr, &error);
-        while (trk_get_next_data(handle) != 0) {
-            trk_get_float_data(handle);
-        }
-        trk_get_trial_count(handle);
-    } catch (const std::bad_alloc &) {
-        EXPECT_EQ(error, handle != nullptr ? 0 : -1);
+    _TRKFILE *const handle = secondDoor
+                                 ? trk_open(path.c_str(), &options, &why)
+                                 : trk_open_file_ex(path.c_str(), TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT,
+                                                    TRK_EVENTS_MESSAGE_LOG, 1, nullptr, &error);
+    if (handle != nullptr) {
+        useAll(handle);
+    } else if (secondDoor) {
+        EXPECT_EQ(why.code, TRK_ERROR_MEMORY);
+    } else {
+        EXPECT_EQ(error, -1);
     }
     countdown = 1; // closing needs no memory
     trk_close_file(handle);
@@ -86,15 +128,16 @@ TEST(Allocation, FailsAnywhere) {
     trk_set_log_function([](const char * /*text*/) {});
     for (const Bytes &bytes : {experiment(small).file, rich.compressed(), rich.plain().substr(0, 1500)}) {
         const std::string path = directory.save("recording", bytes);
-        useOnce(path, 0);
-        for (const bool forGood : {false, true}) {
+        for (const unsigned way : {0U, 1U, 2U, 3U}) {
+            const bool secondDoor = way / 2 != 0;
+            useOnce(path, secondDoor, 0);
             const size_t liveBefore = live;
             const ptrdiff_t before = openDescriptors();
             size_t failAt = 0;
-            failsForGood = forGood;
+            failsForGood = way % 2 != 0;
             do {
                 failed = false;
-                useOnce(path, ++failAt);
+                useOnce(path, secondDoor, ++failAt);
                 ASSERT_EQ(live, liveBefore) << failAt;
                 ASSERT_EQ(openDescriptors(), before) << failAt;
             } while (failed);
@@ -102,6 +145,36 @@ TEST(Allocation, FailsAnywhere) {
         }
     }
     trk_set_log_function(nullptr);
+}
+
+// A process that may take no more ends by itself, not by being aborted.
+TEST(Allocation, AddressSpaceRunsOut) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers take address space for themselves";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "sanitizers take address space for themselves";
+#endif
+#endif
+    RecordingWriter writer;
+    for (int i = 0; i < 2000000; ++i) {
+        writer.raw(std::string_view("\x85\1\1\0\0\0\0\0\0", 9));
+    }
+    const TemporaryDirectory directory;
+    const std::string path = directory.save("a.trk", writer.end().plain());
+    const auto openWithLittle = [&path] {
+        rlimit limit{};
+        getrlimit(RLIMIT_AS, &limit);
+        std::ifstream status("/proc/self/statm");
+        size_t pages = 0;
+        status >> pages;
+        limit.rlim_cur = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + (16U << 20U);
+        setrlimit(RLIMIT_AS, &limit);
+        TRK_ERROR error{};
+        const _TRKFILE *const handle = trk_open(path.c_str(), nullptr, &error);
+        _exit(handle == nullptr && error.code == TRK_ERROR_MEMORY ? 0 : 1);
+    };
+    EXPECT_EXIT(openWithLittle(), testing::ExitedWithCode(0), "");
 }
 
 // A whole experiment, and what takes most for its size.
