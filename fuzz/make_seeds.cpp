@@ -74,21 +74,21 @@ class Seeds {
     std::map<std::string, int> counts_;
 };
 
-void saveOpenings(Seeds &seeds, const RecordingWriter &rich) {
-    seeds.save("open", head(TRK_OPEN_NO_CHECK, kAll) + rich.plain());
-    seeds.save("open", head(TRK_OPEN_CHECK, kAll) + rich.compressed());
-    seeds.save("open", head(TRK_OPEN_CHECK, kEvents | kResolution) + rich.plain(raw::kMagicPlain));
+void saveOpenings(Seeds &seeds, const std::string &target, const RecordingWriter &rich) {
+    seeds.save(target, head(TRK_OPEN_NO_CHECK, kAll) + rich.plain());
+    seeds.save(target, head(TRK_OPEN_CHECK, kAll) + rich.compressed());
+    seeds.save(target, head(TRK_OPEN_CHECK, kEvents | kResolution) + rich.plain(raw::kMagicPlain));
     for (const unsigned flags : {0U, 1U, 2U, 18U}) {
-        seeds.save("open", head(flags, kAll | kRecords) + rich.records());
+        seeds.save(target, head(flags, kAll | kRecords) + rich.records());
     }
     const Bytes cut = rich.records().substr(0, rich.records().size() / 2);
-    seeds.save("open", head(TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT, kAll | kRecords) + cut);
-    seeds.save("open", head(TRK_OPEN_TOLERANT, kAll | kCompress) + cut);
-    seeds.save("open", head(2, kAll | kRecords | kCompress) + raw::deflated(rich.records()));
+    seeds.save(target, head(TRK_OPEN_CHECK_AND_FILL | TRK_OPEN_TOLERANT, kAll | kRecords) + cut);
+    seeds.save(target, head(TRK_OPEN_TOLERANT, kAll | kCompress) + cut);
+    seeds.save(target, head(2, kAll | kRecords | kCompress) + raw::deflated(rich.records()));
     for (const double rate : {250.0, 1000.0, 2000.0}) {
-        seeds.save("open", head(2, kAll | kRecords | kModel2 | kResolution) + shortBlock(rate, 3000).records());
+        seeds.save(target, head(2, kAll | kRecords | kModel2 | kResolution) + shortBlock(rate, 3000).records());
     }
-    seeds.save("open", head(2, kAll | kRecords) + shortBlock(500, 450000000).records());
+    seeds.save(target, head(2, kAll | kRecords) + shortBlock(500, 450000000).records());
 }
 
 void saveScripts(Seeds &seeds, const RecordingWriter &rich) {
@@ -148,7 +148,8 @@ int main(int argc, char **argv) {
     try {
         Seeds seeds(argc > 1 ? argv[1] : "fuzz/corpus");
         const RecordingWriter rich = trk_test::richRecording();
-        saveOpenings(seeds, rich);
+        saveOpenings(seeds, "open", rich);
+        saveOpenings(seeds, "door", rich);
         saveScripts(seeds, rich);
         saveLogs(seeds, rich);
         saveRecipes(seeds, rich);
