@@ -30,10 +30,10 @@
  *     time.
  *  4. Errors. Calls that return a record return null when there is none. Diagnostic lines go to the log hook,
  *     or to standard output when none is set. No call throws an exception: where memory runs out it gives its
- *     result for failure (null, -1 or 0) and logs "Out of memory\n". Some lines go to standard output whether or not a hook
- *     is set: those of trk_open_file and trk_open_file_ex ("loadEvents = N", and about the extra message log),
- *     those of trk_set_trial_identifier (the texts, and with trials by input values the numbers), and "removed
- *     last trial" of any call that collects trials: see at Trials. No other call prints.
+ *     result for failure (null, -1 or 0) and logs "Out of memory\n". Some lines go to standard output whether or
+ *     not a hook is set: those of trk_open_file and trk_open_file_ex ("loadEvents = N", and about the extra
+ *     message log), those of trk_set_trial_identifier (the texts, and with trials by input values the numbers),
+ *     and "removed last trial" of any call that collects trials: see at Trials. No other call prints.
  *  5. Units. Times are milliseconds of the tracker's clock. Gaze positions are display pixels, head-referenced
  *     (HREF) positions lie on a plane 15000 units before the eye, raw pupil positions are camera units,
  *     velocities are degrees of visual angle per second, resolutions are position units per degree. Pupil
@@ -361,11 +361,11 @@ enum {
     TRK_OPEN_KEEP_TIMES = 8,     /* never move the times of recordings that start late on the tracker's clock */
     TRK_OPEN_MESSAGE_OFFSETS = 16, /* a number before a message text is an offset: it is cut off and subtracted
                                      from the message's time */
-    TRK_OPEN_SALVAGE = 0x100      /* trk_open only; includes TRK_OPEN_TOLERANT. At a damage the stretch is left out,
-                                    and reading goes on where records make sense again, so that a damaged byte costs
-                                    a few records. Times behind a damage are those that the sound part of the
-                                    recording confirms; samples whose times nothing confirms are left out. Cost: the
-                                    records are read once more */
+    TRK_OPEN_SALVAGE = 0x100      /* trk_open only; includes TRK_OPEN_TOLERANT. At a damage the stretch is left
+                                    out, and reading goes on where records make sense again, so that a damaged
+                                    byte costs a few records. Times behind a damage are those that the sound part
+                                    of the recording confirms; samples whose times nothing confirms are left out.
+                                    Cost: the records are read once more */
 };
 
 /*
@@ -601,7 +601,8 @@ TRK_API ALLF_DATA *trk_get_sample_close_to_time(_TRKFILE *handle, unsigned int t
 TRK_API unsigned int trk_get_uncorrected_pupil_area(_TRKFILE *handle, FSAMPLE_REC *sample, int eye) TRK_NOTHROW;
 
 /* Centre of the pupil; MISSING_DATA in both without raw data. */
-TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye, float out[2]) TRK_NOTHROW;
+TRK_API void trk_get_uncorrected_raw_pupil(_TRKFILE *handle, FSAMPLE_REC *sample, int eye,
+                                           float out[2]) TRK_NOTHROW;
 
 /*
  * Area of the corneal reflection; 0 when none was seen. Goes by the packed form for any negative pupil_size, even
@@ -697,11 +698,12 @@ typedef struct TRK_OPEN_OPTIONS {
     int flags;               /* TRK_OPEN_* bits; not both check levels. Default TRK_OPEN_CHECK */
     int events;              /* TRK_EVENTS_* value. Default TRK_EVENTS_ALL */
     int samples;             /* 0: samples are not delivered. Default 1 */
-    CONFIG config;           /* fixed resolution, copied; 0 or MISSING_DATA in the first field: none. Default none */
+    CONFIG config;           /* fixed resolution, copied; none when the first field is 0 or MISSING_DATA, as it is
+                                by default */
     const char *message_log; /* file merged with TRK_EVENTS_MESSAGE_LOG. Default null: the usual name beside the
                                 recording; the name of trk_set_extra_message_file does not count here */
-    const char *temporary_folder; /* where a compressed recording is inflated. Default null: that of the environment
-                                     variable TMPDIR, else the system's */
+    const char *temporary_folder; /* where a compressed recording is inflated. Default null: that of the
+                                     environment variable TMPDIR, else the system's */
     TRK_LOG_TO log;          /* receives the recording's diagnostic lines. Default null: nobody does */
     void *user;              /* handed to `log` */
 } TRK_OPEN_OPTIONS;
@@ -721,8 +723,9 @@ enum TRK_ERROR_CODE {
 typedef struct TRK_ERROR {
     int code;          /* TRK_ERROR_CODE */
     int system_error;  /* errno, or 0 */
-    int64_t offset;    /* byte of the record stream where the damage begins, -1 when not known. The record stream of
-                          a plain recording is the file itself; that of a compressed one what its data inflate to */
+    int64_t offset;    /* byte of the record stream where the damage begins, -1 when not known. The record stream
+                          of a plain recording is the file itself; that of a compressed one what its data inflate
+                          to */
     char text[256];    /* one sentence for a person, with no line end: what, where, why and what to do. UTF-8 where
                           the path is; a longer one is cut */
 } TRK_ERROR;
@@ -739,8 +742,8 @@ TRK_API void trk_default_options(TRK_OPEN_OPTIONS *options) TRK_NOTHROW;
  *
  * Returns the handle, to be closed with trk_close_file, or null. Arguments are checked: a size that is none, flags
  * or values of `events` that are not named here, and both check levels together are TRK_ERROR_ARGUMENT. What the
- * surroundings are to blame for (descriptors, a full disk, a disk that cannot be read) is never reported as damage,
- * and fails with TRK_OPEN_TOLERANT and TRK_OPEN_SALVAGE too.
+ * surroundings are to blame for (descriptors, a full disk, a disk that cannot be read) is never reported as
+ * damage, and fails with TRK_OPEN_TOLERANT and TRK_OPEN_SALVAGE too.
  */
 TRK_API _TRKFILE *trk_open(const char *path, const TRK_OPEN_OPTIONS *options, TRK_ERROR *error) TRK_NOTHROW;
 
@@ -749,7 +752,8 @@ enum TRK_DAMAGE_KIND {
     TRK_DAMAGE_CUT = 1,               /* the records break off, or have no end mark */
     TRK_DAMAGE_UNREADABLE = 2,        /* bytes that are no record */
     TRK_DAMAGE_IMPLAUSIBLE = 3,       /* records that can be decoded and cannot be: a time far from its neighbours,
-                                         an event that does not exist, a sample that is not as its block announces */
+                                         an event that does not exist, a sample that is not as its block
+                                         announces */
     TRK_DAMAGE_EARLY_END = 4,         /* an end mark with records behind it */
     TRK_DAMAGE_COMPRESSED_DATA = 5,   /* compressed data that cannot be inflated */
     TRK_DAMAGE_CHECKSUM = 6,          /* the checksum of the compressed data is wrong */
@@ -763,9 +767,9 @@ enum TRK_DAMAGE_KIND {
 };
 
 /*
- * One damage, or what was repaired of one kind. Every way in which a recording gives less, or other, than its bytes
- * promise is one, however it was opened, also where the calls deliver the stretch as it stands. A sound recording
- * has none; one with repairs only has lost nothing but what the tracker itself lost.
+ * One damage, or what was repaired of one kind. Every way in which a recording gives less, or other, than its
+ * bytes promise is one, however it was opened, also where the calls deliver the stretch as it stands. A sound
+ * recording has none; one with repairs only has lost nothing but what the tracker itself lost.
  */
 typedef struct TRK_DAMAGE {
     int kind;       /* TRK_DAMAGE_KIND */
@@ -778,8 +782,8 @@ typedef struct TRK_DAMAGE {
 } TRK_DAMAGE;
 
 /*
- * Copies damage number `number`, from 0: damages in the order of the stream, then repairs. Returns 0, or -1 past the
- * last one, for null, and when memory runs out. The first call for a recording that was opened without
+ * Copies damage number `number`, from 0: damages in the order of the stream, then repairs. Returns 0, or -1 past
+ * the last one, for null, and when memory runs out. The first call for a recording that was opened without
  * TRK_OPEN_SALVAGE reads all of its records once more. The read position stays.
  */
 TRK_API int trk_get_damage(_TRKFILE *handle, int number, TRK_DAMAGE *damage) TRK_NOTHROW;

@@ -10,8 +10,8 @@ namespace trk {
 
 inline constexpr const char *kOutOfMemory = "Out of memory\n";
 
-// Nothing is thrown through a C interface: a call that cannot go on, for want of memory, gives `onFailure`. The line
-// in the log needs no memory.
+// Nothing is thrown through a C interface: a call that cannot go on, for want of memory, gives `onFailure`. The
+// line in the log needs no memory.
 template <class Body, class Result = std::invoke_result_t<Body>>
 Result guarded(std::type_identity_t<Result> onFailure, Body body) noexcept {
     try {

@@ -10,8 +10,8 @@ namespace trk {
 
 [[nodiscard]] TRK_ERROR noError();
 
-// Copies the options, of whatever size, into `all`; null stands for the defaults. Returns false, and says why, when
-// an argument is not allowed.
+// Copies the options, of whatever size, into `all`; null stands for the defaults. Returns false, and says why,
+// when an argument is not allowed.
 bool checkArguments(const char *path, const TRK_OPEN_OPTIONS *options, TRK_OPEN_OPTIONS &all, TRK_ERROR &error);
 
 // Why a recording did not open: what, where, why and what to do.

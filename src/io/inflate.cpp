@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <zlib.h>
@@ -40,28 +41,31 @@ class Inflater {
             stream_.next_out = output_.data();
             stream_.avail_out = kChunk;
             const int status = inflate(&stream_, options_.resume ? Z_BLOCK : Z_NO_FLUSH);
-            if (status == Z_MEM_ERROR) {
-                return InflationEnd::NoMemory;
-            }
-            // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
-            const bool sound = status == Z_OK || status == Z_STREAM_END || status == Z_BUF_ERROR;
-            const InflationEnd damage = sound ? InflationEnd::Done : damageOf(status);
-            // What came in one go with a damage counts only for those who look closely at it.
-            if (sound || options_.resume) {
-                if (const InflationEnd written = write(); written != InflationEnd::Done) {
-                    return written;
-                }
-            }
-            if (status == Z_STREAM_END) {
-                return damage;
-            }
-            if (options_.resume && sound) {
-                noteFlush();
-            }
-            if (!sound && (!options_.resume || damage != InflationEnd::Damaged || !resume())) {
-                return damage;
+            if (const std::optional<InflationEnd> end = take(status)) {
+                return *end;
             }
         }
+    }
+
+    // Takes what came. Returns how it all ends, when it does.
+    std::optional<InflationEnd> take(int status) {
+        if (status == Z_MEM_ERROR) {
+            return InflationEnd::NoMemory;
+        }
+        // Z_BUF_ERROR only says that the output area was filled exactly and nothing was left to do.
+        const bool sound = status == Z_OK || status == Z_STREAM_END || status == Z_BUF_ERROR;
+        // What came in one go with a damage counts only for those who look closely at it.
+        const InflationEnd written = sound || options_.resume ? write() : InflationEnd::Done;
+        if (written != InflationEnd::Done || status == Z_STREAM_END) {
+            return written;
+        }
+        if (sound) {
+            noteFlush();
+            return std::nullopt;
+        }
+        const InflationEnd damage = damageOf(status);
+        return options_.resume && damage == InflationEnd::Damaged && resume() ? std::nullopt
+                                                                              : std::optional(damage);
     }
 
     // The next chunk of input.
@@ -103,8 +107,8 @@ class Inflater {
         constexpr int kBetweenBlocks = 128;
         constexpr std::ptrdiff_t kMark = 4;
         const Bytef *const end = stream_.next_in;
-        if ((stream_.data_type & kBetweenBlocks) != 0 && end - input_.data() >= kMark && end[-4] == 0 &&
-            end[-3] == 0 && end[-2] == 0xFF && end[-1] == 0xFF &&
+        if (options_.resume && (stream_.data_type & kBetweenBlocks) != 0 && end - input_.data() >= kMark &&
+            end[-4] == 0 && end[-3] == 0 && end[-2] == 0xFF && end[-1] == 0xFF &&
             (result_.fresh.empty() || result_.fresh.back() != result_.inflated)) {
             result_.fresh.push_back(result_.inflated);
         }

@@ -7,8 +7,8 @@
 
 namespace trk {
 
-// Tag bytes. In a start of a recording block EndTime is the rate, StartPupilSize the gaze divisor, EndPupilSize the
-// velocity divisor, EndResolution the mode, AuxWord2 the pupil mode and Status the content.
+// Tag bytes. In a start of a recording block EndTime is the rate, StartPupilSize the gaze divisor, EndPupilSize
+// the velocity divisor, EndResolution the mode, AuxWord2 the pupil mode and Status the content.
 namespace EventField {
 inline constexpr uint8_t StartTime = 0x21;
 inline constexpr uint8_t StartRaw = 0x28;

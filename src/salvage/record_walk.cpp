@@ -96,8 +96,11 @@ bool RecordWalk::meetEndMark(int64_t offset) {
     }
     if (const std::optional<int64_t> sense = nextSense(behind)) {
         // What the end mark was made from may begin in the record before it.
-        const int64_t begin = before_ && !lastIsSettled_ ? lastOffset_ : offset;
-        takeBack();
+        int64_t begin = offset;
+        if (before_ && !lastIsSettled_) {
+            begin = lastOffset_;
+            takeBack();
+        }
         report(DamageKind::EarlyEndMark, begin, *sense, "an end mark stands before records");
         cuts.push_back({begin, *sense});
         lost_ = true;
@@ -107,10 +110,7 @@ bool RecordWalk::meetEndMark(int64_t offset) {
         before_.reset();
         return true;
     }
-    end = behind;
-    while (const std::size_t more = view_.at(end, kLongestRecord).size()) {
-        end += static_cast<int64_t>(more);
-    }
+    end = endOfStream(behind);
     report(DamageKind::BehindEnd, behind, end, "bytes that are no records stand behind the end mark");
     cuts.push_back({behind, end});
     return false;
@@ -165,11 +165,9 @@ void RecordWalk::follow(const ParsedRecord &record, BlockContext &block) const {
 void RecordWalk::startBlock(const ParsedRecord &record, BlockContext &block) const {
     constexpr double kRateUnit = 1.0 / 65536;
     constexpr double kKeptRate = 500;
-    if (options_.fileRevision == 0) {
-        block.rate = static_cast<double>(kDefaultSampleRate);
-    } else if (record.end != 0) {
+    if (options_.fileRevision != 0 && record.end != 0) {
         block.rate = record.end * kRateUnit;
-    } else if (block.rate != kKeptRate) {
+    } else if (options_.fileRevision == 0 || block.rate != kKeptRate) {
         block.rate = static_cast<double>(kDefaultSampleRate);
     }
     if (record.code == REC_STARTSAMPLES) {
@@ -183,42 +181,54 @@ void RecordWalk::startBlock(const ParsedRecord &record, BlockContext &block) con
     block.timed = true;
 }
 
+// What is found by searching must not be trusted for its looks.
+bool RecordWalk::isKnownForm(const ParsedRecord &record) const {
+    return !record.isEvent() || kBlockBoundaries.contains(record.code) ||
+           forms_.contains(formOf(record.code, record.fields));
+}
+
+// How much a record that may be sound speaks for those around it. The first sample tells nothing of the beat when
+// what was before it is lost.
+int RecordWalk::beliefIn(const ParsedRecord &record, const BlockContext &block, bool first) {
+    if (record.isEvent()) {
+        return record.code == REC_STARTSAMPLES ? 3 : 2;
+    }
+    const bool apart = !record.fullTime && record.time > 2 * 1000 / std::max(block.rate, 1.0) + 2;
+    return apart && !first ? 0 : 1;
+}
+
 // Whether records that are to be believed begin here.
 bool RecordWalk::makesSense(int64_t offset, BlockContext block, bool afterLoss) {
     int belief = 0;
-    bool beat = false;
+    bool firstSample = true;
     block.timed = block.timed && !afterLoss;
     for (int i = 0; i < kMostLookedAt && belief < kBelieved; ++i) {
         const ParsedRecord record = recordAt(offset);
         const int64_t next = offset + static_cast<int64_t>(record.length);
-        if (record.form == ParsedRecord::Form::EndMark) {
-            return i > 0 && view_.at(next, 1).empty() && belief >= kBelievedAtEnd;
-        }
-        if (record.length == 0 && i > 0) {
+        const bool endMark = record.form == ParsedRecord::Form::EndMark;
+        if (i > 0 && (record.length == 0 || (endMark && view_.at(next, 1).empty()))) {
             return belief >= kBelievedAtEnd; // the end of the stream
         }
         if (record.form == ParsedRecord::Form::Cut || judge(record, block) != Verdict::Sound ||
             record.hasUnknownField || tearsAt(offset, next)) {
             return false;
         }
-        // What is found by searching must not be trusted for its looks.
-        const bool known = !record.isEvent() || kBlockBoundaries.contains(record.code) ||
-                           forms_.contains(formOf(record.code, record.fields));
-        if (afterLoss && i == 0 && !known) {
+        if (afterLoss && i == 0 && !isKnownForm(record)) {
             return false;
         }
         follow(record, block);
-        if (record.isEvent()) {
-            belief += record.code == REC_STARTSAMPLES ? 3 : 2;
-        } else {
-            // The first sample tells nothing of the beat when what was before it is lost.
-            const bool apart = !record.fullTime && record.time > 2 * 1000 / std::max(block.rate, 1.0) + 2;
-            belief += apart && beat ? 0 : 1;
-            beat = true;
-        }
+        belief += beliefIn(record, block, firstSample);
+        firstSample = firstSample && record.isEvent();
         offset = next;
     }
     return belief >= kBelieved;
+}
+
+int64_t RecordWalk::endOfStream(int64_t from) {
+    while (const std::size_t more = view_.at(from, kLongestRecord).size()) {
+        from += static_cast<int64_t>(more);
+    }
+    return from;
 }
 
 // The next place from which records make sense. A sample that is found by searching may be made of the bytes of
@@ -259,12 +269,7 @@ bool RecordWalk::passOver(int64_t offset, const ParsedRecord &record) {
     }
     const LostRange *const lost = lostIn(offset, next);
     const std::optional<int64_t> sense = nextSense(std::max(begin + 1, lost != nullptr ? lost->end : begin));
-    int64_t until = sense.value_or(begin);
-    if (!sense) {
-        while (const std::size_t more = view_.at(until, kLongestRecord).size()) {
-            until += static_cast<int64_t>(more);
-        }
-    }
+    const int64_t until = sense ? *sense : endOfStream(begin);
     report(record.form == ParsedRecord::Form::Malformed ? DamageKind::UnreadableRecord : DamageKind::Implausible,
            begin, until, "bytes that are no sound records");
     cuts.push_back({begin, until});

@@ -97,6 +97,9 @@ class RecordWalk {
     static Verdict judge(const ParsedRecord &record, const BlockContext &block);
     static bool sampleFits(uint16_t tag, uint16_t content);
     bool makesSense(int64_t offset, BlockContext block, bool afterLoss);
+    [[nodiscard]] bool isKnownForm(const ParsedRecord &record) const;
+    static int beliefIn(const ParsedRecord &record, const BlockContext &block, bool first);
+    [[nodiscard]] int64_t endOfStream(int64_t from);
     void follow(const ParsedRecord &record, BlockContext &block) const;
     void startBlock(const ParsedRecord &record, BlockContext &block) const;
     void take(int64_t offset, const ParsedRecord &record);
@@ -107,7 +110,7 @@ class RecordWalk {
     bool passOver(int64_t offset, const ParsedRecord &record);
     std::optional<int64_t> nextSense(int64_t from);
     bool meetEndMark(int64_t offset);
-    void report(DamageKind kind, int64_t begin, int64_t end, std::string text);
+    void report(DamageKind kind, int64_t begin, int64_t until, std::string text);
     void finish();
 
     ByteView view_;

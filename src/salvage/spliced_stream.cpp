@@ -17,7 +17,7 @@ constexpr int kDelta = 1;
 
 } // namespace
 
-SplicedStream::SplicedStream(std::unique_ptr<InputStream> source, std::vector<KeptPiece> pieces)
+SplicedStream::SplicedStream(std::unique_ptr<InputStream> source, const std::vector<KeptPiece> &pieces)
     : source_(std::move(source)) {
     for (const KeptPiece &piece : pieces) {
         Part part{.offset = size_, .begin = piece.begin, .end = piece.end, .sourceBegin = piece.begin};
@@ -50,32 +50,37 @@ int64_t SplicedStream::offsetOf(int64_t sourceOffset) const {
     return part->offset + into;
 }
 
+// Reads on in a part, up to its end. Returns the number of bytes, or -1 when the source cannot be read.
+int64_t SplicedStream::readPart(const Part &part, uint8_t *buffer, int64_t room) {
+    const int64_t into = at_ - part.offset;
+    const auto made = static_cast<int64_t>(part.made.size());
+    if (into < made) {
+        const int64_t count = std::min(room, made - into);
+        std::memcpy(buffer, part.made.data() + into, static_cast<std::size_t>(count));
+        return count;
+    }
+    const int64_t from = part.begin + into - made;
+    if (source_->position() != from && source_->seek(from) != 0) {
+        return -1;
+    }
+    const int read = source_->getRawData(buffer, static_cast<int>(std::min(room, part.end - from)));
+    return read == 0 && source_->readFailed() ? -1 : read;
+}
+
 std::ptrdiff_t SplicedStream::readSource(uint8_t *buffer, std::size_t size) {
     std::size_t done = 0;
     while (done < size && part_ < parts_.size()) {
         const Part &part = parts_[part_];
-        int64_t into = at_ - part.offset;
-        const auto made = static_cast<int64_t>(part.made.size());
-        const auto room = static_cast<int64_t>(size - done);
-        int64_t read = 0;
-        if (into < made) {
-            read = std::min(room, made - into);
-            std::memcpy(buffer + done, part.made.data() + into, static_cast<std::size_t>(read));
-        } else if (into < part.size()) {
-            const int64_t from = part.begin + into - made;
-            if (source_->position() != from && source_->seek(from) != 0) {
-                return done > 0 ? static_cast<std::ptrdiff_t>(done) : -1;
-            }
-            read = source_->getRawData(buffer + done, static_cast<int>(std::min(room, part.end - from)));
-            if (read == 0) {
-                return done > 0 ? static_cast<std::ptrdiff_t>(done) : source_->readFailed() ? -1 : 0;
-            }
+        if (at_ - part.offset >= part.size()) {
+            ++part_;
+            continue;
+        }
+        const int64_t read = readPart(part, buffer + done, static_cast<int64_t>(size - done));
+        if (read <= 0) {
+            return done > 0 ? static_cast<std::ptrdiff_t>(done) : static_cast<std::ptrdiff_t>(read);
         }
         at_ += read;
         done += static_cast<std::size_t>(read);
-        if (at_ - part.offset >= part.size()) {
-            ++part_;
-        }
     }
     return static_cast<std::ptrdiff_t>(done);
 }

@@ -14,7 +14,7 @@ namespace trk {
 // predecessors no longer tell carries it in full.
 class SplicedStream final : public InputStream {
   public:
-    SplicedStream(std::unique_ptr<InputStream> source, std::vector<KeptPiece> pieces);
+    SplicedStream(std::unique_ptr<InputStream> source, const std::vector<KeptPiece> &pieces);
 
     // Where a byte of the source stands here; of one that is left out, where what follows it does.
     [[nodiscard]] int64_t offsetOf(int64_t sourceOffset) const;
@@ -36,6 +36,8 @@ class SplicedStream final : public InputStream {
 
         [[nodiscard]] int64_t size() const { return static_cast<int64_t>(made.size()) + end - begin; }
     };
+
+    int64_t readPart(const Part &part, uint8_t *buffer, int64_t room);
 
     std::unique_ptr<InputStream> source_;
     std::vector<Part> parts_;

@@ -157,8 +157,8 @@ void TimeJudge::judgeBroken(std::size_t number, const std::vector<Vote> &votes, 
     if (*before + 1 == number && std::abs(run.lostBytes - records * size) <= kFewBytes) {
         support += records + 1 == best->first ? 1 : 0;
     }
-    // More time than the lost bytes can have held: a block may have ended there, and another started, whose samples
-    // are to be decoded in another way.
+    // More time than the lost bytes can have held: a block may have ended there, and another started, whose
+    // samples are to be decoded in another way.
     if (walk_.blocksDiffer && best->first > records + 1) {
         return;
     }
