@@ -1,11 +1,12 @@
 #include "dump.h"
 
+#include "damage.h"
 #include "dump_columns.h"
 #include "progress.h"
 #include "trials.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <span>
 #include <vector>
@@ -20,6 +21,9 @@ struct ItemRange {
     uint32_t end;
 };
 
+// With it, messages of a log behind the last item belong to the range.
+constexpr uint32_t kBehindLastItem = std::numeric_limits<uint32_t>::max();
+
 // Collecting trials moves the read position, uses up the message log and can set the base of moved times: it has a
 // handle of its own.
 std::optional<ItemRange> rangeOf(const DumpOptions &options) {
@@ -31,8 +35,9 @@ std::optional<ItemRange> rangeOf(const DumpOptions &options) {
     Recording recording(options.file, withoutLog, OnDamage::Refuse);
     const std::vector<Trial> trials = collectTrials(recording, options.texts);
     if (*options.trial >= trials.size()) {
-        throw CannotRead(recording.name() + ": has no trial " + std::to_string(*options.trial) + ": it has " +
-                         std::to_string(trials.size()) + ", counted from 0");
+        throw CannotRead(recording.name() + " has no trial " + std::to_string(*options.trial) + ": it has " +
+                             std::to_string(trials.size()) + ", counted from 0",
+                         kIncomplete);
     }
     const Trial &trial = trials[*options.trial];
     const bool endsTheRecording = trial.end == trk_get_element_count(recording.handle());
@@ -58,7 +63,7 @@ class Dump {
         for (int code = 0; (!isOver || mergesLog) && (code = trk_get_next_data(handle_)) != 0; progress.step()) {
             bool isInside = !isOver;
             if (range && !isOver) {
-                const uint32_t position = readPosition(handle_);
+                const uint32_t position = trk_get_position(handle_);
                 isInside = position > range->first && position <= range->end;
                 isOver = position >= range->end;
             }
@@ -71,7 +76,7 @@ class Dump {
     }
 
     // Tells standard error what the table lacks. Returns the exit status.
-    [[nodiscard]] int reportGaps() const {
+    [[nodiscard]] Status reportGaps() const {
         const char *const file = recording_.name().c_str();
         if (unreadable_ != 0) {
             std::fprintf(stderr, "trk: %s: %llu %s could not be read (%s)\n", file,
@@ -85,7 +90,7 @@ class Dump {
                          "the clocks or the end line\n",
                          file, escaped(logName_).c_str());
         }
-        return unreadable_ == 0 && !lacksLog ? EXIT_SUCCESS : EXIT_FAILURE;
+        return unreadable_ == 0 && !lacksLog ? kSound : kIncomplete;
     }
 
   private:
@@ -139,7 +144,10 @@ class Dump {
 } // namespace
 
 const char *const kDumpHelp =
-    R"("time" is the item's place in ms; ends of blinks, saccades and fixations stand at their end time. Kind
+    R"(Units: times ms of the tracker's clock; gaze display pixels; HREF tracker units; raw pupil positions camera
+units; pupil sizes tracker units (area or diameter: "pupil_mode" 0 or 1 of the block); velocities ("vel" smooth,
+"fvel" fast) degrees per second; resolution pixels per degree; sample_rate samples per second.
+"time" is the item's place; ends of blinks, saccades and fixations stand at their end time. Kind
 "dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil
 size, velocity or resolution of an event that is 0 was not recorded. Message texts have \t, \n, \r, \\ and
 \xHH in place of control bytes and backslashes. New columns are added at the end.
@@ -154,11 +162,12 @@ int dump(const DumpOptions &options) {
     const std::optional<ItemRange> range = rangeOf(options);
     Recording recording(options.file, options.open, OnDamage::Refuse);
     if (options.raw) {
-        recording.collectTrials({}); // the raw data need them, and the library prints about them
+        recording.collectTrials({}); // the raw data need them; not in the middle of the walk
     }
     Dump dump(recording, options);
+    const Status damage = reportDamage(recording, DamageReport(recording));
     dump.write(range);
-    return dump.reportGaps();
+    return std::max(damage, dump.reportGaps());
 }
 
 } // namespace tool

@@ -1,14 +1,12 @@
 #include "info.h"
 
-#include "progress.h"
-#include "summary.h"
-#include "trials.h"
+#include "facts.h"
+#include "info_json.h"
+#include "text_output.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <utility>
 
 namespace tool {
@@ -76,13 +74,6 @@ std::string sampleRate(float rate) {
 
 // ---- The head ----
 
-std::string_view containerVariant(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::array<char, 64> line{};
-    file.getline(line.data(), line.size());
-    return std::string_view(line.data()).find(" ZIP") == std::string_view::npos ? "plain" : "compressed";
-}
-
 std::string trackerText(_TRKFILE *handle) {
     const int model = trk_get_pupilon_revision(handle);
     const int revision = trk_get_revision(handle);
@@ -130,60 +121,27 @@ void writeBlockFact(TextOutput &out, std::string_view name, const RecordingSumma
     writeFact(out, name, all.empty() ? kMissing : all);
 }
 
-void writePreamble(TextOutput &out, _TRKFILE *handle) {
-    std::string text(static_cast<std::size_t>(std::max(trk_get_preamble_text_length(handle), 1)), '\0');
-    trk_get_preamble_text(handle, text.data(), static_cast<int>(text.size()));
-    text.resize(text.find('\0'));
-    out.text("\nPreamble\n");
-    constexpr std::string_view kMark = "** ";
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-        out.text("  ");
-        out.text(escaped(line.starts_with(kMark) ? line.substr(kMark.size()) : line));
-        out.text("\n");
+std::string messageLogText(const LogFacts &log) {
+    if (!log.failure.empty()) {
+        return "none: " + log.failure;
     }
-}
-
-// ---- The external message log ----
-
-// `items` are those of the recording itself.
-std::string messageLogText(const std::string &path, OpenOptions options, uint64_t items) {
-    const std::string name = messageLogName(path, options);
-    const std::string reason = systemReason(name);
-    if (!reason.empty()) {
-        return escaped(name) + ": " + reason;
-    }
-    options.mergeLog = true;
-    const Recording recording(path, options, OnDamage::ShowIntactPart);
-    _TRKFILE *const handle = recording.handle();
-    const uint64_t messages = trk_get_element_count(handle) - items;
-    const std::string found = escaped(name) + ": " + counted(messages, "message");
-    if (messages == 0) {
+    const std::string found = escaped(log.name) + ": " + counted(log.messages, "message");
+    if (log.messages == 0) {
         return found + ", not merged: no line pairs the clocks";
     }
-    uint64_t steps = 0;
-    uint64_t merged = 0;
-    Progress progress(items, true);
-    for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-        const Item item = fetchItem(handle, code);
-        ++steps;
-        merged += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
-    }
-    if (merged == 0 && steps == items) {
+    if (log.endIsMissing) {
         return found + ", not merged: the end line is missing";
     }
-    return found + "; --log merges " + std::to_string(merged) + " and leaves out " +
-           counted(items + merged - steps, "item");
+    return found + "; --log merges " + std::to_string(log.merged) + " and leaves out " +
+           counted(log.replaced, "item");
 }
 
-std::string trialsText(Recording &recording, const TrialTexts &texts) {
+std::string trialsText(std::size_t count, const TrialTexts &texts) {
     const auto quoted = [](std::string_view word, const std::optional<std::string> &text) {
         return text ? std::string(word) + " \"" + escaped(*text) + "\"" : std::string();
     };
     const std::string limits = quoted(" from", texts.start) + quoted(" to", texts.end);
-    return std::to_string(collectTrials(recording, texts).size()) +
-           (limits.empty() ? " by recording blocks" : limits);
+    return std::to_string(count) + (limits.empty() ? " by recording blocks" : limits);
 }
 
 // ---- The tables ----
@@ -239,10 +197,9 @@ void writeEyeTable(TextOutput &out, const RecordingSummary &summary) {
            [&](Eye eye) { return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze); });
     addRow("inside blinks",
            [&](Eye eye) { return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count); });
-    constexpr std::array<std::string_view, kFixations + 1> kNames{"blinks", "saccades", "fixations"};
-    for (std::size_t kind = 0; kind < kNames.size(); ++kind) {
+    for (std::size_t kind = 0; kind < kEyeEventNames.size(); ++kind) {
         const auto &eyes = summary.eyeEvents[kind];
-        addRow(kNames[kind], [&](Eye eye) { return eyeEventsText(eyes[eye]); });
+        addRow(kEyeEventNames[kind], [&](Eye eye) { return eyeEventsText(eyes[eye]); });
         addRow("  mean ms", [&](Eye eye) {
             const EyeEvents &events = eyes[eye];
             return events.timed == 0
@@ -277,23 +234,15 @@ void writeLog(TextOutput &out, const LogLines &log) {
     writeTable(out, rows.empty() ? "Defects logged: none" : "Defects logged", "rll", rows);
 }
 
-void describe(TextOutput &out, const std::string &path, Recording &recording, const InfoOptions &options) {
-    _TRKFILE *const handle = recording.handle();
-    RecordingSummary summary;
-    {
-        Progress progress(trk_get_element_count(handle), true);
-        for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-            const Item item = fetchItem(handle, code);
-            item.record == nullptr ? summary.addUnreadable(code) : summary.add(item);
-        }
-    }
-    out.text(escaped(path));
+void describe(TextOutput &out, const Facts &facts, const TrialTexts &texts) {
+    _TRKFILE *const handle = facts.recording.handle();
+    const RecordingSummary &summary = facts.summary;
+    out.text(facts.recording.name());
     out.text("\n");
-    if (!recording.damage().empty()) {
-        writeFact(out, "DAMAGED",
-                  "recording is damaged: shows the items before the damage (" + recording.damage() + ")");
+    if (facts.damage.isDamaged()) {
+        writeFact(out, "DAMAGED", facts.damage.text());
     }
-    writeFact(out, "container", containerVariant(path));
+    writeFact(out, "container", facts.container());
     writeFact(out, "tracker", trackerText(handle));
     writeFact(out, "recorded", recordedText(summary));
     writeBlockFact(out, "eyes", summary, [](const BlockSummary &block) { return eyeName(block.eyes); });
@@ -301,34 +250,63 @@ void describe(TextOutput &out, const std::string &path, Recording &recording, co
                    [](const BlockSummary &block) { return sampleRate(block.sampleRate); });
     writeBlockFact(out, "samples hold", summary,
                    [](const BlockSummary &block) { return contentNames(block.content); });
-    writeFact(out, "trials", trialsText(recording, options.texts));
+    writeFact(out, "trials", trialsText(facts.trials, texts));
     writeFact(out, "input data",
               counted(summary.countOf(REC_INPUT), "event") + ", " + counted(summary.samplesWithInput, "sample") +
                   " with an input value");
-    writeFact(out, "message log", messageLogText(path, options.open, summary.items()));
-    writePreamble(out, handle);
+    writeFact(out, "message log", messageLogText(facts.messageLog));
+    out.text("\nPreamble\n");
+    for (const std::string &line : facts.preamble) {
+        out.text("  ");
+        out.text(escaped(line));
+        out.text("\n");
+    }
     writeItemCounts(out, summary);
     writeEyeTable(out, summary);
-    writeLog(out, recording.log());
+    writeLog(out, facts.recording.log());
     writeBlocks(out, summary);
 }
 
 } // namespace
 
+const char *const kInfoHelp =
+    R"("dummies" stand for samples that the tracker lost; a "repeated time stamp" is that of the sample before.
+"gaze missing" is the share of the samples that have a place for gaze, dummies included; "inside blinks" that of
+all samples of the eye. Blinks, saccades and fixations count by their ends, "mean ms" is their mean duration
+where both ends are known. "events" of a block count messages, and not the marks of the block. "Defects logged"
+are the library's own notes on what it repaired or passed over. A DAMAGED line tells what is lost.
+--json: a list with an object for each file; times and durations in ms, rates in samples per second; "damages",
+"lost" and "repairs" as trk check has them.)";
+
 int info(const InfoOptions &options) {
     TextOutput out(std::string(TextOutput::kStandardOutput), {});
-    int status = EXIT_SUCCESS;
+    Status status = kSound;
+    Json all = Json::array();
     bool isFirst = true;
     for (const std::string &path : options.files) {
         try {
             Recording recording(path, options.open, OnDamage::ShowIntactPart);
+            const DamageReport damage(recording);
+            status = std::max(status, reportDamage(recording, damage));
+            const Facts facts = gatherFacts(recording, damage, options.texts);
+            if (options.json) {
+                all.push_back(factsJson(facts));
+                continue;
+            }
             out.text(std::exchange(isFirst, false) ? "" : "\n");
-            describe(out, path, recording, options);
+            describe(out, facts, options.texts);
             out.flush();
-        } catch (const CannotRead &error) {
-            std::fprintf(stderr, "trk: %s\n", error.what());
-            status = EXIT_FAILURE;
+        } catch (const CannotRead &failure) {
+            std::fprintf(stderr, "trk: %s\n", failure.what());
+            status = std::max(status, failure.status());
+            if (options.json) {
+                all.push_back(failureJson(path, failure));
+            }
         }
+    }
+    if (options.json) {
+        out.text(all.dump(2));
+        out.text("\n");
     }
     out.finish();
     return status;

@@ -12,8 +12,12 @@ namespace tool {
 struct InfoOptions {
     std::vector<std::string> files;
     TrialTexts texts;
+    bool json = false;
     OpenOptions open;
 };
+
+// What the figures mean, for the help text.
+extern const char *const kInfoHelp;
 
 // Reports what cannot be read and goes on. Returns the exit status. Throws OutputError and OutputClosed.
 int info(const InfoOptions &options);

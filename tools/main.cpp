@@ -1,22 +1,24 @@
 // trk: looks into recordings from the command line.
+#include "check.h"
 #include "dump.h"
 #include "info.h"
+#include "status.h"
 #include "trials.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <iostream>
 #include <map>
 #include <new>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 // A file opened in the place of a closed standard stream would receive what is printed there.
 void occupyStandardStreams() {
@@ -38,11 +40,18 @@ void addOpenOptions(CLI::App &command, tool::OpenOptions &options) {
                     "(besides, gaps filled, blinks joined and masked; default)")
         ->transform(CLI::CheckedTransformer(levels).description("none|basic|full"))
         ->option_text("LEVEL");
-    command.add_flag("--tolerant", options.tolerant, "Show a damaged recording up to the damage");
+    command.add_flag("--tolerant", options.tolerant, "Show a recording that breaks off up to the damage");
+    command.add_flag("--salvage", options.salvage, "Show all of a damaged recording that can be saved");
     command.add_flag("--keep-times", options.keepTimes,
                      "Never count the times of late recordings from their first sample");
     command.add_flag("--message-offsets", options.messageOffsets,
                      "Take a number before a message text as an offset to its time");
+}
+
+CLI::App *addCommand(CLI::App &app, const char *name, const char *purpose, const char *help) {
+    CLI::App *const command = app.add_subcommand(name, purpose);
+    command->footer(std::string(help) + "\n\n" + tool::kStatusHelp);
+    return command;
 }
 
 std::vector<CLI::Option *> addTrialTexts(CLI::App &command, tool::TrialTexts &texts) {
@@ -54,8 +63,8 @@ std::vector<CLI::Option *> addTrialTexts(CLI::App &command, tool::TrialTexts &te
 }
 
 void addTrials(CLI::App &app, tool::TrialsOptions &options, int &status) {
-    CLI::App *const command = app.add_subcommand("trials", "Write the trials of a recording as a table");
-    command->footer(tool::kTrialsHelp);
+    CLI::App *const command =
+        addCommand(app, "trials", "Write the trials of a recording as a table", tool::kTrialsHelp);
     command->add_option("FILE", options.file, "Recording")->required();
     addTrialTexts(*command, options.texts);
     addOpenOptions(*command, options.open);
@@ -63,11 +72,20 @@ void addTrials(CLI::App &app, tool::TrialsOptions &options, int &status) {
 }
 
 void addInfo(CLI::App &app, tool::InfoOptions &options, int &status) {
-    CLI::App *const command = app.add_subcommand("info", "Show what recordings hold at a glance");
+    CLI::App *const command = addCommand(app, "info", "Show what recordings hold at a glance", tool::kInfoHelp);
     command->add_option("FILE", options.files, "Recordings")->required();
+    command->add_flag("--json", options.json, "Write it for programs");
     addTrialTexts(*command, options.texts);
     addOpenOptions(*command, options.open);
     command->callback([&] { status = tool::info(options); });
+}
+
+void addCheck(CLI::App &app, tool::CheckOptions &options, int &status) {
+    CLI::App *const command =
+        addCommand(app, "check", "Tell whether recordings are sound, and what of them is lost", tool::kCheckHelp);
+    command->add_option("FILE", options.files, "Recordings")->required();
+    command->add_flag("--json", options.json, "Write it for programs, with all damages");
+    command->callback([&] { status = tool::check(options); });
 }
 
 void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string> &kinds, int &status) {
@@ -76,8 +94,7 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
                                                                {"messages", tool::kMessages},
                                                                {"recordings", tool::kRecordings}};
     CLI::App *const command =
-        app.add_subcommand("dump", "Write the items of a recording as a tab-separated table");
-    command->footer(tool::kDumpHelp);
+        addCommand(app, "dump", "Write the items of a recording as a tab-separated table", tool::kDumpHelp);
     command->add_option("FILE", options.file, "Recording")->required();
     command
         ->add_option("--kind", kinds,
@@ -100,7 +117,9 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
     command->add_option("--log-file", options.open.logFile, "Merge those of this log")->option_text("LOG");
     command->add_flag("--raw", options.raw,
                       "Add columns for raw pupil and corneal reflection, in camera pixels, to samples");
-    command->add_option("-o,--output", options.output, "File to write in place of standard output")
+    command
+        ->add_option("-o,--output", options.output,
+                     "File to write in place of standard output: there whole in the end, or as it was")
         ->option_text("OUT");
     addOpenOptions(*command, options.open);
     command->callback([&] {
@@ -116,9 +135,44 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
     });
 }
 
-int fail(const char *reason) {
-    std::fprintf(stderr, "trk: %s\n", reason);
-    return EXIT_FAILURE;
+int fail(const std::string &reason, tool::Status status) {
+    std::fprintf(stderr, "trk: %s\n", reason.c_str());
+    return status;
+}
+
+// A wrong command line, in one line.
+int failUsage(const CLI::App &app, const CLI::ParseError &error) {
+    const std::vector<CLI::App *> chosen = app.get_subcommands();
+    const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
+    std::string reason = error.what();
+    std::ranges::replace(reason, '\n', ' ');
+    return fail(reason + " (see trk " + command + "--help)", tool::kUsage);
+}
+
+int run(int argc, char **argv, int &status) {
+    tool::InfoOptions infoOptions;
+    tool::CheckOptions checkOptions;
+    tool::TrialsOptions trialsOptions;
+    tool::DumpOptions dumpOptions;
+    std::vector<std::string> kinds;
+    CLI::App app("Looks into recordings of video eye trackers.", "trk");
+    app.footer(tool::kStatusHelp);
+    app.set_version_flag("--version", trk_get_version());
+    app.require_subcommand(1);
+    addInfo(app, infoOptions, status);
+    addCheck(app, checkOptions, status);
+    addTrials(app, trialsOptions, status);
+    addDump(app, dumpOptions, kinds, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() != 0) {
+            return failUsage(app, error);
+        }
+        app.exit(error); // help, or the version
+        return std::cout.flush() ? tool::kSound : tool::kFailed;
+    }
+    return status;
 }
 
 } // namespace
@@ -127,32 +181,16 @@ int main(int argc, char **argv) {
     occupyStandardStreams();
     // A closed pipe is met as a failing write.
     std::signal(SIGPIPE, SIG_IGN);
-    int status = EXIT_SUCCESS;
-    tool::InfoOptions infoOptions;
-    tool::TrialsOptions trialsOptions;
-    tool::DumpOptions dumpOptions;
-    std::vector<std::string> kinds;
+    int status = tool::kSound;
     try {
-        CLI::App app("Looks into recordings of video eye trackers.", "trk");
-        app.set_version_flag("--version", trk_get_version());
-        app.require_subcommand(1);
-        addInfo(app, infoOptions, status);
-        addTrials(app, trialsOptions, status);
-        addDump(app, dumpOptions, kinds, status);
-        try {
-            app.parse(argc, argv);
-        } catch (const CLI::ParseError &error) {
-            if (app.exit(error) != 0) {
-                return kUsageError;
-            }
-            return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
-        }
-        return status;
+        return run(argc, argv, status);
     } catch (const tool::OutputClosed &) {
         return status;
+    } catch (const tool::CannotRead &failure) {
+        return fail(failure.what(), failure.status());
     } catch (const std::bad_alloc &) {
-        return fail("out of memory");
+        return fail("out of memory", tool::kFailed);
     } catch (const std::exception &error) {
-        return fail(error.what());
+        return fail(error.what(), tool::kFailed);
     }
 }

@@ -3,13 +3,6 @@
 #include "text_output.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#include <utility>
 
 namespace tool {
 
@@ -17,8 +10,6 @@ namespace {
 
 constexpr std::size_t kMaximalGroups = 64;
 constexpr const char *kDefaultMessageLog = "xq_messages.log";
-
-LogLines *logReceiver = nullptr;
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
@@ -43,46 +34,37 @@ std::string_view trimmed(std::string_view line) {
 }
 
 int openFlags(const OpenOptions &options) {
-    return options.check | (options.tolerant ? TRK_OPEN_TOLERANT : 0) |
+    return options.check | (options.tolerant ? TRK_OPEN_TOLERANT : 0) | (options.salvage ? TRK_OPEN_SALVAGE : 0) |
            (options.keepTimes ? TRK_OPEN_KEEP_TIMES : 0) | (options.messageOffsets ? TRK_OPEN_MESSAGE_OFFSETS : 0);
 }
 
-_TRKFILE *openQuietly(const std::string &path, const OpenOptions &options) {
-    constexpr int kLoadSamples = 1;
-    const StandardOutputMute mute;
-    if (options.mergeLog) {
-        trk_set_extra_message_file(messageLogName(path, options).c_str());
-    }
-    int error = 0;
-    return trk_open_file(path.c_str(), openFlags(options),
-                         options.mergeLog ? TRK_EVENTS_MESSAGE_LOG : TRK_EVENTS_ALL, kLoadSamples, &error);
+_TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines &log, TRK_ERROR &error) {
+    const std::string logName = messageLogName(path, options);
+    TRK_OPEN_OPTIONS all;
+    trk_default_options(&all);
+    all.flags = openFlags(options);
+    all.events = options.mergeLog ? TRK_EVENTS_MESSAGE_LOG : TRK_EVENTS_ALL;
+    all.message_log = logName.c_str();
+    all.log = [](void *lines, const char *text) { static_cast<LogLines *>(lines)->add(text); };
+    all.user = &log;
+    return trk_open(path.c_str(), &all, &error);
 }
 
-void refuseUnreadable(const std::string &path, std::string_view role) {
-    const std::string reason = systemReason(path);
-    if (!reason.empty()) {
-        throw CannotRead(std::string(role) + escaped(path) + ": " + reason);
+// The library names a recording by its file name; among many the whole path is wanted.
+std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
+    if (error.code == TRK_ERROR_DAMAGED && error.offset >= 0) {
+        return escaped(path) + " is damaged at byte " + std::to_string(error.offset) +
+               ": --tolerant shows what lies before, --salvage all that can be saved";
     }
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::string text(error.text);
+    return escaped(!name.empty() && text.starts_with(name) ? path + text.substr(name.size()) : text);
 }
 
 } // namespace
 
 std::string messageLogName(const std::string &path, const OpenOptions &options) {
     return options.logFile.value_or(path.substr(0, path.rfind('/') + 1) + kDefaultMessageLog);
-}
-
-std::string systemReason(const std::string &path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 || ::access(path.c_str(), R_OK) != 0) {
-        return std::strerror(errno);
-    }
-    if (S_ISDIR(status.st_mode)) {
-        return std::strerror(EISDIR);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return "not a regular file";
-    }
-    return status.st_size == 0 ? "file is empty" : "";
 }
 
 void LogLines::add(std::string_view line) {
@@ -99,65 +81,24 @@ void LogLines::add(std::string_view line) {
     last_ = text;
 }
 
-LogHook::LogHook(LogLines &lines) : replaced_(std::exchange(logReceiver, &lines)) {
-    trk_set_log_function([](const char *line) { logReceiver->add(line); });
-}
-
-LogHook::~LogHook() {
-    logReceiver = replaced_;
-    if (logReceiver == nullptr) {
-        trk_set_log_function(nullptr);
-    }
-}
-
-StandardOutputMute::StandardOutputMute() : saved_(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
-    std::fflush(stdout);
-    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere >= 0) {
-        ::dup2(nowhere, STDOUT_FILENO);
-        ::close(nowhere);
-    }
-}
-
-StandardOutputMute::~StandardOutputMute() {
-    std::fflush(stdout);
-    if (saved_ >= 0) {
-        ::dup2(saved_, STDOUT_FILENO);
-        ::close(saved_);
-    }
-}
-
 Recording::Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage)
-    : name_(escaped(path)) {
-    refuseUnreadable(path, "");
-    if (options.mergeLog) {
-        refuseUnreadable(messageLogName(path, options), "message log ");
-    }
-    handle_.reset(openQuietly(path, options));
-    if (handle_) {
-        return;
-    }
-    const std::string reason = log_.last();
-    OpenOptions tolerant = options;
-    tolerant.tolerant = true;
-    if (!options.tolerant) {
-        log_.clear();
-        handle_.reset(openQuietly(path, tolerant));
+    : path_(path), name_(escaped(path)), options_(options) {
+    TRK_ERROR error;
+    handle_.reset(openWith(path, options_, log_, error));
+    if (!handle_ && error.code == TRK_ERROR_DAMAGED && onDamage == OnDamage::ShowIntactPart && !options.salvage) {
+        TRK_ERROR ignored;
+        options_.tolerant = true;
+        log_ = {};
+        handle_.reset(openWith(path, options_, log_, ignored));
     }
     if (!handle_) {
-        throw CannotRead(name_ + ": " + reason);
+        throw CannotRead(reasonOf(path, error), error.code == TRK_ERROR_DAMAGED ? kIncomplete : kFailed, error);
     }
-    if (onDamage == OnDamage::Refuse) {
-        throw CannotRead(name_ + ": recording is damaged (" + reason +
-                         "); --tolerant shows the items before the damage");
-    }
-    damage_ = reason;
 }
 
 int Recording::collectTrials(const TrialTexts &texts) {
     trialTexts_ = texts;
     const auto pointer = [](std::optional<std::string> &text) { return text ? text->data() : nullptr; };
-    const StandardOutputMute mute;
     if (texts.start || texts.end) {
         trk_set_trial_identifier(handle(), pointer(trialTexts_.start), pointer(trialTexts_.end));
     }

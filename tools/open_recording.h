@@ -1,6 +1,7 @@
-// An open recording, with what the library logged about it.
+// An open recording, with what the library logged about it and what is wrong with it.
 #pragma once
 
+#include "status.h"
 #include "trkapi/trkapi.h"
 
 #include <cstdint>
@@ -24,7 +25,6 @@ class LogLines {
     };
 
     void add(std::string_view line);
-    void clear() { *this = {}; }
 
     [[nodiscard]] const std::vector<Group> &groups() const { return groups_; }
     [[nodiscard]] uint64_t ungrouped() const { return ungrouped_; } // lines of yet other patterns
@@ -36,34 +36,10 @@ class LogLines {
     std::string last_;
 };
 
-// Receives the library's lines while it lives, in place of one made before it.
-class LogHook {
-  public:
-    explicit LogHook(LogLines &lines);
-    ~LogHook();
-    LogHook(const LogHook &) = delete;
-    LogHook &operator=(const LogHook &) = delete;
-
-  private:
-    LogLines *replaced_;
-};
-
-// The library prints lines of its own to standard output when it opens a recording and collects trials. Nothing
-// printed through C stdio gets there while an object of this class lives.
-class StandardOutputMute {
-  public:
-    StandardOutputMute();
-    ~StandardOutputMute();
-    StandardOutputMute(const StandardOutputMute &) = delete;
-    StandardOutputMute &operator=(const StandardOutputMute &) = delete;
-
-  private:
-    int saved_;
-};
-
 struct OpenOptions {
     int check = TRK_OPEN_CHECK_AND_FILL; // TRK_OPEN_NO_CHECK, _CHECK or _CHECK_AND_FILL
     bool tolerant = false;
+    bool salvage = false;
     bool keepTimes = false;
     bool messageOffsets = false;
     bool mergeLog = false;              // the messages of the external log among the items
@@ -82,25 +58,32 @@ enum class OnDamage { Refuse, ShowIntactPart };
 // Name of the external message log that is merged into a recording.
 [[nodiscard]] std::string messageLogName(const std::string &path, const OpenOptions &options);
 
-// What the system has against reading a file; empty when nothing.
-[[nodiscard]] std::string systemReason(const std::string &path);
-
 // What cannot be read, and why.
 class CannotRead : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    CannotRead(const std::string &reason, Status status, const TRK_ERROR &error = {})
+        : std::runtime_error(reason), status_(status), error_(error) {}
+
+    [[nodiscard]] Status status() const { return status_; }
+    [[nodiscard]] const TRK_ERROR &error() const { return error_; } // where the library had one
+
+  private:
+    Status status_;
+    TRK_ERROR error_;
 };
 
 class Recording {
   public:
     // Throws CannotRead.
     Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage);
+    Recording(const Recording &) = delete; // the library keeps pointers into it
+    Recording &operator=(const Recording &) = delete;
 
     [[nodiscard]] _TRKFILE *handle() const { return handle_.get(); }
     [[nodiscard]] const LogLines &log() const { return log_; }
+    [[nodiscard]] const std::string &path() const { return path_; }
     [[nodiscard]] const std::string &name() const { return name_; } // to be shown
-    // Why the recording could be opened no further than its damage; empty when it is whole.
-    [[nodiscard]] const std::string &damage() const { return damage_; }
+    [[nodiscard]] const OpenOptions &options() const { return options_; }
 
     // Lets the library collect the trials and returns their number.
     int collectTrials(const TrialTexts &texts);
@@ -110,12 +93,12 @@ class Recording {
         void operator()(_TRKFILE *handle) const { trk_close_file(handle); }
     };
 
+    std::string path_;
     std::string name_;
+    OpenOptions options_;
     LogLines log_;
-    LogHook hook_{log_};
     TrialTexts trialTexts_; // the library keeps pointers to them
     std::unique_ptr<_TRKFILE, Closer> handle_;
-    std::string damage_;
 };
 
 } // namespace tool

@@ -4,17 +4,15 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
-#include <utility>
 
 namespace tool {
 
 namespace {
 
 constexpr std::string_view kHexDigits = "0123456789abcdef";
-constexpr mode_t kNewFileMode = 0666;
 
 bool isSameFile(const std::string &first, const std::string &second) {
     struct stat a {};
@@ -63,15 +61,10 @@ TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &
     if (std::ranges::any_of(inputs, [&path](const std::string &input) { return isSameFile(path, input); })) {
         throw OutputError(escaped(name_) + ": is an input");
     }
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode);
-    if (descriptor_ < 0) {
-        fail(errno);
-    }
-}
-
-TextOutput::~TextOutput() {
-    if (descriptor_ > STDERR_FILENO) {
-        ::close(descriptor_);
+    try {
+        descriptor_ = file_.emplace(path).descriptor();
+    } catch (const std::system_error &error) {
+        fail(error.code().value());
     }
 }
 
@@ -96,9 +89,12 @@ bool TextOutput::isTerminal() const { return ::isatty(descriptor_) == 1; }
 
 void TextOutput::finish() {
     flush();
-    // Some file systems report a full disk only here.
-    if (descriptor_ > STDERR_FILENO && ::close(std::exchange(descriptor_, -1)) != 0) {
-        fail(errno);
+    try {
+        if (file_) {
+            file_->finish();
+        }
+    } catch (const std::system_error &error) {
+        fail(error.code().value());
     }
 }
 

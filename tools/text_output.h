@@ -1,10 +1,13 @@
 // Text written to a file descriptor through one large buffer.
 #pragma once
 
+#include "whole_file.h"
+
 #include <charconv>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -34,12 +37,9 @@ class TextOutput {
   public:
     static constexpr std::string_view kStandardOutput = "-";
 
-    // Creates or empties the file `path`, or takes standard output. Never empties one of the files `inputs`.
-    // Throws OutputError.
+    // Writes the file `path`, which is there whole or not at all, or standard output. Never replaces one of the
+    // files `inputs`. Throws OutputError.
     TextOutput(const std::string &path, const std::vector<std::string> &inputs);
-    ~TextOutput();
-    TextOutput(const TextOutput &) = delete;
-    TextOutput &operator=(const TextOutput &) = delete;
 
     void text(std::string_view text);
 
@@ -74,7 +74,8 @@ class TextOutput {
 
     void flush();
 
-    // Writes what is left and closes a file. What is not finished is lost. Throws OutputError or OutputClosed.
+    // Writes what is left and gives a file its name. What is not finished is lost. Throws OutputError or
+    // OutputClosed.
     void finish();
 
   private:
@@ -89,6 +90,7 @@ class TextOutput {
     [[noreturn]] void fail(int error) const;
 
     std::string name_;
+    std::optional<WholeFile> file_;
     int descriptor_ = STDOUT_FILENO;
     std::vector<char> buffer_;
     std::size_t used_ = 0;

@@ -4,7 +4,6 @@
 #include "open_recording.h"
 
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -30,9 +29,5 @@ struct Trial {
 
 // All trials, first to last. Moves the read position. Tells standard error of a text that is found nowhere.
 [[nodiscard]] std::vector<Trial> collectTrials(Recording &recording, const TrialTexts &texts);
-
-// Number of items of the recording that the walk has passed; this value when it has passed all of them.
-inline constexpr uint32_t kBehindLastItem = std::numeric_limits<uint32_t>::max();
-[[nodiscard]] uint32_t readPosition(_TRKFILE *handle);
 
 } // namespace tool

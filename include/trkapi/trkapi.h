@@ -700,8 +700,9 @@ typedef struct TRK_OPEN_OPTIONS {
     int samples;             /* 0: samples are not delivered. Default 1 */
     CONFIG config;           /* fixed resolution, copied; none when the first field is 0 or MISSING_DATA, as it is
                                 by default */
-    const char *message_log; /* file merged with TRK_EVENTS_MESSAGE_LOG. Default null: the usual name beside the
-                                recording; the name of trk_set_extra_message_file does not count here */
+    const char *message_log; /* file merged with TRK_EVENTS_MESSAGE_LOG; one that cannot be read is a
+                                TRK_ERROR_FILE. Default null: the usual name beside the recording; the name of
+                                trk_set_extra_message_file does not count here */
     const char *temporary_folder; /* where a compressed recording is inflated. Default null: that of the
                                      environment variable TMPDIR, else the system's */
     TRK_LOG_TO log;          /* receives the recording's diagnostic lines. Default null: nobody does */

@@ -39,7 +39,7 @@ TRK_DAMAGE repair(int kind, int64_t count, int64_t length, const char *what) {
     entry.offset = kNoOffset;
     entry.length = length;
     entry.count = count;
-    std::snprintf(entry.text, sizeof(entry.text), "%lld %s", static_cast<long long>(count), what);
+    std::snprintf(entry.text, sizeof(entry.text), "%s: %lld", what, static_cast<long long>(count));
     return entry;
 }
 
@@ -149,18 +149,18 @@ std::vector<TRK_DAMAGE> listDamages(const Survey &survey, const RepairCounts &re
     }
     if (repairs.droppedSamples > 0) {
         list.push_back(repair(TRK_REPAIR_DROPPED_SAMPLES, repairs.droppedSamples, 0,
-                              "samples outside of recording blocks were dropped"));
+                              "samples outside of recording blocks, dropped"));
     }
     if (repairs.movedEvents > 0) {
         list.push_back(repair(TRK_REPAIR_MOVED_EVENTS, repairs.movedEvents, 0,
-                              "eye events outside of recording blocks were moved onto their boundaries"));
+                              "eye events outside of recording blocks, moved onto their boundaries"));
     }
     if (repairs.joinedBlinks > 0) {
         list.push_back(
-            repair(TRK_REPAIR_JOINED_BLINKS, repairs.joinedBlinks, 0, "blinks were joined with others"));
+            repair(TRK_REPAIR_JOINED_BLINKS, repairs.joinedBlinks, 0, "blinks joined with others"));
     }
     for (const auto &[length, count] : gaps) {
-        const std::string what = "gaps of " + std::to_string(length) + " samples were filled";
+        const std::string what = "gaps of " + std::to_string(length) + " samples, filled";
         list.push_back(repair(TRK_REPAIR_FILLED_GAPS, count, length, what.c_str()));
     }
     return list;

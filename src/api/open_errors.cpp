@@ -60,9 +60,12 @@ const char *adviceFor(int systemError) {
     }
 }
 
-void describeFile(const char *path, int systemError, TRK_ERROR &error) {
+void describeFile(const char *path, int systemError, const std::string &unreadableLog, TRK_ERROR &error) {
     error.system_error = systemError;
-    if (systemError == ESPIPE) {
+    if (!unreadableLog.empty()) {
+        say(error, TRK_ERROR_FILE, "the message log %s cannot be read: %s%s", unreadableLog.c_str(),
+            systemError == ESPIPE ? "it is no regular file" : std::strerror(systemError), adviceFor(systemError));
+    } else if (systemError == ESPIPE) {
         say(error, TRK_ERROR_FILE, "%s is a pipe: a recording must be a file", nameIn(path));
     } else {
         say(error, TRK_ERROR_FILE, "%s cannot be read: %s%s", nameIn(path), std::strerror(systemError),
@@ -89,7 +92,7 @@ void describeNoRecording(const char *path, TRK_ERROR &error) {
     struct stat status {};
     const bool known = ::stat(path, &status) == 0;
     if (known && S_ISDIR(status.st_mode)) {
-        describeFile(path, EISDIR, error);
+        describeFile(path, EISDIR, {}, error);
     } else if (known && S_ISREG(status.st_mode) && status.st_size == 0) {
         say(error, TRK_ERROR_NOT_A_RECORDING, "%s is empty: it is no recording", nameIn(path));
     } else {
@@ -113,8 +116,7 @@ void describeTemporaryFile(const char *path, const TRK_OPEN_OPTIONS &options, in
         const double needed = grows * static_cast<double>(std::max(progress.size, consumed));
         say(error, TRK_ERROR_TEMPORARY_FILE,
             "the temporary folder %s is full: about %.0f MB are needed to inflate %s, %.0f MB are free; make room "
-            "or "
-            "choose another folder (TMPDIR)",
+            "or choose another folder (TMPDIR)",
             folder.c_str(), megabytes(static_cast<int64_t>(needed)), nameIn(path),
             megabytes(std::max<int64_t>(freeBytesIn(folder) + inflated, 0)));
     } else {
@@ -130,8 +132,7 @@ void describeDamage(const char *path, const OpenProgress &progress, TRK_ERROR &e
     } else {
         say(error, TRK_ERROR_DAMAGED,
             "%s is damaged at byte %lld: open it tolerant for what lies before, or with salvage for all that can "
-            "be "
-            "saved",
+            "be saved",
             nameIn(path), static_cast<long long>(progress.offset));
     }
 }
@@ -192,7 +193,7 @@ void describeFailure(const char *path, const TRK_OPEN_OPTIONS &options, const TR
     try {
         switch (exception.code()) {
         case TRK_ERROR_FILE:
-            return describeFile(path, exception.systemError(), error);
+            return describeFile(path, exception.systemError(), progress.unreadableLog, error);
         case TRK_ERROR_NOT_A_RECORDING:
             return describeNoRecording(path, error);
         case TRK_ERROR_TEMPORARY_FILE:

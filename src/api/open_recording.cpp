@@ -8,6 +8,7 @@
 #include "io/inflate.h"
 #include "io/temporary_file.h"
 
+#include <cerrno>
 #include <new>
 #include <string>
 #include <utility>
@@ -18,7 +19,8 @@ namespace {
 
 constexpr int kCheckMask = TRK_OPEN_CHECK | TRK_OPEN_CHECK_AND_FILL;
 
-MessageLog openMessageLog(const OpenRequest &request) {
+// A log that cannot be read is left out; at the second door, whoever asks for it is told.
+MessageLog openMessageLog(const OpenRequest &request, OpenProgress &progress) {
     if (!request.mergeMessageLog) {
         return {};
     }
@@ -29,7 +31,12 @@ MessageLog openMessageLog(const OpenRequest &request) {
         return {};
     }
     printText("Log file name %s \n", name.c_str());
-    return MessageLog(name);
+    MessageLog log(name);
+    if (request.quiet && !log.isOpen()) {
+        progress.unreadableLog = name;
+        throw TRKException("The message log cannot be read", TRK_ERROR_FILE, errno);
+    }
+    return log;
 }
 
 // A stream that inflates no further is no failure here: the scan then finds what could be inflated. But at the
@@ -111,7 +118,7 @@ OpenRequest::OpenRequest(const char *pathName, const TRK_OPEN_OPTIONS &options)
 std::unique_ptr<TRKFile> openRecording(const OpenRequest &request, OpenProgress &progress) {
     // Whatever becomes of the recording, its log is read first: it takes its descriptor and says its lines.
     RecordingParts parts;
-    parts.messageLog = openMessageLog(request);
+    parts.messageLog = openMessageLog(request, progress);
     parts.stream = request.openStream(request.path);
     progress.size = parts.stream->sourceSize();
     parts.compressed = readMagicLine(*parts.stream) == ContainerVariant::Compressed;

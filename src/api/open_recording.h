@@ -43,6 +43,7 @@ struct OpenProgress {
     int64_t offset = -1; // in the record stream
     int64_t size = 0;    // of the recording file; 0 when not known
     Inflation inflation{};
+    std::string unreadableLog{}; // the message log that was asked for and cannot be read
 };
 
 // Opens the recording, indexes, orders and repairs it. Throws a TRKException on failure.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -78,7 +79,11 @@ std::optional<ClockPairing> parsePairing(const char *line) {
 
 bool isRegularFile(const char *path) {
     struct stat status {};
-    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+    if (stat(path, &status) != 0) {
+        return false;
+    }
+    errno = S_ISDIR(status.st_mode) ? EISDIR : ESPIPE;
+    return S_ISREG(status.st_mode);
 }
 
 } // namespace

@@ -40,8 +40,10 @@ class MessageLog {
     // An empty log.
     MessageLog() = default;
 
-    // Reads a log; one that cannot be opened is empty.
+    // Reads a log; one that cannot be opened is empty, and errno says why.
     explicit MessageLog(const std::string &name);
+
+    [[nodiscard]] bool isOpen() const { return file_ != nullptr; }
 
     // Whether the log was read to its end line and pairs the clocks: its messages can be merged.
     [[nodiscard]] bool isMergeable() const { return mergeable_; }

@@ -25,6 +25,9 @@ cells() {
 has() { grep -qE -- "$2" "$1" || fail "$1 lacks '$2': $(cat "$1")"; }
 hex() { printf "$(tr -d ' \n' <<<"$1" | sed 's/../\\x&/g')"; }
 
+mkdir big && "$make_example" big/plain.trk >/dev/null
+big=big/plain.trk
+
 # ---- A recording by hand: left eye, 1000 samples/s, gaze divisor 10, lost samples at 1003 and 1004 ----
 
 start() { printf 'QM_OPTICORE_COMBFILE\nVERSION: PUPILON V2 7\nSOURCE: PUPILON LX\nSUBJECT:\ta\\b\nENDP:\n'; }
@@ -106,7 +109,8 @@ has info.txt '^  block starts and ends +6$'
 message_at() { printf '1800 21%08x 5e%04x %s 00' "$1" "${#2}" "$(printf %s "$2" | od -An -tx1)"; }
 block_at() {
     printf 'cf00 21%08x 4103e80000 30000a 51000a 4b00120000 560001 b48540 00
-            d100 21%08x 4103e80000 30000a 51000a 4b00120000 554000 560001 00' "$1" "$1"
+            d100 21%08x 4103e80000 30000a 51000a 4b00120000 554000 560001 00' "$1" "$1" |
+        sed "s/b48540/b4${2:-8540}/"
 }
 end_at() { printf '1000 21%08x 00 1200 21%08x 00' "$1" "$1"; }
 # Camera window at (160, 240), centre (248, 335); from there pupil at (+250, -125)/250, CR at (+12500, 0)/250;
@@ -116,7 +120,7 @@ mkdir logged
 {
     start && hex "$(message_at 1000 'TRIALID 1') $(block_at 1002) a501 000003ea 2584 1519 04b0
         a501 000003eb 2584 1519 04b0 $(message_at 1004 'TRIAL OK') $(message_at 1004 'note') $(end_at 1006)
-        $(message_at 1010 'TRIALID 2') $(block_at 1012) $raw $(end_at 1020) $(message_at 1022 'bye') 0000"
+        $(message_at 1010 'TRIALID 2') $(block_at 1012 8450) $raw $(end_at 1020) $(message_at 1022 'bye') 0000"
 } >logged/trials.trk
 printf '%s\n' '0 started' '100 TRACKER_TIME 1 900' '208 gap' '216 flip' '300 Quit logger' >logged/xq_messages.log
 trials() { "$trk" trials logged/trials.trk "$@" | tr '\t\n' ' |'; }
@@ -161,10 +165,10 @@ has logged.info '^  trials +2 by recording blocks$'
 has logged.info 'xq_messages.log: 3 messages, not merged: the end line is missing$'
 refuses 1 'nothing of the message log logged/xq_messages.log was merged' "$trk" dump --log logged/trials.trk
 cmp out whole.txt || fail "the items beside a log that is not merged"
-refuses 1 'trials.trk: has no trial 2: it has 2, counted from 0' "$trk" dump --trial 2 logged/trials.trk
-refuses 1 'message log logged: Is a directory' "$trk" dump --log-file logged hand.trk
-refuses 1 'message log xq_messages.log: No such file' "$trk" dump --log hand.trk
-refuses 1 'xq_messages.log: is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
+refuses 1 'trials.trk has no trial 2: it has 2, counted from 0' "$trk" dump --trial 2 logged/trials.trk
+refuses 3 'the message log logged cannot be read: Is a directory' "$trk" dump --log-file logged hand.trk
+refuses 3 'the message log xq_messages.log cannot be read: No such file' "$trk" dump --log hand.trk
+refuses 3 'xq_messages.log: is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
 
 # ---- What cannot be read ----
 
@@ -172,28 +176,76 @@ refuses 1 'xq_messages.log: is an input' "$trk" dump -o logged/xq_messages.log l
 echo "no recording" >bad.trk
 size=$(wc -c <hand.trk)
 head -c $((size - 40)) hand.trk >cut.trk
-refuses 1 '^trk: none.trk: No such file' "$trk" dump none.trk
-refuses 1 '^trk: \.: Is a directory' "$trk" dump .
-refuses 1 '^trk: empty.trk: file is empty' "$trk" dump empty.trk
-refuses 1 '^trk: bad.trk: Bad magic' "$trk" dump -o kept.txt bad.trk
+refuses 3 '^trk: none.trk cannot be read: No such file' "$trk" dump none.trk
+refuses 3 '^trk: \. cannot be read: Is a directory' "$trk" dump .
+refuses 3 '^trk: empty.trk is empty' "$trk" dump empty.trk
+refuses 3 '^trk: bad.trk is not a recording: it begins with "no recording' "$trk" dump -o kept.txt bad.trk
 [ ! -e kept.txt ] || fail "-o made a file for a bad recording"
-refuses 1 '^trk: cut.trk: recording is damaged (.*--tolerant' "$trk" dump cut.trk
-refuses 1 '^trk: odd.trk: 1 item could not be read (Read error)' "$trk" dump odd.trk
+refuses 1 '^trk: cut.trk is damaged at byte .*--tolerant.*--salvage' "$trk" dump cut.trk
+"$trk" dump odd.trk >out 2>err && fail "an unreadable item is no failure"
+has err '^trk: odd.trk: 1 item could not be read \(Read error\)$'
 tr '\t' ' ' <out | cmp - hand.txt || fail "the items beside an unreadable one"
-refuses 1 'hand.trk: is an input' "$trk" dump -o hand.trk hand.trk
-refuses 1 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
-refuses 1 '^trk: standard output: ' bash -c '"$0" dump hand.trk >&-' "$trk"
-for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" \
-    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk"; do
-    status=0
-    "$trk" $usage >out 2>err || status=$?
-    [ "$status" -eq 2 ] && [ -s err ] && [ ! -s out ] || fail "usage error '$usage': status $status"
+refuses 3 'hand.trk: is an input' "$trk" dump -o hand.trk hand.trk
+refuses 3 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
+refuses 3 '^trk: standard output: ' bash -c '"$0" dump hand.trk >&-' "$trk"
+for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" "frobnicate" \
+    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk" "check --colour x"; do
+    refuses 2 '^trk: .*--help)$' "$trk" $usage
+    [ ! -s out ] || fail "usage error '$usage' prints"
 done
-"$trk" dump --tolerant cut.trk | tr '\t' ' ' >cut.txt
-head -n 9 hand.txt | cmp - cut.txt || fail "--tolerant" # up to 1002; the next sample breaks off
-refuses 1 '^trk: none.trk: ' "$trk" info none.trk cut.trk hand.trk
-has out 'recording is damaged: shows the items before the damage'
+head -n 9 hand.txt >intact.txt # up to 1002; the next sample breaks off
+for way in --tolerant --salvage; do
+    refuses 1 '^trk: cut.trk is damaged in 1 place, .* cannot be saved$' "$trk" dump $way cut.trk
+    tr '\t' ' ' <out | cmp - intact.txt || fail "$way"
+done
+status=0
+"$trk" info none.trk cut.trk hand.trk >out 2>err || status=$?
+[ $status = 3 ] && [ "$(cut -d' ' -f1-4 err | tr '\n' '|')" = 'trk: none.trk cannot be|trk: cut.trk is damaged|' ] ||
+    fail "info of files that cannot be read or are damaged: $(cat err)"
+has out '^  DAMAGED +in 1 place, '
 tail -n "$(wc -l <info.txt)" out | cmp - info.txt || fail "info goes on after an unreadable file"
+
+# ---- check, and what programs read ----
+
+expect_check() { # STATUS LINE FILE...
+    local expected=$1 line=$2 status=0
+    shift 2
+    "$trk" check "$@" >out 2>err || status=$?
+    [ $status = "$expected" ] && [ ! -s err ] || fail "check $*: status $status, $(cat err)"
+    has out "$line"
+}
+head -c $((size - 2)) hand.trk >unended.trk
+expect_check 0 '^hand.trk: repaired: gaps of 2 samples, filled: 1$' hand.trk
+expect_check 0 '^logged/trials.trk: sound$' logged/trials.trk
+expect_check 1 '^unended.trk: damaged in 1 place, ' hand.trk unended.trk
+expect_check 3 '^bad.trk: not readable: bad.trk is not a recording' cut.trk bad.trk hand.trk
+[ "$(wc -l <out)" = 3 ] || fail "a line for each file"
+"$trk" check --json cut.trk $'caf\xe9.trk' hand.trk >out && fail "check --json has a status"
+json() { python3 -c "import json, sys; print($1)" <out; }
+[ "$(json '[entry["status"] for entry in json.load(sys.stdin)]')" = "['damaged', 'not readable', 'repaired']" ] ||
+    fail "check --json"
+"$trk" info --json "${texts[@]}" logged/trials.trk >out
+[ "$(json '[(e["trials"], e["items"]["samples"], e["eyes"]["left"]["gaze_missing"], len(e["blocks"]))
+    for e in json.load(sys.stdin)]')" = "[(2, 3, 0, 2)]" ] || fail "info --json"
+
+# ---- Output is whole or not there ----
+
+echo old >kept.txt
+(ulimit -f 1 && trap '' XFSZ && exec "$trk" dump -o kept.txt "$big") >out 2>err && fail "a full disk"
+has err '^trk: kept.txt: File too large$'
+# Ended by a signal while it writes, unless it was done before.
+ended() {
+    "$trk" dump --raw -o kept.txt "$big" &
+    until compgen -G 'kept.txt.*.part' >/dev/null || ! kill -0 $! 2>/dev/null; do sleep 0.01; done
+    kill $! 2>/dev/null && ! wait $!
+}
+for try in 1 2 3 4 5; do
+    ended && break
+    [ $try != 5 ] && echo old >kept.txt || fail "could not be ended"
+done
+[ "$(cat kept.txt)" = old ] && ! compgen -G 'kept.txt.*' >/dev/null || fail "what stood there, and nothing else"
+ln -s kept.txt link.txt && chmod 600 kept.txt && "$trk" dump -o link.txt hand.trk
+[ -L link.txt ] && cmp kept.txt written.txt && [ "$(stat -c %a kept.txt)" = 600 ] || fail "-o through a link"
 
 # ---- The example recording ----
 

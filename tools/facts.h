@@ -1,0 +1,42 @@
+// What there is to know of a recording at a glance.
+#pragma once
+
+#include "damage.h"
+#include "summary.h"
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+// The external message log beside a recording.
+struct LogFacts {
+    std::string name;
+    std::string failure; // why it cannot be read; then the rest is not known
+    uint64_t messages = 0;
+    uint64_t merged = 0;
+    uint64_t replaced = 0; // items of the recording that the merge leaves out
+    bool endIsMissing = false;
+};
+
+struct Facts {
+    const Recording &recording;
+    const DamageReport &damage;
+    RecordingSummary summary;
+    std::size_t trials = 0;
+    LogFacts messageLog;
+    std::vector<std::string> preamble; // its lines
+
+    [[nodiscard]] std::string_view container() const {
+        return trk_is_compressed(recording.handle()) == 1 ? "compressed" : "plain";
+    }
+};
+
+// Walks over the whole recording. The facts refer to it and to the report.
+[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage, const TrialTexts &texts);
+
+inline constexpr std::array<std::string_view, kFixations + 1> kEyeEventNames{"blinks", "saccades", "fixations"};
+
+} // namespace tool

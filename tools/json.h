@@ -1,0 +1,26 @@
+// What the commands say, for programs.
+#pragma once
+
+#include "damage.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+using Json = nlohmann::ordered_json;
+
+// Text that is not UTF-8 is taken as Latin-1.
+[[nodiscard]] std::string utf8(std::string_view text);
+
+[[nodiscard]] std::string_view statusName(const DamageReport &report);
+[[nodiscard]] Json damagesJson(const DamageReport &report);
+[[nodiscard]] Json repairsJson(const DamageReport &report);
+[[nodiscard]] Json lossJson(const DamageReport &report);
+
+// A recording that cannot be read.
+[[nodiscard]] Json failureJson(const std::string &path, const CannotRead &failure);
+
+} // namespace tool

@@ -1,0 +1,18 @@
+// How trk ends: the same in all of its commands. The worst of all files counts.
+#pragma once
+
+namespace tool {
+
+enum Status : int {
+    kSound = 0,
+    kIncomplete = 1, // a recording is damaged, or what was asked for is not in it
+    kUsage = 2,
+    kFailed = 3, // a recording could not be read, or the output not be written
+};
+
+inline constexpr const char *kStatusHelp =
+    R"(Exit status: 0 all is well (repairs that every recording needs do not count); 1 a recording is damaged, or
+what was asked for is not in it; 2 the command line is wrong; 3 a recording cannot be read, or the output
+cannot be written. Of several files the worst counts.)";
+
+} // namespace tool

@@ -1,0 +1,30 @@
+// A file that is there whole or not at all.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+// Written under a name beside the one it is to have. What it replaces stays until then. When the work breaks off,
+// also by a signal that ends the program, nothing is left behind.
+class WholeFile {
+  public:
+    // Throws std::system_error. Something other than a regular file, such as a device, is written as it is.
+    explicit WholeFile(const std::string &path);
+    ~WholeFile();
+    WholeFile(const WholeFile &) = delete;
+    WholeFile &operator=(const WholeFile &) = delete;
+
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
+    // Gives the file its name. Throws std::system_error.
+    void finish();
+
+  private:
+    std::string path_; // what links lead to
+    std::string temporary_;
+    int descriptor_ = -1;
+    int slot_ = -1; // of the names that a signal removes
+};
+
+} // namespace tool
