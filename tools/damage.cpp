@@ -183,7 +183,7 @@ std::string DamageReport::repairsText() const {
 }
 
 std::string_view damageName(int kind) {
-    const auto known = std::ranges::find(kNames, kind, &std::pair<int, std::string_view>::first);
+    const auto *const known = std::ranges::find(kNames, kind, &std::pair<int, std::string_view>::first);
     return known == kNames.end() ? "other" : known->second;
 }
 

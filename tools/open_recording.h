@@ -76,6 +76,7 @@ class Recording {
   public:
     // Throws CannotRead.
     Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage);
+    ~Recording() = default;
     Recording(const Recording &) = delete; // the library keeps pointers into it
     Recording &operator=(const Recording &) = delete;
 
