@@ -729,6 +729,7 @@ typedef struct TRK_ERROR {
                           to */
     char text[256];    /* one sentence for a person, with no line end: what, where, why and what to do. UTF-8 where
                           the path is; a longer one is cut */
+    int64_t item;      /* the item at which a reading ended, -1 for none */
 } TRK_ERROR;
 
 /* Fills in the defaults, size included. `options` must not be null. */
@@ -809,6 +810,171 @@ TRK_API int trk_get_trial_range(_TRKFILE *handle, int trial, unsigned *first, un
 
 /* 1 when the recording is compressed, else 0. */
 TRK_API int trk_is_compressed(_TRKFILE *handle) TRK_NOTHROW;
+
+/* ---- Many samples or events a call ---------------------------------------------------------------------- */
+
+/*
+ * Columns of samples. Names, units and meaning of each can be asked for with trk_describe_column; the names are
+ * those of the columns of `trk dump`. Values never change; from 1 on there is none left out.
+ */
+enum TRK_COLUMN_ID {
+    TRK_COLUMN_ITEM = 1,
+    TRK_COLUMN_BLOCK = 2,
+    TRK_COLUMN_TIME = 3,
+    TRK_COLUMN_TIME_EXACT = 4,
+    TRK_COLUMN_DUMMY = 5,
+    TRK_COLUMN_EYES = 6,
+    TRK_COLUMN_FLAGS = 7,
+    TRK_COLUMN_IN_BLINK_LEFT = 8,
+    TRK_COLUMN_IN_BLINK_RIGHT = 9,
+    TRK_COLUMN_GAZE_X_LEFT = 10,
+    TRK_COLUMN_GAZE_Y_LEFT = 11,
+    TRK_COLUMN_GAZE_X_RIGHT = 12,
+    TRK_COLUMN_GAZE_Y_RIGHT = 13,
+    TRK_COLUMN_PUPIL_SIZE_LEFT = 14,
+    TRK_COLUMN_PUPIL_SIZE_RIGHT = 15,
+    TRK_COLUMN_HREF_X_LEFT = 16,
+    TRK_COLUMN_HREF_Y_LEFT = 17,
+    TRK_COLUMN_HREF_X_RIGHT = 18,
+    TRK_COLUMN_HREF_Y_RIGHT = 19,
+    TRK_COLUMN_PUPIL_X_LEFT = 20,
+    TRK_COLUMN_PUPIL_Y_LEFT = 21,
+    TRK_COLUMN_PUPIL_X_RIGHT = 22,
+    TRK_COLUMN_PUPIL_Y_RIGHT = 23,
+    TRK_COLUMN_RES_X = 24,
+    TRK_COLUMN_RES_Y = 25,
+    TRK_COLUMN_GAZE_VEL_X_LEFT = 26,
+    TRK_COLUMN_GAZE_VEL_Y_LEFT = 27,
+    TRK_COLUMN_GAZE_VEL_X_RIGHT = 28,
+    TRK_COLUMN_GAZE_VEL_Y_RIGHT = 29,
+    TRK_COLUMN_HREF_VEL_X_LEFT = 30,
+    TRK_COLUMN_HREF_VEL_Y_LEFT = 31,
+    TRK_COLUMN_HREF_VEL_X_RIGHT = 32,
+    TRK_COLUMN_HREF_VEL_Y_RIGHT = 33,
+    TRK_COLUMN_PUPIL_VEL_X_LEFT = 34,
+    TRK_COLUMN_PUPIL_VEL_Y_LEFT = 35,
+    TRK_COLUMN_PUPIL_VEL_X_RIGHT = 36,
+    TRK_COLUMN_PUPIL_VEL_Y_RIGHT = 37,
+    TRK_COLUMN_GAZE_FVEL_X_LEFT = 38,
+    TRK_COLUMN_GAZE_FVEL_Y_LEFT = 39,
+    TRK_COLUMN_GAZE_FVEL_X_RIGHT = 40,
+    TRK_COLUMN_GAZE_FVEL_Y_RIGHT = 41,
+    TRK_COLUMN_HREF_FVEL_X_LEFT = 42,
+    TRK_COLUMN_HREF_FVEL_Y_LEFT = 43,
+    TRK_COLUMN_HREF_FVEL_X_RIGHT = 44,
+    TRK_COLUMN_HREF_FVEL_Y_RIGHT = 45,
+    TRK_COLUMN_PUPIL_FVEL_X_LEFT = 46,
+    TRK_COLUMN_PUPIL_FVEL_Y_LEFT = 47,
+    TRK_COLUMN_PUPIL_FVEL_X_RIGHT = 48,
+    TRK_COLUMN_PUPIL_FVEL_Y_RIGHT = 49,
+    TRK_COLUMN_INPUT = 50,
+    TRK_COLUMN_BUTTONS = 51,
+    TRK_COLUMN_STATUS = 52,
+    TRK_COLUMN_EXT_TYPE = 53,
+    TRK_COLUMN_EXT_DATA_1 = 54,
+    TRK_COLUMN_EXT_DATA_2 = 55,
+    TRK_COLUMN_EXT_DATA_3 = 56,
+    TRK_COLUMN_EXT_DATA_4 = 57,
+    TRK_COLUMN_EXT_DATA_5 = 58,
+    TRK_COLUMN_EXT_DATA_6 = 59,
+    TRK_COLUMN_EXT_DATA_7 = 60,
+    TRK_COLUMN_EXT_DATA_8 = 61
+};
+
+/* Types of the values in the caller's memory. */
+enum TRK_TYPE {
+    TRK_TYPE_FLOAT = 1,
+    TRK_TYPE_DOUBLE = 2,
+    TRK_TYPE_UINT8 = 3,
+    TRK_TYPE_UINT16 = 4,
+    TRK_TYPE_UINT32 = 5,
+    TRK_TYPE_INT64 = 6
+};
+
+/* What a column holds. The texts are constant. */
+typedef struct TRK_COLUMN_DESCRIPTION {
+    int id;                  /* TRK_COLUMN_ID */
+    int type;                /* TRK_TYPE that holds every value; wider ones do, too */
+    const char *name;        /* as in `trk dump` */
+    const char *group;       /* what to ask for together: "item", "gaze", "pupil_size", "href", "pupil",
+                                "resolution", "velocity", "words", "extension" */
+    const char *unit;        /* "" for a number without one */
+    const char *description; /* one line */
+    const char *missing;     /* how a value that is not there reads without TRK_READ_NAN; "" when all are there */
+} TRK_COLUMN_DESCRIPTION;
+
+/* Fills in the description of a column. Returns 0, or -1 for an id that is none: from 1 up to the first of them
+   one sees all columns. */
+TRK_API int trk_describe_column(int id, TRK_COLUMN_DESCRIPTION *description) TRK_NOTHROW;
+
+/*
+ * Where a column of the caller begins, and how far apart its values are in bytes. Arrays of structures and
+ * separate arrays are described alike.
+ */
+typedef struct TRK_COLUMN {
+    int id;        /* TRK_COLUMN_ID */
+    int type;      /* TRK_TYPE: that of the description, or one that holds all of its values: a wider integer,
+                      double for all, float for integers of 16 bits and less */
+    void *data;    /* where the first value goes, aligned for its type */
+    size_t stride; /* bytes from value to value; 0: side by side */
+} TRK_COLUMN;
+
+/* Bits of `flags` of trk_read_samples. */
+enum {
+    TRK_READ_NAN = 1 /* in float and double columns, values that are missing or were not carried read NaN, and so
+                        does a pupil size of 0; else they read as in FSAMPLE_REC */
+};
+
+/*
+ * The number of items in [first, end) with a code: REC_SAMPLE, REC_MESSAGE, ...; 0 counts what trk_read_events
+ * reads. Items of an external message log are none of them. -1 for null.
+ */
+TRK_API int64_t trk_count_items(_TRKFILE *handle, unsigned first, unsigned end, int code) TRK_NOTHROW;
+
+/*
+ * Reads the samples among the items [first, end), dummy samples included, into columns of the caller. `end` may
+ * lie past the last item.
+ *
+ * columns  what to read and where to put it; the same id may come twice
+ * rows     room in each column; when there are more samples the first ones are read
+ * flags    TRK_READ_* bits
+ * error    receives code TRK_OK and, in `item`, the item to go on from: `end`, or the first sample that found no
+ *          room; or why the reading ended; may be null
+ *
+ * Returns the number of rows written. A sample that cannot be read ends the reading: the rows before it are
+ * written, the code is TRK_ERROR_DAMAGED and `item` the number of the sample; a call from the next item on goes
+ * on behind it. -1 when an argument is not allowed (TRK_ERROR_ARGUMENT: a null handle, an unknown id or type, a
+ * type that does not hold the column's values, a null address, unknown flags) or memory runs out; then nothing was
+ * written, or no row counts.
+ *
+ * The values are those that a walk over all items from the first on, fetching each, would deliver, whatever was
+ * read before, and whatever the part of the recording: each sample is decoded as its own recording block says,
+ * and velocities are computed from neighbours on both sides of `first` and `end`. The read position, the pairing
+ * of events and what was fetched stay as they are: a walk may be going on. Velocities are worked out only when a
+ * column of them is asked for. Memory beyond the caller's does not grow with the number of rows.
+ */
+TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const TRK_COLUMN *columns,
+                                 size_t column_count, int64_t rows, int flags, TRK_ERROR *error) TRK_NOTHROW;
+
+/*
+ * Reads the events among the items [first, end), messages included; block items (FRECORDING) and items of a kind
+ * that is not known are none.
+ *
+ * events        receives one record for each; `message` of all is null. May be null when only texts are wanted
+ * rows          room in `events` and, less one, in `text_offsets`
+ * texts         receives the texts of the messages, one behind the other, each with a zero byte behind it. They can
+ *               hold zero bytes themselves. May be null: then texts are left out
+ * texts_size    its size in bytes; when it is full the reading ends before the event
+ * text_offsets  receives, for each event, where its text begins in `texts`, and at the end where the next one
+ *               would: the text of event i has text_offsets[i + 1] - text_offsets[i] - 1 bytes, or is none when
+ *               both are the same. May be null
+ * error         as for trk_read_samples
+ *
+ * Returns the number of events written, likewise, and with the values of such a walk.
+ */
+TRK_API int64_t trk_read_events(_TRKFILE *handle, unsigned first, unsigned end, FEVENT *events, int64_t rows,
+                                char *texts, size_t texts_size, int64_t *text_offsets,
+                                TRK_ERROR *error) TRK_NOTHROW;
 
 #ifdef __cplusplus
 }

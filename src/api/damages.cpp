@@ -156,8 +156,7 @@ std::vector<TRK_DAMAGE> listDamages(const Survey &survey, const RepairCounts &re
                               "eye events outside of recording blocks, moved onto their boundaries"));
     }
     if (repairs.joinedBlinks > 0) {
-        list.push_back(
-            repair(TRK_REPAIR_JOINED_BLINKS, repairs.joinedBlinks, 0, "blinks joined with others"));
+        list.push_back(repair(TRK_REPAIR_JOINED_BLINKS, repairs.joinedBlinks, 0, "blinks joined with others"));
     }
     for (const auto &[length, count] : gaps) {
         const std::string what = "gaps of " + std::to_string(length) + " samples, filled";

@@ -24,24 +24,6 @@ constexpr int kBothChecks = TRK_OPEN_CHECK | TRK_OPEN_CHECK_AND_FILL;
 constexpr std::size_t kSmallestOptions = offsetof(TRK_OPEN_OPTIONS, config);
 constexpr std::size_t kLargestOptions = 4096;
 
-// Cuts a text that does not fit before a character, not within one.
-[[gnu::format(printf, 3, 4)]] void say(TRK_ERROR &error, TRK_ERROR_CODE code, const char *format, ...) {
-    constexpr std::size_t kCapacity = sizeof(error.text);
-    error.code = code;
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(error.text, kCapacity, format, arguments);
-    va_end(arguments);
-    if (length >= static_cast<int>(kCapacity)) {
-        std::size_t end = kCapacity - 1;
-        while (end > 0 && (static_cast<unsigned char>(error.text[end - 1]) & 0xC0U) == 0x80) {
-            --end;
-        }
-        const bool broken = end > 0 && static_cast<unsigned char>(error.text[end - 1]) >= 0xC0;
-        error.text[broken ? end - 1 : kCapacity - 1] = '\0';
-    }
-}
-
 // The part of a path that people know a file by.
 const char *nameIn(const char *path) {
     const char *const slash = std::strrchr(path, '/');
@@ -139,6 +121,23 @@ void describeDamage(const char *path, const OpenProgress &progress, TRK_ERROR &e
 
 } // namespace
 
+void say(TRK_ERROR &error, TRK_ERROR_CODE code, const char *format, ...) {
+    constexpr std::size_t kCapacity = sizeof(error.text);
+    error.code = code;
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(error.text, kCapacity, format, arguments);
+    va_end(arguments);
+    if (length >= static_cast<int>(kCapacity)) {
+        std::size_t end = kCapacity - 1;
+        while (end > 0 && (static_cast<unsigned char>(error.text[end - 1]) & 0xC0U) == 0x80) {
+            --end;
+        }
+        const bool broken = end > 0 && static_cast<unsigned char>(error.text[end - 1]) >= 0xC0;
+        error.text[broken ? end - 1 : kCapacity - 1] = '\0';
+    }
+}
+
 TRK_OPEN_OPTIONS defaultOptions() {
     TRK_OPEN_OPTIONS options{};
     options.size = sizeof(options);
@@ -151,7 +150,7 @@ TRK_OPEN_OPTIONS defaultOptions() {
 
 TRK_ERROR noError() {
     TRK_ERROR error{};
-    error.offset = -1;
+    error.offset = error.item = -1;
     return error;
 }
 

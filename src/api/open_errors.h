@@ -1,4 +1,4 @@
-// Arguments and failures of the second door, in words.
+// Arguments and failures of the calls that came later, in words.
 #pragma once
 
 #include "api/open_recording.h"
@@ -9,6 +9,9 @@ namespace trk {
 [[nodiscard]] TRK_OPEN_OPTIONS defaultOptions();
 
 [[nodiscard]] TRK_ERROR noError();
+
+// Sets code and text. A text that does not fit is cut before a character, not within one.
+[[gnu::format(printf, 3, 4)]] void say(TRK_ERROR &error, TRK_ERROR_CODE code, const char *format, ...);
 
 // Copies the options, of whatever size, into `all`; null stands for the defaults. Returns false, and says why,
 // when an argument is not allowed.

@@ -1,6 +1,7 @@
 #include "api/trk_file.h"
 
 #include "navigation/time_search.h"
+#include "records/codes.h"
 
 #include <algorithm>
 #include <utility>
@@ -46,6 +47,33 @@ const Trial *TRKFile::trial(int number) {
     const std::vector<Trial> &all = trials_.trials();
     return number >= 0 && static_cast<std::size_t>(number) < all.size() ? &all[static_cast<std::size_t>(number)]
                                                                         : nullptr;
+}
+
+BulkReader &TRKFile::bulk() {
+    if (!bulk_) {
+        const MapFacts facts{parts_.indexIsComplete && parts_.repairs.droppedSamples == 0 &&
+                             !parts_.facts.passedEndMark};
+        const WalkSource source{*parts_.stream,
+                                index_,
+                                parts_.decodingState,
+                                options_.config != nullptr ? options_.config : &options_.ownConfig,
+                                parts_.preamble.revision,
+                                parts_.preamble.trackerModel,
+                                options_.strict,
+                                options_.cutMessageOffsets,
+                                {options_.keepTimes, parts_.facts.firstTime, parts_.facts.lastTime}};
+        bulk_ = std::make_unique<BulkReader>(source, facts);
+    }
+    return *bulk_;
+}
+
+int64_t TRKFile::countItems(ItemNumber first, ItemNumber end, int code) const {
+    int64_t count = 0;
+    for (ItemNumber number = first; number < std::min(end, index_.size()); ++number) {
+        const unsigned own = index_[number].code();
+        count += code == 0 ? kEvents.contains(own) : own == static_cast<unsigned>(code);
+    }
+    return count;
 }
 
 const std::vector<TRK_DAMAGE> &TRKFile::damages() {

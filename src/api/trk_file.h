@@ -3,6 +3,7 @@
 
 #include "api/damages.h"
 #include "base/log.h"
+#include "bulk/bulk_reader.h"
 #include "delivery/batch_reader.h"
 #include "delivery/delivery.h"
 #include "delivery/item_reader.h"
@@ -40,6 +41,7 @@ struct RecordingParts {
     ItemIndex index;
     PrescanFacts facts;
     RepairCounts repairs;
+    bool indexIsComplete = true; // events and samples were asked for
 
     [[nodiscard]] const Inflation *inflationIfAny() const { return compressed ? &inflation : nullptr; }
 };
@@ -101,6 +103,14 @@ class TRKFile final : private ItemSource, private BlockLookup {
     // What is wrong with the recording. The first call may read all of it.
     const std::vector<TRK_DAMAGE> &damages();
 
+    // Reads many items at once, beside the walk. Made when it is first needed.
+    BulkReader &bulk();
+
+    // Items of [first, end) with a code; 0: all events.
+    [[nodiscard]] int64_t countItems(ItemNumber first, ItemNumber end, int code) const;
+
+    [[nodiscard]] ItemNumber itemCount() const { return index_.size(); }
+
     [[nodiscard]] bool isCompressed() const { return parts_.compressed; }
 
     // Where to say things; null: as the process does.
@@ -138,6 +148,7 @@ class TRKFile final : private ItemSource, private BlockLookup {
     TrialList trials_;
     BookmarkList bookmarks_;
     std::optional<std::vector<TRK_DAMAGE>> damages_;
+    std::unique_ptr<BulkReader> bulk_;
 };
 
 } // namespace trk

@@ -11,20 +11,13 @@ namespace {
 // Events whose pairing must see them even when the caller does not fetch them.
 constexpr CodeSet kNeededByPairing = kEyeEventStarts | CodeSet{REC_EBLINK};
 
-void hideGaze(FSAMPLE_REC &sample, int eye) { sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA; }
-
 void finishSample(const Item &item, FSAMPLE_REC &sample) {
-    if (item.has(kItemInLeftBlink)) {
-        hideGaze(sample, 0);
+    for (std::size_t eye = 0; eye < kEyes; ++eye) {
+        if (hidesGaze(item, eye)) {
+            sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA;
+        }
     }
-    if (item.has(kItemInRightBlink)) {
-        hideGaze(sample, 1);
-    }
-    // The doubling wraps at 32 bits: from 2147483648 ms on every sample has the flag, as callers know it.
-    const uint32_t doubled = 2 * sample.time;
-    if (item.key != doubled) {
-        sample.flags |= TRK_SAMPLE_DUPLICATE_TIME;
-    }
+    sample.flags = deliveredFlags(item, sample.flags, sample.time);
 }
 
 } // namespace

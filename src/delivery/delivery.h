@@ -7,6 +7,18 @@
 
 namespace trk {
 
+// Whether gaze is hidden from a caller for a blink of the eye.
+[[nodiscard]] inline bool hidesGaze(const Item &sample, std::size_t eye) {
+    return sample.has(eye == 0 ? kItemInLeftBlink : kItemInRightBlink);
+}
+
+// The flags of a sample as it is delivered, from those of its record. The doubling wraps at 32 bits: from
+// 2147483648 ms on every sample has the flag of a repeated time, as callers know it.
+[[nodiscard]] inline uint16_t deliveredFlags(const Item &sample, uint16_t flags, uint32_t time) {
+    const uint32_t doubled = 2 * time;
+    return sample.key != doubled ? flags | TRK_SAMPLE_DUPLICATE_TIME : flags;
+}
+
 class Delivery {
   public:
     // `strict`: the file was opened with the strict checks.

@@ -34,6 +34,7 @@ PrescanFacts Prescan::run() {
 bool Prescan::scanRecord() {
     record_ = reader_.next();
     if (options_.tolerant && record_.kind == RecordKind::EndMark) {
+        facts_.passedEndMark = true;
         record_ = reader_.next();
     }
     if (record_.kind == RecordKind::EndMark) {

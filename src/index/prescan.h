@@ -26,10 +26,10 @@ struct PrescanOptions {
     std::size_t mostFilledSamples = kMostFilledSamples;
 };
 
-// What the scan learned besides the index.
 // Gaps in the samples that were filled, by the number of samples.
 using FilledGaps = std::map<uint32_t, uint32_t>;
 
+// What the scan learned besides the index.
 struct PrescanFacts {
     static constexpr uint32_t kInputEvents = 1;  // an input event was indexed
     static constexpr uint32_t kSampleInputs = 2; // some sample carries an input value
@@ -38,6 +38,7 @@ struct PrescanFacts {
     uint32_t lastTime = 0;  // the largest of a sample or event
     uint32_t inputDataAvailability = 0;
     FilledGaps filledGaps{};
+    bool passedEndMark = false; // records behind an end mark were indexed
 };
 
 // Reads the records from the stream's position to the end of the record stream into the index and sorts it.

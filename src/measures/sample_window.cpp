@@ -4,15 +4,6 @@
 
 namespace trk {
 
-namespace {
-
-// The spacings of 2000, 1000, 500 and 250 samples per second: entries of others are not found by their distance.
-constexpr bool isSearchable(uint64_t spacing) {
-    return spacing <= TimeKey::kLargestSpacing && std::has_single_bit(spacing);
-}
-
-} // namespace
-
 void SampleWindow::clear() {
     spacingIsStale_ = true;
     head_ = count_ = uniformRun_ = 0;

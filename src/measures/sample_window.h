@@ -16,6 +16,12 @@ class SampleWindow {
   public:
     static constexpr int kCapacity = 512;
 
+    // The spacings of 2000, 1000, 500 and 250 samples per second: entries of others are not found by their
+    // distance.
+    [[nodiscard]] static constexpr bool isSearchable(uint64_t spacing) {
+        return spacing <= TimeKey::kLargestSpacing && std::has_single_bit(spacing);
+    }
+
     [[nodiscard]] int count() const { return count_; }
     [[nodiscard]] bool isFull() const { return count_ == kCapacity; }
     [[nodiscard]] const Sample &entry(int position) const { return entries_[slot(position)]; }

@@ -1,10 +1,5 @@
 #include "measures/velocity.h"
 
-#include "base/numeric.h"
-#include "measures/href_plane.h"
-
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -12,30 +7,11 @@ namespace trk {
 
 namespace {
 
-constexpr int kFirstHighSpeedModel = 3;
-constexpr int kPlainHalfSpan = 2;
 constexpr uint64_t kUnreachable = ~uint64_t{0}; // distance in keys at rates below one sample per second
-
-constexpr float kSmallestResolution = 0.01F;
-constexpr float kLargestResolution = 10000.0F;
 
 constexpr Lanes kMissingLanes = Lanes::filledWith(MISSING_DATA);
 
 } // namespace
-
-// How the high-speed model takes the samples of a range of rates together. On either side of the sample stand two
-// groups; the nearer one on the right begins at `nearBehind`. What lies between the groups must be known as well.
-struct VelocityComputer::Band {
-    float belowRate; // samples per second
-    int nearBehind;
-    int groupSize;
-    float scale;
-
-    [[nodiscard]] int farBehind() const { return nearBehind + groupSize; }
-    [[nodiscard]] int nearBefore() const { return 1 - farBehind(); }
-    [[nodiscard]] int farBefore() const { return nearBefore() - groupSize; }
-    [[nodiscard]] int halfSpan() const { return -farBefore(); }
-};
 
 // The positions of the samples around one sample, by their distance in sample intervals. Only distances that were
 // looked up may be asked for.
@@ -56,67 +32,31 @@ class VelocityComputer::Neighbourhood {
 
 namespace {
 
-// The mean positions of a group; `at` gives its samples. Sums run from left to right.
+// The mean positions of a group; `at` gives its samples.
 template <class At> PositionLanes meanOf(int groupSize, At at) {
-    PositionLanes mean = at(0);
+    if (groupSize == 1) {
+        return at(0);
+    }
+    PositionLanes mean;
+    mean.missing = at(0).missing;
     for (int i = 1; i < groupSize; ++i) {
         mean.missing |= at(i).missing;
     }
-    const auto meanOfPair = [&at](int i) { return (at(i).position + at(i + 1).position) * 0.5F; };
-    if (groupSize == 2) {
-        mean.position = meanOfPair(0);
-    } else if (groupSize == 4) {
-        mean.position = (at(0).position + at(1).position + at(2).position + at(3).position) * 0.25F;
-    } else if (groupSize == 8) {
-        mean.position = (meanOfPair(0) + meanOfPair(2) + meanOfPair(4) + meanOfPair(6)) * 0.25F;
-    }
+    mean.position = meanOfGroup(groupSize, [&at](int i) -> const Lanes & { return at(i).position; });
     return mean;
-}
-
-// The velocities from the means of the four groups, from left to right. The factor 250 is the same for all rates:
-// the distance of the groups and the scale stand in for the sampling interval. 0.167, not one sixth: else all
-// velocities would differ by 0.2 per cent from those of analyses made so far.
-Velocities velocitiesOfGroups(const Lanes &a, const Lanes &b, const Lanes &c, const Lanes &d,
-                              const Lanes &resolution, float scale) {
-    const Lanes perDegree = Lanes::filledWith(250.0F) / resolution;
-    return {.smoothed = perDegree * ((-a - b + c + d) * 0.167F) * scale,
-            .fast = perDegree * ((c - b) * 0.5F) * scale};
-}
-
-// One lane of the plain model where a neighbour is missing: the other one and the sample itself must do.
-float velocityFromCentre(float before, float here, float after, float resolution, float rate) {
-    const bool bothMissing = before == MISSING_DATA && after == MISSING_DATA;
-    if (bothMissing || here == MISSING_DATA) {
-        return MISSING_DATA;
-    }
-    return (before == MISSING_DATA ? after - here : here - before) * rate / resolution;
-}
-
-// A fixed resolution is used as it is, unless it is next to nothing.
-FixedResolution usable(FixedResolution fixed) {
-    return {fixed.x > kSmallestResolution ? fixed.x : MISSING_DATA,
-            fixed.y > kSmallestResolution ? fixed.y : MISSING_DATA};
-}
-
-// A resolution out of bounds, on either axis, is none.
-FixedResolution checked(FixedResolution resolution) {
-    const auto plausible = [](float value) { return value > kSmallestResolution && value < kLargestResolution; };
-    return plausible(resolution.x) && plausible(resolution.y) ? resolution : FixedResolution{};
 }
 
 // HREF units per degree at the positions of a group on the HREF plane, computed side by side.
 std::array<float, Lanes::kGroup> hrefResolutions(const float *group) {
     std::array<double, Lanes::kGroup> square;
     for (std::size_t i = 0; i < Lanes::kGroup; ++i) {
-        square[i] = static_cast<double>(group[i]) * static_cast<double>(group[i]);
+        square[i] = squareOf(group[i]);
     }
     std::array<float, Lanes::kGroup> resolution;
     for (std::size_t i = 0; i < Lanes::kGroup; ++i) {
         const std::size_t eye = i % kEyes;
         const std::size_t otherAxis = (i + kEyes) % Lanes::kGroup;
-        const double distanceSquared = square[eye] + square[eye + kEyes] + kHrefDistanceSquared;
-        const double perRadian = distanceSquared / std::sqrt(square[otherAxis] + kHrefDistanceSquared);
-        resolution[i] = static_cast<float>(perRadian / kDegreesPerRadian);
+        resolution[i] = hrefResolution(square[eye], square[eye + kEyes], square[otherAxis]);
     }
     return resolution;
 }
@@ -166,48 +106,14 @@ void store(const Velocities &velocities, Sample &sample) {
 
 } // namespace
 
-VelocityComputer::VelocityComputer(const SampleWindow &window, int trackerModel)
-    : window_(window), highSpeed_(trackerModel >= kFirstHighSpeedModel) {
-    setRate(0);
-}
-
-const VelocityComputer::Band &VelocityComputer::bandOf(float rate) {
-    static constexpr std::array kBands{
-        Band{500.0F, 1, 1, 1.0F},
-        Band{1000.0F, 1, 2, 1.2F},
-        Band{2000.0F, 2, 4, 1.0909091F},
-        Band{INFINITY, 4, 8, 1.0434783F},
-    };
-    return *std::ranges::find_if(kBands, [rate](const Band &band) { return rate < band.belowRate; });
-}
-
 void VelocityComputer::setRate(int rate) {
-    rate_ = rate;
-    const Band &band = bandOf(static_cast<float>(rate));
-    if (band_ != &band) {
-        band_ = &band;
+    const VelocityModel model(trackerModel_, rate);
+    if (&model.band() != &model_.band()) {
         for (Cached &cached : cache_) {
             cached.groupSerial = Cached::kNever;
         }
     }
-    halfSpan_ = highSpeed_ ? band.halfSpan() : kPlainHalfSpan;
-    const float interval = 1000.0F / static_cast<float>(rate); // milliseconds
-    for (std::size_t i = 0; i < keyOffsets_.size(); ++i) {
-        keyOffsets_[i] = truncateTo<uint64_t>(2.0F * (interval * static_cast<float>(i + 1)));
-    }
-}
-
-// Whether the neighbours needed stand side by side in a window with this spacing of keys.
-bool VelocityComputer::standInARow(uint64_t spacing) const {
-    if (spacing == 0) {
-        return false;
-    }
-    for (std::size_t i = 0; i < static_cast<std::size_t>(halfSpan_); ++i) {
-        if (keyOffsets_[i] != (i + 1) * spacing) {
-            return false;
-        }
-    }
-    return true;
+    model_ = model;
 }
 
 const PositionLanes &VelocityComputer::positionsAt(int position) {
@@ -224,7 +130,7 @@ const PositionLanes &VelocityComputer::groupAt(int position) {
     const uint64_t serial = window_.serial(position);
     Cached &cached = cache_[serial % cache_.size()];
     if (cached.groupSerial != serial) {
-        cached.group = meanOf(band_->groupSize, [this, position](int i) -> const PositionLanes & {
+        cached.group = meanOf(model_.band().groupSize, [this, position](int i) -> const PositionLanes & {
             return positionsAt(position + i);
         });
         cached.groupSerial = serial;
@@ -240,8 +146,8 @@ bool VelocityComputer::findNeighbours(uint64_t key, Neighbourhood &neighbours) {
         complete = complete && position >= 0;
         neighbours[distance] = position >= 0 ? positionsAt(position) : PositionLanes{kMissingLanes, kAllLanes};
     };
-    for (int distance = 1; distance <= halfSpan_; ++distance) {
-        const uint64_t offset = keyOffsets_[static_cast<std::size_t>(distance - 1)];
+    for (int distance = 1; distance <= model_.halfSpan(); ++distance) {
+        const uint64_t offset = model_.keyOffset(distance);
         find(-distance, offset, key - offset);
         find(distance, offset, key + offset);
     }
@@ -251,7 +157,7 @@ bool VelocityComputer::findNeighbours(uint64_t key, Neighbourhood &neighbours) {
 // The model of high-speed trackers: all positions of the span or nothing.
 Velocities VelocityComputer::highSpeedVelocities(uint64_t key, int place, const PositionLanes &centre,
                                                  const Lanes &resolution) {
-    const Band &band = *band_;
+    const VelocityBand &band = model_.band();
     LaneMask missing = centre.missing;
     const auto fromGroups = [&](auto groupAtDistance, auto positionAtDistance) {
         const PositionLanes &a = groupAtDistance(band.farBefore());
@@ -262,15 +168,17 @@ Velocities VelocityComputer::highSpeedVelocities(uint64_t key, int place, const 
         for (int distance = 1; distance < band.nearBehind; ++distance) {
             missing |= positionAtDistance(-distance).missing | positionAtDistance(distance).missing;
         }
-        Velocities velocities =
-            velocitiesOfGroups(a.position, b.position, c.position, d.position, resolution, band.scale);
+        const Lanes perDegree = Lanes::filledWith(kGroupsPerSecond) / resolution;
+        Velocities velocities{
+            smoothedOfGroups(a.position, b.position, c.position, d.position, perDegree, band.scale),
+            fastOfGroups(b.position, c.position, perDegree, band.scale)};
         replaceLanes(velocities.smoothed, missing, kMissingLanes);
         replaceLanes(velocities.fast, missing, kMissingLanes);
         return velocities;
     };
 
-    if (place >= 0 && standInARow(window_.uniformSpacing())) {
-        if (place < halfSpan_ || place + halfSpan_ >= window_.count()) {
+    if (place >= 0 && model_.standInARow(window_.uniformSpacing())) {
+        if (place < model_.halfSpan() || place + model_.halfSpan() >= window_.count()) {
             return {kMissingLanes, kMissingLanes};
         }
         return fromGroups([&](int first) -> const PositionLanes & { return groupAt(place + first); },
@@ -299,11 +207,11 @@ Velocities VelocityComputer::plainVelocities(uint64_t key, const PositionLanes &
     const LaneMask missingPair = near[-1].missing | near[1].missing;
     const LaneMask missing = missingPair | near[-2].missing | near[2].missing;
 
-    const auto rate = static_cast<float>(rate_);
+    const auto rate = static_cast<float>(model_.rate());
     const auto position = [&near](int distance) -> const Lanes & { return near[distance].position; };
     Lanes fast = kMissingLanes;
     if (missingPair != kAllLanes) {
-        fast = (position(1) - position(-1)) * rate * 0.5F / resolution;
+        fast = plainFast(position(-1), position(1), rate, resolution);
     }
     if (missingPair != 0) {
         for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
@@ -316,20 +224,20 @@ Velocities VelocityComputer::plainVelocities(uint64_t key, const PositionLanes &
     if (missing == kAllLanes) {
         return {fast, fast};
     }
-    Lanes smoothed = (-position(-2) - position(-1) + position(1) + position(2)) * rate / 6.0F / resolution;
+    Lanes smoothed = plainSmoothed(position(-2), position(-1), position(1), position(2), rate, resolution);
     replaceLanes(smoothed, missing, fast);
     return {smoothed, fast};
 }
 
 void VelocityComputer::setVelocity(Sample &sample, FixedResolution fixed, int rate) {
-    if (rate != rate_) {
+    if (rate != model_.rate()) {
         setRate(rate);
     }
     const int place = window_.find(sample.sort_key);
     const PositionLanes centre = place >= 0 ? positionsAt(place) : positionsOf(sample);
     const Lanes resolution = resolutionOf(sample, centre, fixed);
-    Velocities velocities = highSpeed_ ? highSpeedVelocities(sample.sort_key, place, centre, resolution)
-                                       : plainVelocities(sample.sort_key, centre, resolution);
+    Velocities velocities = model_.isHighSpeed() ? highSpeedVelocities(sample.sort_key, place, centre, resolution)
+                                                 : plainVelocities(sample.sort_key, centre, resolution);
     const LaneMask without = missingIn(resolution) | lanesOfAbsentEyes(sample);
     replaceLanes(velocities.smoothed, without, kMissingLanes);
     replaceLanes(velocities.fast, without, kMissingLanes);

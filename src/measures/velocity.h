@@ -3,17 +3,12 @@
 
 #include "measures/eye_positions.h"
 #include "measures/sample_window.h"
+#include "measures/velocity_model.h"
 
 #include <array>
 #include <cstdint>
 
 namespace trk {
-
-// Fixed resolution in position units per degree, used in place of each sample's own; MISSING_DATA in x: none.
-struct FixedResolution {
-    float x = MISSING_DATA;
-    float y = MISSING_DATA;
-};
 
 // Smoothed and fast velocities of one sample, degrees per second.
 struct Velocities {
@@ -23,15 +18,15 @@ struct Velocities {
 
 class VelocityComputer {
   public:
-    // High-speed trackers, the models from 3 on, have a way of their own to compute velocities.
-    VelocityComputer(const SampleWindow &window, int trackerModel);
+    VelocityComputer(const SampleWindow &window, int trackerModel)
+        : window_(window), trackerModel_(trackerModel), model_(trackerModel, 0) {}
 
     // Fills the velocities of the sample's present eyes from its neighbours in the window. The sample is a copy of
     // the window's entry with its key, where there is one. `rate` is in samples per second.
     void setVelocity(Sample &sample, FixedResolution fixed, int rate);
 
   private:
-    static constexpr int kLargestHalfSpan = 19;
+    static constexpr int kLargestHalfSpan = VelocityModel::kLargestHalfSpan;
     // Entries as far apart as this share a place in the cache; the span of a sample must fit.
     static constexpr std::size_t kCacheSize = 64;
     static_assert(kCacheSize > 2 * kLargestHalfSpan + 1);
@@ -47,11 +42,8 @@ class VelocityComputer {
     };
 
     class Neighbourhood;
-    struct Band;
 
     void setRate(int rate);
-    [[nodiscard]] static const Band &bandOf(float rate);
-    [[nodiscard]] bool standInARow(uint64_t spacing) const;
     const PositionLanes &positionsAt(int position);
     const PositionLanes &groupAt(int position);
     bool findNeighbours(uint64_t key, Neighbourhood &neighbours);
@@ -60,11 +52,8 @@ class VelocityComputer {
     Velocities plainVelocities(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
 
     const SampleWindow &window_;
-    bool highSpeed_;
-    int rate_ = 0;
-    const Band *band_ = nullptr;                          // of the rate
-    int halfSpan_ = 0;                                    // neighbours needed on either side
-    std::array<uint64_t, kLargestHalfSpan> keyOffsets_{}; // of the neighbours, the nearest first
+    int trackerModel_;
+    VelocityModel model_; // of the rate
     std::array<Cached, kCacheSize> cache_;
 };
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/time_key.h"
-#include "salvage/byte_view.h"
+#include "io/byte_view.h"
 #include "salvage/record_parser.h"
 #include "salvage/sample_clock.h"
 #include "salvage/survey.h"

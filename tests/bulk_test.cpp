@@ -1,0 +1,170 @@
+// Many samples or events a call: the values of a whole walk, whatever the stretch.
+#include "support/bulk.h"
+#include "support/scenarios.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using namespace trk_test;
+
+constexpr int kBoth = TRK_OPEN_CHECK_AND_FILL;
+
+// Reads some stretches of a recording while a walk goes on, which must not notice.
+void compareStretches(const Bytes &file, const OpenOptions &options, std::mt19937 &random, int stretches) {
+    const Recording whole = openBytes(file, options);
+    const Recording recording = openBytes(file, options);
+    if (!whole) {
+        return;
+    }
+    const std::vector<Item> items = whole.walk();
+    const auto below = [&random](size_t limit) { return static_cast<unsigned>(random() % (limit + 1)); };
+    std::vector<Item> walked;
+    for (int i = 0; i < stretches; ++i) {
+        const unsigned first = below(items.size());
+        const unsigned end =
+            first + below(i % 2 == 0 ? items.size() - first : std::min<size_t>(items.size() - first, 40));
+        const auto difference =
+            bulkDifference(recording.handle(), items, first, end, below(2) != 0, 1 + below(i % 3 == 0 ? 9 : 2000));
+        ASSERT_EQ(difference.value_or(""), "") << "of [" << first << ", " << end << ")";
+        for (unsigned steps = below(300); steps > 0 && walked.size() < items.size(); --steps) {
+            walked.push_back(recording.fetch(recording.step()));
+            ASSERT_EQ(walked.back(), items[walked.size() - 1]) << "item " << walked.size() - 1;
+        }
+    }
+}
+
+TEST(Bulk, ReadsWhatAWholeWalkFetches) {
+    std::mt19937 random(1);
+    CONFIG fixed{30, 31};
+    for (const int rate : {250, 500, 1000, 2000}) {
+        for (const int flags : {int{TRK_OPEN_NO_CHECK}, int{TRK_OPEN_CHECK}, kBoth}) {
+            const Bytes file =
+                experiment({.durationMs = 8000, .sampleRate = rate, .cameraData = rate == 500}).file;
+            compareStretches(file, {.flags = flags, .config = rate == 250 ? &fixed : nullptr}, random, 8);
+        }
+    }
+    // Models that velocities are computed otherwise for, odd rates, a lost sample and a lost eye in between.
+    for (const char *const model : {"I", "V2", "LX"}) {
+        for (const unsigned rate : {1000U, 600U, 2000U}) {
+            RecordingWriter writer(preamble(5, model));
+            for (unsigned block = 0; block < 3; ++block) {
+                const uint32_t start = 1000 + block * (block == 2 ? 1002 : 2000);
+                writer.startBlock({.time = start, .rate = rate, .gazeDivisor = 10 + static_cast<int>(block)});
+                for (unsigned i = 0; i < 700; ++i) {
+                    const uint32_t time = start + i * 1000 / rate;
+                    const int noise = static_cast<int>(random() % 400);
+                    SampleRecord sample{.time = time, .eyes = i % 97 == 3 ? LeftEye : BothEyes};
+                    sample.href = EyePositions{Position{noise, 2 * noise}, Position{-noise, noise}};
+                    sample.gaze = EyePositions{Position{i % 50 == 7 ? kMissingWord : 3 * noise, noise},
+                                               Position{noise, 5 * noise}};
+                    sample.resolution = Position{260 + noise, 270};
+                    if (i % 31 != 0) {
+                        sample.pupilSize = EyeWords{i % 41 == 0 ? 3 : 900 + noise, 1000};
+                    }
+                    if (block != 1 || i % 211 != 5) {
+                        writer.sample(sample);
+                    }
+                    if (i % 90 == 0) {
+                        writer.message(time, "m" + std::to_string(i));
+                        writer.event(EventRecord(REC_SFIX, LeftEye).startTime(time));
+                    }
+                }
+                writer.endBlock(start + 700 * 1000 / rate);
+            }
+            writer.end();
+            for (const int flags : {int{TRK_OPEN_CHECK}, kBoth}) {
+                compareStretches(writer.plain(), {.flags = flags, .config = rate == 600 ? &fixed : nullptr},
+                                 random, 8);
+            }
+        }
+    }
+}
+
+TEST(Bulk, ReadsDamagedRecordingsAsAWalkDoes) {
+    std::mt19937 random(2);
+    const Bytes rich = richRecording().plain();
+    const Bytes blocks = experiment({.durationMs = 3000, .sampleRate = 250}).file;
+    const LogCapture quiet;
+    for (int i = 0; i < 600; ++i) {
+        Bytes file = i % 2 == 0 ? rich : blocks;
+        for (unsigned damages = 1 + static_cast<unsigned>(random() % 4); damages > 0; --damages) {
+            const size_t place = 150 + random() % (file.size() - 150);
+            if (random() % 3 == 0) {
+                file.erase(place, 1 + random() % 60);
+            } else {
+                file[place] = static_cast<char>(random());
+            }
+        }
+        OpenOptions options{.flags = static_cast<int>(random() % 3) | TRK_OPEN_TOLERANT};
+        options.loadEvents = random() % 5 == 0 ? 0 : TRK_EVENTS_ALL;
+        compareStretches(file, options, random, 4);
+        if (HasFatalFailure()) {
+            FAIL() << "case " << i;
+        }
+    }
+}
+
+TEST(Bulk, TypesStridesAndMissingValues) {
+    RecordingWriter writer;
+    writer.startBlock({.time = 1000, .rate = 2000, .eyes = LeftEye});
+    for (unsigned i = 0; i < 4; ++i) {
+        SampleRecord sample{.time = 1000 + i / 2, .eyes = LeftEye};
+        sample.gaze = EyePositions{Position{i == 1 ? kMissingWord : 100, 200}, {}};
+        sample.pupilSize = EyeWords{i == 2 ? 0 : 900, 0};
+        writer.sample(sample);
+    }
+    writer.endBlock(1004).end();
+    const Recording recording = openBytes(writer.plain(), {.flags = TRK_OPEN_CHECK});
+    struct Row {
+        double time;
+        float gaze;
+        float pupil;
+        uint8_t eyes;
+        double input;
+        int64_t block;
+    };
+    std::array<Row, 4> rows{};
+    const auto at = [&rows](int id, int type, void *data) { return TRK_COLUMN{id, type, data, sizeof(rows[0])}; };
+    const std::array columns{at(TRK_COLUMN_TIME_EXACT, TRK_TYPE_DOUBLE, &rows[0].time),
+                             at(TRK_COLUMN_GAZE_X_LEFT, TRK_TYPE_FLOAT, &rows[0].gaze),
+                             at(TRK_COLUMN_PUPIL_SIZE_LEFT, TRK_TYPE_FLOAT, &rows[0].pupil),
+                             at(TRK_COLUMN_EYES, TRK_TYPE_UINT8, &rows[0].eyes),
+                             at(TRK_COLUMN_INPUT, TRK_TYPE_DOUBLE, &rows[0].input),
+                             at(TRK_COLUMN_BLOCK, TRK_TYPE_INT64, &rows[0].block)};
+    TRK_ERROR error{};
+    const auto read = [&](int64_t room, int flags) {
+        return trk_read_samples(recording.handle(), 0, 1000, columns.data(), columns.size(), room, flags, &error);
+    };
+    EXPECT_EQ(read(4, TRK_READ_NAN), 4);
+    EXPECT_EQ(error.item, trk_get_element_count(recording.handle()));
+    EXPECT_EQ(rows[3].time, 1001.5);
+    EXPECT_TRUE(std::isnan(rows[1].gaze) && std::isnan(rows[2].pupil) && std::isnan(rows[0].input));
+    EXPECT_EQ(rows[0].gaze, 100.0F);
+    EXPECT_EQ(std::pair(rows[0].eyes, rows[0].block), std::pair(uint8_t{TRK_EYE_LEFT}, int64_t{1}));
+    rows[2].gaze = -1;
+    EXPECT_EQ(read(2, 0), 2);
+    EXPECT_EQ(std::pair(rows[1].gaze, rows[2].gaze), std::pair(MISSING_DATA, -1.0F)); // no row too many
+    EXPECT_EQ(rows[0].input, TRK_WORD_ABSENT);
+    EXPECT_EQ(trk_count_items(recording.handle(), static_cast<unsigned>(error.item), 1000, REC_SAMPLE), 2);
+    EXPECT_EQ(trk_count_items(recording.handle(), 0, 1000, 0), 4); // starts and ends
+
+    const auto refuses = [&](TRK_COLUMN column, int flags) {
+        const int64_t result = trk_read_samples(recording.handle(), 0, 9, &column, 1, 4, flags, &error);
+        return result == -1 && error.code == TRK_ERROR_ARGUMENT && error.text[0] != '\0';
+    };
+    std::array<double, 4> out{-1, -1, -1, -1};
+    EXPECT_TRUE(refuses({0, TRK_TYPE_DOUBLE, out.data(), 0}, 0));
+    EXPECT_TRUE(refuses({TRK_COLUMN_EXT_DATA_8 + 1, TRK_TYPE_DOUBLE, out.data(), 0}, 0));
+    EXPECT_TRUE(refuses({TRK_COLUMN_TIME, TRK_TYPE_FLOAT, out.data(), 0}, 0)); // too few digits
+    EXPECT_TRUE(refuses({TRK_COLUMN_FLAGS, TRK_TYPE_UINT8, out.data(), 0}, 0));
+    EXPECT_TRUE(refuses({TRK_COLUMN_GAZE_X_LEFT, TRK_TYPE_INT64, out.data(), 0}, 0));
+    EXPECT_TRUE(refuses({TRK_COLUMN_TIME, TRK_TYPE_DOUBLE, nullptr, 0}, 0));
+    EXPECT_TRUE(refuses({TRK_COLUMN_TIME, TRK_TYPE_DOUBLE, out.data(), 0}, 2));
+    EXPECT_EQ(trk_read_samples(nullptr, 0, 9, columns.data(), 1, 4, 0, &error), -1);
+    EXPECT_EQ(out, (std::array<double, 4>{-1, -1, -1, -1}));
+}
+
+} // namespace
