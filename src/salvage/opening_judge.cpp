@@ -66,6 +66,13 @@ OpeningJudge::OpeningJudge(const RecordWalk &walk)
     }
 }
 
+std::optional<uint32_t> OpeningJudge::firstSampleAt(uint32_t block) const {
+    const Block *const found = find(block);
+    const auto lead = leads_.find(0);
+    const bool rightAtStart = lead != leads_.end() && lead->second > leads_.size(); // one damage may change one
+    return found != nullptr && found->timeIsSure && rightAtStart ? std::optional(found->time) : std::nullopt;
+}
+
 std::optional<uint32_t> OpeningJudge::firstSampleTime(uint32_t block) const {
     const auto run = firstRuns_.find(block);
     return run != firstRuns_.end() && run->second->fullTime ? std::optional(TimeKey::time(run->second->firstKey))
@@ -104,7 +111,11 @@ void OpeningJudge::judge(const Opening &opening) {
     const SeenStart *const samples = opening.samples();
     if (samples != nullptr) {
         const SeenStart &last = opening.second != nullptr ? *opening.second : *samples;
-        blocks_[samples->block] = {.start = samples, .begin = last.offset + last.length, .time = samples->time};
+        blocks_[samples->block] = {.start = samples,
+                                   .begin = last.offset + last.length,
+                                   .time = samples->time,
+                                   .timeIsSure =
+                                       opening.second != nullptr && opening.first->time == opening.second->time};
         judgeContent(*samples);
     }
     if (opening.second != nullptr) {

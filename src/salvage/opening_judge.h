@@ -30,6 +30,7 @@ class OpeningJudge {
         const SeenStart *start = nullptr; // of its samples
         int64_t begin = 0;                // offset of what stands behind its starts
         uint32_t time = 0;                // at which it starts, ms
+        bool timeIsSure = false;          // both starts state it
         bool timeInDoubt = false;         // and a first sample goes by it
         bool sampleInDoubt = false;       // its first, unless events confirm its time
         bool gazeInDoubt = false;         // its divisor
@@ -44,6 +45,10 @@ class OpeningJudge {
         const auto found = blocks_.find(block);
         return found != blocks_.end() ? &found->second : nullptr;
     }
+
+    // The time of the first sample of a block, by its start; nothing where that is in doubt, or where samples of this
+    // recording do not begin right at the start.
+    [[nodiscard]] std::optional<uint32_t> firstSampleAt(uint32_t block) const;
 
   private:
     // The starts of one block. A block of samples or of events alone has one.

@@ -44,7 +44,7 @@ bool RecordWalk::tearsAt(int64_t begin, int64_t until) const { return lostIn(beg
 void RecordWalk::run() {
     at_ = options_.begin;
     while (true) {
-        const ParsedRecord record = recordAt(at_, state_.block);
+        const ParsedRecord record = settledAt(at_, state_.block);
         const int64_t next = at_ + static_cast<int64_t>(record.length);
         if (record.form == ParsedRecord::Form::EndMark && !tearsAt(at_, next)) {
             if (!meetEndMark(at_)) {
@@ -110,8 +110,8 @@ bool RecordWalk::meetEndMark(int64_t offset) {
 }
 
 // A start of a block comes as the records behind it show that it was.
-ParsedRecord RecordWalk::recordAt(int64_t offset, const BlockContext &block) {
-    ParsedRecord record = parseRecord(view_.at(offset, kLongestRecord));
+ParsedRecord RecordWalk::settledAt(int64_t offset, const BlockContext &block) {
+    ParsedRecord record = recordAt(offset);
     if (!record.isEvent() || !kBlockStarts.contains(record.code)) {
         return record;
     }
@@ -226,7 +226,7 @@ bool RecordWalk::makesSense(int64_t offset, BlockContext block, bool afterLoss) 
     bool firstSample = true;
     block.timed = block.timed && !afterLoss;
     for (int i = 0; i < kMostLookedAt && belief < kBelieved; ++i) {
-        const ParsedRecord record = recordAt(offset, block);
+        const ParsedRecord record = settledAt(offset, block);
         const int64_t next = offset + static_cast<int64_t>(record.length);
         const bool endMark = record.form == ParsedRecord::Form::EndMark;
         if (i > 0 && (record.length == 0 || (endMark && view_.at(next, 1).empty()))) {
@@ -277,7 +277,8 @@ std::optional<int64_t> RecordWalk::nextSense(int64_t from) {
 bool RecordWalk::passOver(int64_t offset, const ParsedRecord &record) {
     const int64_t next = offset + static_cast<int64_t>(record.length);
     const bool framed = (record.isEvent() || record.isSample()) && !tearsAt(offset, next);
-    if (framed && record.isEvent() && makesSense(next, state_.block, false)) {
+    // Only where it looks like others of its kind is it one event, and not the halves of two.
+    if (framed && record.isEvent() && isKnownForm(record) && makesSense(next, state_.block, false)) {
         report(DamageKind::Implausible, offset, next, "an event that cannot be");
         cuts.push_back({offset, next});
         at_ = next;
@@ -437,7 +438,7 @@ void RecordWalk::takeEvent(int64_t offset, const ParsedRecord &record) {
 }
 
 void RecordWalk::noteStart(int64_t offset) {
-    const ParsedRecord stated = parseRecord(view_.at(offset, kLongestRecord));
+    const ParsedRecord stated = recordAt(offset);
     starts.push_back({.offset = offset,
                       .length = static_cast<uint32_t>(stated.length),
                       .block = state_.blocks,

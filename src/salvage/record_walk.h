@@ -90,6 +90,8 @@ class RecordWalk {
     void run();
 
     [[nodiscard]] bool ratesAreFixed() const { return options_.fileRevision == 0; }
+    // A record that the walk has taken, as it stands.
+    [[nodiscard]] ParsedRecord recordAt(int64_t offset) { return parseRecord(view_.at(offset, kLongestRecord)); }
     [[nodiscard]] std::span<const uint8_t> bytesAt(int64_t offset, std::size_t count) {
         return view_.at(offset, count).first(count);
     }
@@ -122,7 +124,7 @@ class RecordWalk {
         std::size_t firstWaiting = 0; // event that waits for its sample
     };
 
-    [[nodiscard]] ParsedRecord recordAt(int64_t offset, const BlockContext &block);
+    [[nodiscard]] ParsedRecord settledAt(int64_t offset, const BlockContext &block);
     [[nodiscard]] const LostRange *lostIn(int64_t begin, int64_t until) const;
     [[nodiscard]] bool tearsAt(int64_t begin, int64_t until) const;
     static bool boundaryFits(const ParsedRecord &record, const BlockContext &block);

@@ -113,7 +113,7 @@ uint16_t StartReader::contentShown(const ParsedRecord &record, int64_t offset) {
     }
     const std::vector<ParsedRecord> samples = samplesFrom(behind, kSamplesThatShow);
     const auto shown = static_cast<uint16_t>((announced & ~kSteadyContent) |
-                                             (first.front().tag & (kSteadyContent | TRK_SAMPLE_EXTENSION)));
+                                             (first.front().tag & (kSteadyContent | kAnnouncedContent)));
     const bool agreed =
         samples.size() == kSamplesThatShow && std::ranges::all_of(samples, [=](const auto &sample) {
             return sampleFits(sample.tag, shown) && !sampleFits(sample.tag, announced);

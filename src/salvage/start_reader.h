@@ -11,16 +11,17 @@
 namespace trk {
 
 inline constexpr uint16_t kSampleEyes = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
-// What all samples of a block carry alike. Words for input, buttons and status may come and go, and the extension
-// words that are announced.
+// What all samples of a block carry alike, and what none has that is not announced. Words for input, buttons and
+// status may come and go.
 inline constexpr uint16_t kSteadyContent = kSampleEyes | TRK_SAMPLE_PUPIL_POSITION | TRK_SAMPLE_HREF |
                                            TRK_SAMPLE_GAZE | TRK_SAMPLE_RESOLUTION | TRK_SAMPLE_PUPIL_SIZE;
+inline constexpr uint16_t kAnnouncedContent = TRK_SAMPLE_EXTENSION | TRK_SAMPLE_SKIP_LIST1 | TRK_SAMPLE_SKIP_LIST2;
 
 // Whether a sample is one of a block that announces `content`.
 [[nodiscard]] constexpr bool sampleFits(uint16_t tag, uint16_t content) {
-    const bool extended = (tag & ~content & TRK_SAMPLE_EXTENSION) != 0;
+    const bool announced = (tag & ~content & kAnnouncedContent) == 0;
     const bool likely = (tag & kSampleEyes) != 0 && (tag & TRK_SAMPLE_DUPLICATE_TIME) == 0;
-    return ((tag ^ content) & kSteadyContent) == 0 && !extended && likely;
+    return ((tag ^ content) & kSteadyContent) == 0 && announced && likely;
 }
 
 // A tracker that records samples and eye events starts a block with a start of each, one directly behind the other,

@@ -124,7 +124,7 @@ class SurveyMaker {
                 run.isBroken = run.afterBreak = true;
             }
         }
-        TimeJudge times(walk_);
+        TimeJudge times(walk_, openings_);
         bool changed = false;
         for (std::size_t number = 0; number < walk_.runs.size(); ++number) {
             SampleRun &run = walk_.runs[number];
@@ -134,7 +134,7 @@ class SurveyMaker {
                 run.isBroken = run.afterBreak = changed = true;
             }
         }
-        return changed ? TimeJudge(walk_) : times;
+        return changed ? TimeJudge(walk_, openings_) : times;
     }
 
     // Whether the samples of a block begin before it.
@@ -164,8 +164,9 @@ class SurveyMaker {
         const int64_t last = next != openings_.blocks().end() ? next->second.start->offset : walk_.end;
         int64_t from = block.begin; // of what is left out
         int64_t end = block.begin;  // of what is scaled
-        for (const SampleRun &run : walk_.runs) {
-            end = run.block == number ? run.end : end;
+        const auto behind = std::ranges::upper_bound(walk_.runs, number, {}, &SampleRun::block);
+        if (behind != walk_.runs.begin() && (behind - 1)->block == number) {
+            end = (behind - 1)->end;
         }
         auto event = std::ranges::lower_bound(walk_.events, block.begin, {}, &SeenEvent::offset);
         for (; event != walk_.events.end() && event->offset < last; ++event) {
@@ -193,9 +194,7 @@ class SurveyMaker {
             const SampleRun &run = walk_.runs[number];
             const TimeJudge::Verdict &verdict = times_.runs()[number];
             if (!verdict.known) {
-                report(DamageKind::Implausible, run.begin, run.end, run.firstKey,
-                       "samples whose times nothing confirms");
-                cuts_.push_back({run.begin, run.end});
+                leaveOut(run, verdict);
                 continue;
             }
             if (startsEarly(run, verdict)) {
@@ -206,11 +205,37 @@ class SurveyMaker {
                        "a time that all that follows contradicts");
             }
             if (verdict.shift != 0 || run.isBroken) {
-                const auto key = static_cast<uint64_t>(static_cast<int64_t>(run.firstKey) + verdict.shift);
-                changes_.push_back(
-                    {.begin = run.begin, .end = run.begin, .restamp = true, .time = TimeKey::time(key)});
+                restamp(run, verdict);
             }
         }
+    }
+
+    // All of a run, or what lies behind the last event that confirms its times.
+    void leaveOut(const SampleRun &run, const TimeJudge::Verdict &verdict) {
+        const int64_t begin = std::max(run.begin, verdict.trustedUntil);
+        report(DamageKind::Implausible, begin, run.end, run.firstKey, "samples whose times nothing confirms");
+        cuts_.push_back({begin, run.end});
+        if (begin > run.begin && verdict.shift != 0) {
+            restamp(run, verdict);
+        }
+    }
+
+    void restamp(const SampleRun &run, const TimeJudge::Verdict &verdict) {
+        const auto key = static_cast<uint64_t>(static_cast<int64_t>(run.firstKey) + verdict.shift);
+        KeptPiece change{.begin = run.begin, .end = run.begin, .restamp = true, .time = TimeKey::time(key)};
+        if (verdict.skipFirst) {
+            const int64_t behind = run.begin + static_cast<int64_t>(walk_.recordAt(run.begin).length);
+            int64_t second = behind;
+            while (second < run.end && !walk_.recordAt(second).isSample()) {
+                second += static_cast<int64_t>(walk_.recordAt(second).length);
+            }
+            if (second < run.end) {
+                cuts_.push_back({run.begin, behind});
+                change.begin = change.end = second;
+                change.time += walk_.recordAt(second).time;
+            }
+        }
+        changes_.push_back(std::move(change));
     }
 
     // A block whose samples begin before it, at times that events confirm.
