@@ -45,7 +45,7 @@ struct Original {
         for (const Item &item : items) {
             ++moments[{item.code, item.time()}];
             if (item.code == REC_SAMPLE) {
-                samples.emplace(item.time(), valuesOf(item));
+                samples.emplace(item.sample().sort_key, valuesOf(item));
             }
         }
     }
@@ -57,7 +57,7 @@ struct Original {
         for (const Item &item : items) {
             found += --left[{item.code, item.time()}] >= 0 ? 1 : 0;
             if (item.code == REC_SAMPLE) {
-                const auto [first, last] = samples.equal_range(item.time());
+                const auto [first, last] = samples.equal_range(item.sample().sort_key);
                 invented += std::none_of(first, last, [&](auto &s) { return s.second == valuesOf(item); }) ? 1 : 0;
             }
         }
@@ -66,7 +66,7 @@ struct Original {
 
     size_t size;
     std::map<Moment, int> moments;
-    std::multimap<uint32_t, std::string> samples;
+    std::multimap<uint64_t, std::string> samples;
 };
 
 class Salvage : public testing::Test {

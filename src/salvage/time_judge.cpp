@@ -162,7 +162,7 @@ void TimeJudge::judgeBroken(std::size_t number, const std::vector<Vote> &votes, 
     for (const auto &[distance, tie, offset] : votes) {
         // The smallest shift that the tie allows; the grid of samples has one place in its width.
         const int64_t shift = tie->lowest - distance;
-        const int64_t firstKey = static_cast<int64_t>(run.firstKey) + shift;
+        const int64_t firstKey = static_cast<int64_t>(run.firstKey) + (run.clock.startsLate() ? 1 : 0) + shift;
         const auto steps =
             static_cast<int64_t>(std::ceil(static_cast<double>(firstKey - anchor->key) / keysPerSample - 1e-6));
         ++counts[steps];
@@ -192,7 +192,7 @@ void TimeJudge::judgeBroken(std::size_t number, const std::vector<Vote> &votes, 
     verdict.confirmed = support;
     verdict.shift = 2 * shiftedTime - static_cast<int64_t>(TimeKey::of(TimeKey::time(run.firstKey)));
     // Of two samples in one millisecond, the second one alone would pass for the first.
-    verdict.skipFirst = anchor->clock.timeAfter(best->first - 1) == anchor->clock.timeAfter(best->first);
+    verdict.skipFirst = run.clock.startsLate();
 }
 
 // Records may be missing within a run where what is left happens to fit together: from some event on none confirms
