@@ -12,6 +12,7 @@
 namespace {
 
 using namespace trk_test;
+using namespace std::string_literals;
 
 std::vector<Item> itemsOf(const std::string &path, int flags, int *damages = nullptr) {
     TRK_OPEN_OPTIONS options;
@@ -44,7 +45,7 @@ struct Original {
         for (const Item &item : items) {
             ++moments[{item.code, item.time()}];
             if (item.code == REC_SAMPLE) {
-                samples.emplace(item.time(), valuesOf(item));
+                samples.emplace(item.sample().sort_key, valuesOf(item));
             }
         }
     }
@@ -56,7 +57,7 @@ struct Original {
         for (const Item &item : items) {
             found += --left[{item.code, item.time()}] >= 0 ? 1 : 0;
             if (item.code == REC_SAMPLE) {
-                const auto [first, last] = samples.equal_range(item.time());
+                const auto [first, last] = samples.equal_range(item.sample().sort_key);
                 invented += std::none_of(first, last, [&](auto &s) { return s.second == valuesOf(item); }) ? 1 : 0;
             }
         }
@@ -65,7 +66,7 @@ struct Original {
 
     size_t size;
     std::map<Moment, int> moments;
-    std::multimap<uint32_t, std::string> samples;
+    std::multimap<uint64_t, std::string> samples;
 };
 
 class Salvage : public testing::Test {
@@ -129,6 +130,72 @@ TEST_F(Salvage, DeliversNearlyAllAndInventsNothing) {
     check(experiment({.durationMs = 40000, .sampleRate = 250, .cameraData = true}).file, 3, 6);
 }
 
+// A recording block is started twice, and both starts state time, divisors and rate. Flips each bit of these, and of
+// the content: the other start, the samples and the blocks before tell what was stated. Without blocks before,
+// nothing tells which of two divisors scales the gaze.
+TEST_F(Salvage, MendsStartsOfBlocks) {
+    const TemporaryDirectory directory;
+    for (const bool alone : {false, true}) {
+        Bytes whole = experiment({.durationMs = 4000, .sampleRate = 500}).file;
+        head_ = whole.find(kPreambleEnd) + kPreambleEnd.size();
+        size_t at = whole.rfind("\xCF\0\x21"s);
+        at = alone ? whole.erase(head_, at - head_).find("\xCF\0\x21"s) : at;
+        const auto items = itemsOf(directory.save("b.trk", whole), TRK_OPEN_NO_CHECK);
+        for (const size_t second : {size_t{0}, size_t{30}}) {
+            for (const auto &[field, mask] : {std::pair(3, 0xFFFFFFFF),
+                                              {8, 0xFFFF0000},
+                                              {11, 0xFFFF0000},
+                                              {14, 0xFFFF0000},
+                                              {27, second == 0 ? 0xDF000000 : 0}}) {
+                for (size_t bit = 0; bit < 32; ++bit) {
+                    Bytes bytes = whole;
+                    char &byte = bytes[at + second + static_cast<size_t>(field) + bit / 8];
+                    byte = static_cast<char>(byte ^ ((mask << bit & 0x80000000) != 0 ? 0x80 >> bit % 8 : 0));
+                    int damages = 0;
+                    const auto salvaged = itemsOf(directory.save("b.trk", bytes), TRK_OPEN_SALVAGE, &damages);
+                    EXPECT_EQ(damages > 0, bytes != whole) << field << ' ' << bit << ' ' << second;
+                    const bool undecided = alone && bit > 0 && (field == 8 || field == 11) && bytes != whole;
+                    const auto isScaled = [gaze = field == 8](const Item &item) {
+                        return item.code < REC_STARTSAMPLES || (gaze && item.code == REC_SAMPLE);
+                    };
+                    EXPECT_EQ(undecided ? std::ranges::none_of(salvaged, isScaled) : salvaged == items, true)
+                        << field << ' ' << bit << ' ' << second;
+                }
+            }
+        }
+    }
+}
+
+// Samples alone, whose blocks have one start each: a first sample before it, or a block in the one before.
+TEST_F(Salvage, SeesWrongStartsOfBlocksOfSamples) {
+    const TemporaryDirectory directory;
+    for (const int wrong : {0, -2000, 64, 700000}) {
+        RecordingWriter writer;
+        for (const int block : {0, 1, 2}) {
+            const uint32_t start = 1000 + 1500 * static_cast<uint32_t>(block);
+            writer.startSamples({.time = start + static_cast<uint32_t>(block == 1 ? wrong : 0),
+                                 .gazeDivisor = 10,
+                                 .content = 0x0400});
+            for (uint32_t i = 0; i < 1000; ++i) {
+                writer.sample({.time = start + i,
+                               .gaze = EyePositions{{static_cast<int>(i), block}, {}},
+                               .timeForm = i == 0 ? TimeForm::Full : TimeForm::Delta});
+            }
+            writer.endSamples(start + 1000);
+        }
+        const std::string path = directory.save("a.trk", writer.end().plain());
+        int damages = 0;
+        const auto salvaged = itemsOf(path, TRK_OPEN_SALVAGE, &damages);
+        EXPECT_EQ(damages > 0, wrong != 0) << wrong;
+        const auto isWrong = [](const Item &item) {
+            return item.code == REC_SAMPLE &&
+                   (item.time() - 1000) % 1500 != std::lround(item.sample().gaze_x[0] * 10);
+        };
+        EXPECT_TRUE(std::ranges::none_of(salvaged, isWrong)) << wrong;
+        EXPECT_EQ(salvaged.size(), 3U * 1004) << wrong;
+    }
+}
+
 // Sound recordings are left alone, be their rates, pauses and clocks what they may.
 TEST_F(Salvage, RaisesNoFalseAlarm) {
     const TemporaryDirectory directory;
@@ -139,7 +206,11 @@ TEST_F(Salvage, RaisesNoFalseAlarm) {
             recorder.message(clock - 500, "\"TRIALID\" 1");
             for (int block = 0; block < 3; ++block) {
                 const double start = clock + block * 3600000.0; // an hour between blocks
-                recorder.startBlock({.time = start, .rate = rate, .eyes = block == 1 ? LeftEye : BothEyes});
+                recorder.startBlock({.time = start,
+                                     .rate = rate,
+                                     .eyes = block == 1 ? LeftEye : BothEyes,
+                                     .gazeDivisor = 10 + block,
+                                     .velocityDivisor = 10 - block});
                 for (int i = 0; i < 400; ++i) {
                     const double time = start + i * 1000 / rate + (i > 201 ? 40000 : 0); // lost samples
                     const double written = rate > 1000 && rate != 1001 ? time : std::floor(time);

@@ -78,6 +78,8 @@ void parseField(Cursor &cursor, uint8_t field, ParsedRecord &record) {
         record.status = cursor.word();
     } else if (field == EventField::StartPupilSize) {
         record.gazeDivisor = cursor.word();
+    } else if (field == EventField::EndPupilSize) {
+        record.velocityDivisor = cursor.word();
     } else if (size != 0) {
         cursor.skip(size);
     } else {
@@ -101,6 +103,7 @@ void parseEvent(Cursor &cursor, ParsedRecord &record) {
             parseField(cursor, field, record);
             continue;
         }
+        record.hasMessage = true;
         const std::size_t length = cursor.word();
         if (length > kLongestMessage) {
             record.form = ParsedRecord::Form::Malformed;
@@ -116,6 +119,23 @@ void parseEvent(Cursor &cursor, ParsedRecord &record) {
 }
 
 } // namespace
+
+std::vector<uint8_t> withField(std::span<const uint8_t> event, uint8_t field, uint32_t value) {
+    std::vector<uint8_t> bytes(event.begin(), event.end());
+    std::size_t at = 2;
+    while (at + 1 < bytes.size() && bytes[at] != field) {
+        at += std::size_t{1} + kEventFieldSizes[bytes[at]];
+    }
+    const std::size_t size = kEventFieldSizes[field];
+    if (at + 1 + size >= bytes.size()) {
+        at = bytes.size() - 1; // the event's end
+        bytes.insert(bytes.end() - 1, 1 + size, field);
+    }
+    for (std::size_t i = size; i > 0; --i, value >>= 8) {
+        bytes[at + i] = static_cast<uint8_t>(value);
+    }
+    return bytes;
+}
 
 ParsedRecord parseRecord(std::span<const uint8_t> bytes) {
     Cursor cursor(bytes.first(std::min(bytes.size(), kLongestRecord)));

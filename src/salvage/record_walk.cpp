@@ -11,13 +11,6 @@ namespace trk {
 
 namespace {
 
-constexpr uint16_t kEyes = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
-// What all samples of a block carry alike. Words for input, buttons and status may come and go, and the extension
-// words that are announced.
-constexpr uint16_t kSteadyContent = kEyes | TRK_SAMPLE_PUPIL_POSITION | TRK_SAMPLE_HREF | TRK_SAMPLE_GAZE |
-                                    TRK_SAMPLE_RESOLUTION | TRK_SAMPLE_PUPIL_SIZE;
-constexpr uint16_t kNeverInFiles = TRK_SAMPLE_DUPLICATE_TIME;
-
 // How far the time of an event may lie from that of the records around it, ms. Trackers write events some
 // milliseconds late; programs may send messages about what was seconds ago.
 constexpr int64_t kLargestLead = 10'000;
@@ -51,7 +44,7 @@ bool RecordWalk::tearsAt(int64_t begin, int64_t until) const { return lostIn(beg
 void RecordWalk::run() {
     at_ = options_.begin;
     while (true) {
-        const ParsedRecord record = recordAt(at_);
+        const ParsedRecord record = settledAt(at_, state_.block);
         const int64_t next = at_ + static_cast<int64_t>(record.length);
         if (record.form == ParsedRecord::Form::EndMark && !tearsAt(at_, next)) {
             if (!meetEndMark(at_)) {
@@ -116,9 +109,33 @@ bool RecordWalk::meetEndMark(int64_t offset) {
     return false;
 }
 
-bool RecordWalk::sampleFits(uint16_t tag, uint16_t content) {
-    const bool extended = (tag & ~content & TRK_SAMPLE_EXTENSION) != 0;
-    return (tag & kSteadyContent) == (content & kSteadyContent) && !extended && (tag & kNeverInFiles) == 0;
+// A start of a block comes as the records behind it show that it was.
+ParsedRecord RecordWalk::settledAt(int64_t offset, const BlockContext &block) {
+    ParsedRecord record = recordAt(offset);
+    if (!record.isEvent() || !kBlockStarts.contains(record.code)) {
+        return record;
+    }
+    if (block.settled && block.startedBy != record.code) {
+        record.start = record.time = block.reference;
+        record.end = block.statedRate;
+    } else {
+        starts_.settle(record, offset, block.reference);
+    }
+    if (record.code == REC_STARTSAMPLES) {
+        record.status = starts_.contentShown(record, offset);
+    }
+    return record;
+}
+
+// Other events turn into starts and ends of blocks by one wrong bit. As a start they would take the divisors away
+// from the samples that follow.
+bool RecordWalk::boundaryFits(const ParsedRecord &record, const BlockContext &block) {
+    if (record.code == REC_STARTSAMPLES) {
+        return (record.status & kSampleEyes) != 0 && !record.hasMessage;
+    }
+    const bool startsAlone = record.code == REC_STARTEVENTS && block.startedBy == 0;
+    const bool undivided = startsAlone && block.samplesOpen && record.gazeDivisor == 0;
+    return !undivided && !record.hasMessage;
 }
 
 RecordWalk::Verdict RecordWalk::judge(const ParsedRecord &record, const BlockContext &block) {
@@ -133,6 +150,9 @@ RecordWalk::Verdict RecordWalk::judge(const ParsedRecord &record, const BlockCon
     if (!kEvents.contains(record.code) || record.repeatsField || !(record.hasStart || record.hasEnd)) {
         return Verdict::Implausible;
     }
+    if (kBlockBoundaries.contains(record.code) && !boundaryFits(record, block)) {
+        return Verdict::Implausible;
+    }
     const int64_t distance = since(block.reference, record.time);
     const bool inBlock = block.samplesOpen || block.eventsOpen;
     const bool mayBeLater = !inBlock || kBlockStarts.contains(record.code);
@@ -143,6 +163,8 @@ RecordWalk::Verdict RecordWalk::judge(const ParsedRecord &record, const BlockCon
 
 // Keeps the context up while records are followed.
 void RecordWalk::follow(const ParsedRecord &record, BlockContext &block) const {
+    block.startedBy = record.isEvent() && kBlockStarts.contains(record.code) ? record.code : 0;
+    block.settled = record.settled;
     if (record.isSample()) {
         const uint32_t step = record.fullTime ? 0 : record.time;
         block.sampleTime = record.fullTime ? record.time : block.sampleTime + step;
@@ -165,6 +187,7 @@ void RecordWalk::follow(const ParsedRecord &record, BlockContext &block) const {
 void RecordWalk::startBlock(const ParsedRecord &record, BlockContext &block) const {
     constexpr double kRateUnit = 1.0 / 65536;
     constexpr double kKeptRate = 500;
+    block.statedRate = record.end;
     if (options_.fileRevision != 0 && record.end != 0) {
         block.rate = record.end * kRateUnit;
     } else if (options_.fileRevision == 0 || block.rate != kKeptRate) {
@@ -203,7 +226,7 @@ bool RecordWalk::makesSense(int64_t offset, BlockContext block, bool afterLoss) 
     bool firstSample = true;
     block.timed = block.timed && !afterLoss;
     for (int i = 0; i < kMostLookedAt && belief < kBelieved; ++i) {
-        const ParsedRecord record = recordAt(offset);
+        const ParsedRecord record = settledAt(offset, block);
         const int64_t next = offset + static_cast<int64_t>(record.length);
         const bool endMark = record.form == ParsedRecord::Form::EndMark;
         if (i > 0 && (record.length == 0 || (endMark && view_.at(next, 1).empty()))) {
@@ -254,7 +277,8 @@ std::optional<int64_t> RecordWalk::nextSense(int64_t from) {
 bool RecordWalk::passOver(int64_t offset, const ParsedRecord &record) {
     const int64_t next = offset + static_cast<int64_t>(record.length);
     const bool framed = (record.isEvent() || record.isSample()) && !tearsAt(offset, next);
-    if (framed && record.isEvent() && makesSense(next, state_.block, false)) {
+    // Only where it looks like others of its kind is it one event, and not the halves of two.
+    if (framed && record.isEvent() && isKnownForm(record) && makesSense(next, state_.block, false)) {
         report(DamageKind::Implausible, offset, next, "an event that cannot be");
         cuts.push_back({offset, next});
         at_ = next;
@@ -292,6 +316,7 @@ void RecordWalk::take(int64_t offset, const ParsedRecord &record) {
                     runs.size(),
                     runs.empty() ? std::nullopt : std::optional(runs.back()),
                     events.size(),
+                    starts.size(),
                     waiting_.empty() ? events.size() : waiting_.front()};
     lastOffset_ = offset;
     if (record.isSample()) {
@@ -315,6 +340,7 @@ void RecordWalk::takeBack() {
         runs.back() = *before_->lastRun;
     }
     events.resize(std::min(events.size(), before_->events));
+    starts.resize(std::min(starts.size(), before_->starts));
     for (std::size_t event = before_->firstWaiting; event < events.size(); ++event) {
         events[event].run = SeenEvent::kNoRun; // the sample beside it is not there
     }
@@ -398,16 +424,33 @@ void RecordWalk::takeEvent(int64_t offset, const ParsedRecord &record) {
         lost_ = false;
         lostBytes_ = 0;
         waiting_.clear();
-    }
-    if (startsSamples) {
         const BlockContext &block = state_.block;
         firstBlock_ = firstBlock_.value_or(block);
         blocksDiffer = blocksDiffer || block.samplesDivisor != firstBlock_->samplesDivisor ||
                        block.content != firstBlock_->content || block.rate != firstBlock_->rate;
     }
+    if (kBlockStarts.contains(record.code)) {
+        noteStart(offset);
+    }
     if (!endsBlock && state_.block.samplesOpen) {
         waiting_.push_back(static_cast<uint32_t>(events.size() - 1));
     }
+}
+
+void RecordWalk::noteStart(int64_t offset) {
+    const ParsedRecord stated = recordAt(offset);
+    starts.push_back({.offset = offset,
+                      .length = static_cast<uint32_t>(stated.length),
+                      .block = state_.blocks,
+                      .code = stated.code,
+                      .time = stated.start,
+                      .rate = stated.end,
+                      .gazeDivisor = stated.gazeDivisor,
+                      .velocityDivisor = stated.velocityDivisor,
+                      .content = stated.status,
+                      .rateShown = state_.block.statedRate,
+                      .contentShown = state_.block.content,
+                      .reference = before_ ? before_->block.reference : 0});
 }
 
 } // namespace trk

@@ -5,11 +5,13 @@
 #include "io/byte_view.h"
 #include "salvage/record_parser.h"
 #include "salvage/sample_clock.h"
+#include "salvage/start_reader.h"
 #include "salvage/survey.h"
 
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -20,9 +22,12 @@ struct BlockContext {
     bool samplesOpen = false;
     bool eventsOpen = false;
     bool timed = false;          // `reference` is known
+    unsigned startedBy = 0;      // code of the last record when it was a start, else 0
+    bool settled = false;        // and one whose time and rate its twin must have too
     uint16_t content = 0;        // flags of its samples
     uint16_t samplesDivisor = 0; // of gaze
     double rate = 250;           // samples per second
+    uint32_t statedRate = 0;     // the same as the start states it, 16.16 fixed point; 0 when it does not
     uint32_t sampleTime = 0;     // of the last sample, as a reader has it who reads straight on, ms
     uint32_t reference = 0;      // about the time of the last record, ms
 };
@@ -59,11 +64,37 @@ struct SeenEvent {
     bool hasStart = false;
 };
 
+// A start of samples or of events.
+struct SeenStart {
+    int64_t offset = 0;
+    uint32_t length = 0;
+    uint32_t block = 0; // number of the block of samples in which, or before which, it stands
+    unsigned code = 0;
+    // As it states them; 0 for what it does not.
+    uint32_t time = 0;
+    uint32_t rate = 0; // 16.16 fixed point
+    uint16_t gazeDivisor = 0;
+    uint16_t velocityDivisor = 0;
+    uint16_t content = 0;
+    // As what stands behind it shows them.
+    uint32_t rateShown = 0;
+    uint16_t contentShown = 0;
+    uint32_t reference = 0; // time of the record before, ms
+};
+
 class RecordWalk {
   public:
-    RecordWalk(InputStream &stream, const SurveyOptions &options) : view_(stream), options_(options) {}
+    RecordWalk(InputStream &stream, const SurveyOptions &options)
+        : view_(stream), starts_(view_), options_(options) {}
 
     void run();
+
+    [[nodiscard]] bool ratesAreFixed() const { return options_.fileRevision == 0; }
+    // A record that the walk has taken, as it stands.
+    [[nodiscard]] ParsedRecord recordAt(int64_t offset) { return parseRecord(view_.at(offset, kLongestRecord)); }
+    [[nodiscard]] std::span<const uint8_t> bytesAt(int64_t offset, std::size_t count) {
+        return view_.at(offset, count).first(count);
+    }
 
     // What it found. Cuts are stretches to be left out, in order; some damages have none.
     struct Cut {
@@ -74,6 +105,7 @@ class RecordWalk {
     std::vector<Cut> cuts;
     std::vector<SampleRun> runs;
     std::vector<SeenEvent> events;
+    std::vector<SeenStart> starts;
     int64_t end = 0;           // of the stream
     bool blocksDiffer = false; // in what their samples are decoded by
 
@@ -88,14 +120,15 @@ class RecordWalk {
         std::size_t runs = 0;
         std::optional<SampleRun> lastRun;
         std::size_t events = 0;
+        std::size_t starts = 0;
         std::size_t firstWaiting = 0; // event that waits for its sample
     };
 
-    [[nodiscard]] ParsedRecord recordAt(int64_t offset) { return parseRecord(view_.at(offset, kLongestRecord)); }
+    [[nodiscard]] ParsedRecord settledAt(int64_t offset, const BlockContext &block);
     [[nodiscard]] const LostRange *lostIn(int64_t begin, int64_t until) const;
     [[nodiscard]] bool tearsAt(int64_t begin, int64_t until) const;
+    static bool boundaryFits(const ParsedRecord &record, const BlockContext &block);
     static Verdict judge(const ParsedRecord &record, const BlockContext &block);
-    static bool sampleFits(uint16_t tag, uint16_t content);
     bool makesSense(int64_t offset, BlockContext block, bool afterLoss);
     [[nodiscard]] bool isKnownForm(const ParsedRecord &record) const;
     static int beliefIn(const ParsedRecord &record, const BlockContext &block, bool first);
@@ -105,6 +138,7 @@ class RecordWalk {
     void take(int64_t offset, const ParsedRecord &record);
     void takeSample(int64_t offset, const ParsedRecord &record);
     void takeEvent(int64_t offset, const ParsedRecord &record);
+    void noteStart(int64_t offset);
     void checkBlock(int64_t offset, const ParsedRecord &record);
     void takeBack();
     bool passOver(int64_t offset, const ParsedRecord &record);
@@ -114,6 +148,7 @@ class RecordWalk {
     void finish();
 
     ByteView view_;
+    StartReader starts_;
     SurveyOptions options_;
     int64_t at_ = 0;
     State state_;

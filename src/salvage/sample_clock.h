@@ -44,6 +44,9 @@ class SampleClock {
         return origin_ + static_cast<uint32_t>(static_cast<int64_t>(std::floor(middle)));
     }
 
+    // Whether the sample before the first one would have had the same time.
+    [[nodiscard]] bool startsLate() const { return period_ > 0 && lowest_ - period_ > -kTolerance; }
+
     [[nodiscard]] double period() const { return period_; }
 
   private:

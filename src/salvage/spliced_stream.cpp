@@ -21,7 +21,10 @@ SplicedStream::SplicedStream(std::unique_ptr<InputStream> source, const std::vec
     : source_(std::move(source)) {
     for (const KeptPiece &piece : pieces) {
         Part part{.offset = size_, .begin = piece.begin, .end = piece.end, .sourceBegin = piece.begin};
-        if (piece.restamp) {
+        if (!piece.instead.empty()) {
+            part.made = piece.instead;
+            part.begin = piece.end;
+        } else if (piece.restamp) {
             source_->seek(piece.begin);
             std::array<uint8_t, kTag> bytes{};
             source_->getRawData(bytes.data(), kTag);

@@ -10,8 +10,8 @@
 
 namespace trk {
 
-// Readers of it see a sound recording: stretches that were left out are not there, and a sample whose time its
-// predecessors no longer tell carries it in full.
+// Readers of it see a sound recording: stretches that were left out are not there, a sample whose time its
+// predecessors no longer tell carries it in full, and a start of a block states what its block shows.
 class SplicedStream final : public InputStream {
   public:
     SplicedStream(std::unique_ptr<InputStream> source, const std::vector<KeptPiece> &pieces);

@@ -34,8 +34,9 @@ struct Damage {
 struct KeptPiece {
     int64_t begin;
     int64_t end;
-    bool restamp = false; // it begins with a sample, whose time is `time`
-    uint32_t time = 0;    // ms
+    bool restamp = false;           // it begins with a sample, whose time is `time`
+    uint32_t time = 0;              // ms
+    std::vector<uint8_t> instead{}; // unless empty, what is to stand in place of it
 };
 
 struct Survey {

@@ -22,6 +22,9 @@ constexpr std::size_t kStrictCount = 20;
 constexpr int kLeastVotes = 2;
 constexpr double kLeastShare = 0.75;
 
+// Of events that agree on other times than those of the records before, so many are no accident.
+constexpr std::size_t kVotesBehindBreak = 3;
+
 // A run that was broken by lost bytes, but not of so many more than its records took.
 constexpr int64_t kFewBytes = 8;
 
@@ -34,13 +37,14 @@ int64_t TimeJudge::distanceOf(const SeenEvent &event) {
     return static_cast<int64_t>(event.sampleKey) - static_cast<int64_t>(TimeKey::of(event.time));
 }
 
-TimeJudge::TimeJudge(const RecordWalk &walk) : walk_(walk), verdicts_(walk.runs.size()) {
+TimeJudge::TimeJudge(const RecordWalk &walk, const OpeningJudge &openings)
+    : walk_(walk), openings_(openings), knownBefore_(walk.runs.size()), verdicts_(walk.runs.size()) {
     learn();
     std::vector<std::vector<Vote>> votes(walk.runs.size());
     for (const SeenEvent &event : walk.events) {
         const Tie &tie = ties_[kindOf(event)];
         if (event.run != SeenEvent::kNoRun && tie.isReliable()) {
-            votes[event.run].push_back({distanceOf(event), &tie});
+            votes[event.run].push_back({distanceOf(event), &tie, event.offset});
         }
     }
     for (std::size_t number = 0; number < verdicts_.size(); ++number) {
@@ -104,17 +108,36 @@ void TimeJudge::learn() {
     }
 }
 
-std::optional<std::size_t> TimeJudge::lastKnownBefore(std::size_t number) const {
+// Goes from one unknown run to what was the last known one before it, which may have become unknown since.
+void TimeJudge::noteKnownBefore(std::size_t number) {
     const uint32_t block = walk_.runs[number].block;
-    while (number-- > 0 && walk_.runs[number].block == block) {
-        if (verdicts_[number].known) {
-            return number;
-        }
+    std::size_t before = number;
+    while (before > 0 && walk_.runs[before - 1].block == block && !verdicts_[before - 1].known) {
+        before = knownBefore_[before - 1];
     }
-    return std::nullopt;
+    knownBefore_[number] = before > 0 && walk_.runs[before - 1].block == block ? before : 0;
+}
+
+// The last known sample of the block; where none is, its start, if first samples are known to lie there.
+std::optional<TimeJudge::Anchor> TimeJudge::anchorOf(std::size_t number) const {
+    const SampleRun &run = walk_.runs[number];
+    if (const std::size_t before = knownBefore_[number]) {
+        const SampleRun &known = walk_.runs[before - 1];
+        const int64_t shift = verdicts_[before - 1].shift;
+        return Anchor{known.clock, static_cast<int64_t>(known.lastKey) + shift, shift, 1, before == number};
+    }
+    const std::optional<uint32_t> start = openings_.firstSampleAt(run.block);
+    const double keys = run.clock.period() * static_cast<double>(TimeKey::kPerMillisecond);
+    if (!start || keys <= 0 || keys != std::floor(keys)) {
+        return std::nullopt;
+    }
+    Anchor anchor{.key = static_cast<int64_t>(TimeKey::of(*start)), .isNext = run.firstOfBlock};
+    anchor.clock.start(run.clock.period(), *start);
+    return anchor;
 }
 
 void TimeJudge::judgeRun(std::size_t number, const std::vector<Vote> &votes) {
+    noteKnownBefore(number);
     Verdict &verdict = verdicts_[number];
     const SampleRun &run = walk_.runs[number];
     const bool hangsOnUnknown =
@@ -129,22 +152,19 @@ void TimeJudge::judgeRun(std::size_t number, const std::vector<Vote> &votes) {
 // Records are missing before the run: by how many samples it lies behind the last known one.
 void TimeJudge::judgeBroken(std::size_t number, const std::vector<Vote> &votes, Verdict &verdict) {
     const SampleRun &run = walk_.runs[number];
-    const std::optional<std::size_t> before = lastKnownBefore(number);
+    const std::optional<Anchor> anchor = anchorOf(number);
     const double period = run.clock.period();
-    if (!before || period <= 0) {
+    if (!anchor || period <= 0) {
         return;
     }
-    const SampleRun &known = walk_.runs[*before];
-    const int64_t knownShift = verdicts_[*before].shift;
     const double keysPerSample = period * static_cast<double>(TimeKey::kPerMillisecond);
-    const int64_t origin = static_cast<int64_t>(known.lastKey) + knownShift;
     std::map<int64_t, int> counts; // by the number of samples
-    for (const auto &[distance, tie] : votes) {
+    for (const auto &[distance, tie, offset] : votes) {
         // The smallest shift that the tie allows; the grid of samples has one place in its width.
         const int64_t shift = tie->lowest - distance;
-        const int64_t firstKey = static_cast<int64_t>(run.firstKey) + shift;
+        const int64_t firstKey = static_cast<int64_t>(run.firstKey) + (run.clock.startsLate() ? 1 : 0) + shift;
         const auto steps =
-            static_cast<int64_t>(std::ceil(static_cast<double>(firstKey - origin) / keysPerSample - 1e-6));
+            static_cast<int64_t>(std::ceil(static_cast<double>(firstKey - anchor->key) / keysPerSample - 1e-6));
         ++counts[steps];
     }
     if (counts.empty()) {
@@ -154,25 +174,51 @@ void TimeJudge::judgeBroken(std::size_t number, const std::vector<Vote> &votes, 
     int support = best->second;
     const int64_t size = std::max(run.sampleSize, 1U);
     const int64_t records = (run.lostBytes + size / 2) / size;
-    if (*before + 1 == number && std::abs(run.lostBytes - records * size) <= kFewBytes) {
-        support += records + 1 == best->first ? 1 : 0;
+    if (anchor->isNext && std::abs(run.lostBytes - records * size) <= kFewBytes) {
+        support += records + anchor->behind == best->first ? 1 : 0;
     }
     // More time than the lost bytes can have held: a block may have ended there, and another started, whose
     // samples are to be decoded in another way.
-    if (walk_.blocksDiffer && best->first > records + 1) {
+    if (walk_.blocksDiffer && best->first > records + anchor->behind) {
         return;
     }
     const bool agreed = support >= kLeastVotes && best->second >= kLeastShare * static_cast<double>(votes.size());
-    if (!agreed || best->first < 1) {
+    if (!agreed || best->first < anchor->behind) {
         return;
     }
-    const int64_t shiftedTime = static_cast<int64_t>(known.clock.timeAfter(best->first)) +
-                                knownShift / static_cast<int64_t>(TimeKey::kPerMillisecond);
+    const int64_t shiftedTime = static_cast<int64_t>(anchor->clock.timeAfter(best->first)) +
+                                anchor->shift / static_cast<int64_t>(TimeKey::kPerMillisecond);
     verdict.known = true;
     verdict.confirmed = support;
     verdict.shift = 2 * shiftedTime - static_cast<int64_t>(TimeKey::of(TimeKey::time(run.firstKey)));
     // Of two samples in one millisecond, the second one alone would pass for the first.
-    verdict.skipFirst = known.clock.timeAfter(best->first - 1) == known.clock.timeAfter(best->first);
+    verdict.skipFirst = run.clock.startsLate();
+}
+
+// Records may be missing within a run where what is left happens to fit together: from some event on none confirms
+// the times any more, and all agree on others.
+bool TimeJudge::findHiddenBreak(const std::vector<Vote> &votes, Verdict &verdict) {
+    const auto holds = [&](const Vote &vote) { return vote.tie->holds(vote.distance + verdict.shift); };
+    const auto last = std::find_if(votes.rbegin(), votes.rend(), holds);
+    const auto behind = static_cast<std::size_t>(last - votes.rbegin());
+    if (last == votes.rend() || behind < kVotesBehindBreak) {
+        return false;
+    }
+    auto lowest = static_cast<double>(votes.back().tie->lowest - votes.back().distance);
+    double highest = lowest + votes.back().tie->width;
+    bool oneKind = true;
+    for (auto vote = votes.rbegin(); vote != last; ++vote) {
+        const auto shift = static_cast<double>(vote->tie->lowest - vote->distance);
+        lowest = std::max(lowest, shift);
+        highest = std::min(highest, shift + vote->tie->width);
+        oneKind = oneKind && vote->tie == votes.back().tie;
+    }
+    if (lowest >= highest || oneKind) {
+        return false;
+    }
+    verdict.known = false;
+    verdict.trustedUntil = last->offset;
+    return true;
 }
 
 // Nothing is missing before the run: unless most of what confirms its times says otherwise, they are as read.
@@ -181,8 +227,11 @@ void TimeJudge::judgeWhole(std::size_t number, const std::vector<Vote> &votes, V
     const bool chained = !run.fullTime && number > 0 && walk_.runs[number - 1].block == run.block;
     verdict.known = !chained || verdicts_[number - 1].known;
     verdict.shift = chained ? verdicts_[number - 1].shift : 0;
+    if (findHiddenBreak(votes, verdict)) {
+        return;
+    }
     std::map<int64_t, int> others;
-    for (const auto &[distance, tie] : votes) {
+    for (const auto &[distance, tie, offset] : votes) {
         if (tie->holds(distance + verdict.shift)) {
             ++verdict.confirmed;
         } else {
@@ -202,12 +251,17 @@ void TimeJudge::judgeWhole(std::size_t number, const std::vector<Vote> &votes, V
     verdict.known = best->second >= kLeastShare * static_cast<double>(votes.size()) &&
                     votes.front().tie->width <= static_cast<double>(TimeKey::kPerMillisecond);
     verdict.shift = best->first;
+    if (!verdict.known) {
+        // The events leave more than one place; the samples before leave one of these.
+        noteKnownBefore(number);
+        judgeBroken(number, votes, verdict);
+    }
 }
 
 // What made the times of a run wrong may lie before other runs, which nothing confirms.
 void TimeJudge::doubtBefore(std::size_t number) {
     while (number > 0 && !walk_.runs[number].fullTime && verdicts_[number - 1].confirmed == 0 &&
-           walk_.runs[number - 1].block == walk_.runs[number].block) {
+           verdicts_[number - 1].known && walk_.runs[number - 1].block == walk_.runs[number].block) {
         verdicts_[--number].known = false;
     }
 }

@@ -1,6 +1,7 @@
 // Decides on the times of samples that follow a break, by what confirms them.
 #pragma once
 
+#include "salvage/opening_judge.h"
 #include "salvage/record_walk.h"
 
 #include <array>
@@ -15,14 +16,15 @@ namespace trk {
 // recording, tells the time of the samples behind a break.
 class TimeJudge {
   public:
-    explicit TimeJudge(const RecordWalk &walk);
+    TimeJudge(const RecordWalk &walk, const OpeningJudge &openings);
 
     struct Verdict {
-        bool known = false;     // the times of the run's samples are
-        bool wrong = false;     // a reader who reads straight on has them wrong, although no record is missing
-        int confirmed = 0;      // events that the times agree with
-        int64_t shift = 0;      // to be added to the keys that such a reader has
-        bool skipFirst = false; // the first sample shares its time with one that is lost
+        bool known = false;       // the times of the run's samples are
+        bool wrong = false;       // a reader who reads straight on has them wrong, although no record is missing
+        int confirmed = 0;        // events that the times agree with
+        int64_t shift = 0;        // to be added to the keys that such a reader has
+        int64_t trustedUntil = 0; // of the unknown ones, those before this offset are as read
+        bool skipFirst = false;   // the first sample shares its time with one that is lost
     };
     [[nodiscard]] const std::vector<Verdict> &runs() const { return verdicts_; }
 
@@ -47,6 +49,7 @@ class TimeJudge {
     struct Vote {
         int64_t distance; // as a reader has it who reads straight on
         const Tie *tie;
+        int64_t offset; // of the event
     };
 
     [[nodiscard]] static std::size_t kindOf(const SeenEvent &event) { return event.code * 2U + event.eye; }
@@ -57,9 +60,22 @@ class TimeJudge {
     void judgeBroken(std::size_t number, const std::vector<Vote> &votes, Verdict &verdict);
     void judgeWhole(std::size_t number, const std::vector<Vote> &votes, Verdict &verdict);
     void doubtBefore(std::size_t number);
-    [[nodiscard]] std::optional<std::size_t> lastKnownBefore(std::size_t number) const;
+    static bool findHiddenBreak(const std::vector<Vote> &votes, Verdict &verdict);
+    void noteKnownBefore(std::size_t number);
+
+    // What the samples of a run are counted from.
+    struct Anchor {
+        SampleClock clock;  // at the sample before
+        int64_t key = 0;    // of that sample
+        int64_t shift = 0;  // of the run that it ends
+        int64_t behind = 0; // by so many samples the run would follow if no bytes were lost
+        bool isNext = true; // nothing but the lost bytes lies between
+    };
+    [[nodiscard]] std::optional<Anchor> anchorOf(std::size_t number) const;
 
     const RecordWalk &walk_;
+    const OpeningJudge &openings_;
+    std::vector<std::size_t> knownBefore_; // for each run, one more than the last known run before it in its block
     std::array<Tie, kKinds> ties_;
     std::vector<Verdict> verdicts_;
 };

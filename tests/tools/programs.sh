@@ -1,7 +1,7 @@
 #!/bin/bash
-# Runs trk as a user does: programs.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH
+# Runs the programs as a user does: programs.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH QUALITY
 set -euo pipefail
-trk=$1 make_example=$2 scratch=$3
+trk=$1 make_example=$2 scratch=$3 quality=$4
 rm -rf "$scratch"
 mkdir -p "$scratch"
 cd "$scratch"
@@ -270,3 +270,19 @@ done
 # A reader that has seen enough is no failure.
 "$trk" dump plain.trk 2>err | head -n 1 >out && [ ! -s err ] || fail "closed pipe"
 cmp out <(head -n 1 plain.txt) || fail "header line through a pipe"
+
+# ---- The example program quality ----
+
+"$quality" hand.trk >quality.txt || fail "a repaired recording: status $?"
+has quality.txt '^repaired: 1 gaps of 2 samples were filled$'
+has quality.txt '^trial 1: left gaze missing in 50\.00 % of 6 samples$'
+"$quality" compressed.trk >quality.txt || fail "the example recording: status $?"
+[ "$(grep -c '^trial [0-9]*: left gaze missing in [0-9.]* % of [0-9]* samples, right ' quality.txt)" = 12 ] ||
+    fail "quality of the example: $(cat quality.txt)"
+{ head -c 20000 plain.trk && tail -c +20101 plain.trk; } >torn.trk
+status=0
+"$quality" torn.trk >quality.txt || status=$?
+[ "$status" -eq 1 ] || fail "quality of a damaged recording: status $status"
+has quality.txt '^damage at byte [0-9]+, [0-9]+ bytes long, behind [0-9]+ ms: [a-z ]+$'
+refuses 3 '^quality: none.trk cannot be read: No such file' "$quality" none.trk
+refuses 2 '^usage: quality FILE$' "$quality"
