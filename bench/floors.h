@@ -22,7 +22,7 @@ std::vector<FloorItem> walkRecords(std::string_view records);
 // Decodes one batch of samples from the start of `records`. Returns a sum that depends on all of them.
 double decodeBatch(std::string_view records, int samples);
 
-// Inflates a zlib stream into an anonymous temporary file, or to nowhere; returns its size.
-std::size_t inflateOnly(std::string_view compressed, bool toFile);
+// Inflates a zlib stream with zlib to nowhere; returns its size.
+std::size_t inflateToNowhere(std::string_view compressed);
 
 } // namespace trk_bench

@@ -16,6 +16,8 @@ namespace raw = trkwriter::raw;
 using raw::Bytes;
 using raw::RecordingWriter;
 
+using namespace std::string_literals;
+
 namespace {
 
 // Second byte of an input: events (2 bits), samples, fixed resolution, container (2 bits), source of the preamble.
@@ -142,6 +144,18 @@ void saveRecipes(Seeds &seeds, const RecordingWriter &rich) {
     }
 }
 
+// First the choices, see the target.
+void saveStreams(Seeds &seeds, const RecordingWriter &rich) {
+    using namespace std::string_view_literals;
+    seeds.save("inflation", "\0"s + raw::deflated(rich.records()));
+    seeds.save("inflation", "\0"s + raw::deflated(Bytes(60000, 'x')));
+    for (const std::string_view damages :
+         {"\x02\x00"sv, "\x03\x01\x90\x00\x04"sv, "\x07\x02\x30\x01\x80\x60\x02\x01"sv, "\x06\x01\x00\x02\x00"sv,
+          "\x07\x01\x00\x02\x00"sv, "\x02\x01\xFF\xFF\x01"sv}) {
+        seeds.save("inflation", Bytes(damages) + rich.records());
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -153,6 +167,7 @@ int main(int argc, char **argv) {
         saveScripts(seeds, rich);
         saveLogs(seeds, rich);
         saveRecipes(seeds, rich);
+        saveStreams(seeds, rich);
         return 0;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "%s\n", error.what());

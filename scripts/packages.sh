@@ -3,7 +3,7 @@
 # without a question. Does not touch apt when nothing is missing.
 . scripts/steps.sh
 
-build_packages=(g++ cmake ninja-build zlib1g-dev libcli11-dev nlohmann-json3-dev)
+build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev)
 sanitizer_packages=(clang libclang-rt-14-dev)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3)
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)

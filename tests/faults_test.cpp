@@ -202,8 +202,8 @@ TEST(Faults, BoundsEndTheScan) {
     const Bytes inflating = deflated(Bytes(100000, '\0'));
     for (const int64_t largest : {100000, 99999}) {
         MemoryStream source(inflating);
-        const trk::FilePointer file(std::tmpfile());
-        EXPECT_EQ(inflateTo(file.get(), source, {.largest = largest}).end,
+        trk::InflatedData data(1 << 20, [] { return trk::FilePointer(std::tmpfile()); });
+        EXPECT_EQ(inflateTo(data, source, {.largest = largest}).end,
                   largest == 100000 ? trk::InflationEnd::Done : trk::InflationEnd::TooLarge);
     }
 }

@@ -703,8 +703,9 @@ typedef struct TRK_OPEN_OPTIONS {
     const char *message_log; /* file merged with TRK_EVENTS_MESSAGE_LOG; one that cannot be read is a
                                 TRK_ERROR_FILE. Default null: the usual name beside the recording; the name of
                                 trk_set_extra_message_file does not count here */
-    const char *temporary_folder; /* where a compressed recording is inflated. Default null: that of the
-                                     environment variable TMPDIR, else the system's */
+    const char *temporary_folder; /* where a compressed recording is inflated when it takes more than 64 MiB; one
+                                     that takes less stays in memory and needs no file. Default null: that of
+                                     the environment variable TMPDIR, else the system's */
     TRK_LOG_TO log;          /* receives the recording's diagnostic lines. Default null: nobody does */
     void *user;              /* handed to `log` */
 } TRK_OPEN_OPTIONS;

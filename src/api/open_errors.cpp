@@ -100,7 +100,7 @@ void describeTemporaryFile(const char *path, const TRK_OPEN_OPTIONS &options, in
             "the temporary folder %s is full: about %.0f MB are needed to inflate %s, %.0f MB are free; make room "
             "or choose another folder (TMPDIR)",
             folder.c_str(), megabytes(static_cast<int64_t>(needed)), nameIn(path),
-            megabytes(std::max<int64_t>(freeBytesIn(folder) + inflated, 0)));
+            megabytes(std::max<int64_t>(freeBytesIn(folder), 0)));
     } else {
         say(error, TRK_ERROR_TEMPORARY_FILE, "%s cannot be inflated in the temporary folder %s: %s%s",
             nameIn(path), folder.c_str(), std::strerror(systemError), adviceFor(systemError));

@@ -39,6 +39,12 @@ MessageLog openMessageLog(const OpenRequest &request, OpenProgress &progress) {
     return log;
 }
 
+// What is larger than that when it is compressed needs a file in any case: data that cannot be compressed take
+// nine bits a byte at most.
+int64_t mostInMemory(const OpenRequest &request, int64_t compressedSize) {
+    return compressedSize > request.mostInMemory / 8 * 9 ? 0 : request.mostInMemory;
+}
+
 // A stream that inflates no further is no failure here: the scan then finds what could be inflated. But at the
 // second door what the surroundings are to blame for is told from damage.
 void checkInflation(const Inflation &inflation, const OpenRequest &request) {
@@ -111,6 +117,7 @@ OpenRequest::OpenRequest(const char *pathName, const TRK_OPEN_OPTIONS &options)
     salvage = (options.flags & TRK_OPEN_SALVAGE) != 0;
     tolerant = tolerant || salvage;
     quiet = true;
+    mostInMemory = kMostInflatedInMemory;
     log = {options.log, options.user};
     messageLog = options.message_log != nullptr ? options.message_log : "";
     temporaryFolder = options.temporary_folder != nullptr ? options.temporary_folder : defaultTemporaryFolder();
@@ -125,11 +132,11 @@ std::unique_ptr<TRKFile> openRecording(const OpenRequest &request, OpenProgress 
     parts.compressed = readMagicLine(*parts.stream) == ContainerVariant::Compressed;
     parts.preamble = readPreamble(*parts.stream);
     if (parts.compressed) {
-        FilePointer temporary = openTemporaryFile(request.temporaryFolder);
-        parts.inflation = progress.inflation =
-            inflateTo(temporary.get(), *parts.stream, {.resume = request.salvage});
+        InflatedData inflated(mostInMemory(request, progress.size - parts.stream->sourcePosition()),
+                              [&request] { return openTemporaryFile(request.temporaryFolder); });
+        parts.inflation = progress.inflation = inflateTo(inflated, *parts.stream, {.resume = request.salvage});
         checkInflation(parts.inflation, request);
-        parts.stream = std::make_unique<FileInputStream>(std::move(temporary));
+        parts.stream = std::move(inflated).read();
     }
     parts.recordsBegin = parts.stream->position();
     if (request.salvage) {

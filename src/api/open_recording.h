@@ -35,6 +35,7 @@ struct OpenRequest {
     LogReceiver log{};             // when it is
     std::string messageLog{};      // file name; empty: the usual one
     std::string temporaryFolder{}; // empty: the system's way to make a temporary file
+    int64_t mostInMemory = 0;      // bytes of a compressed recording that need no temporary file
     StreamOpener openStream;       // of the recording file; tests put streams of their own here
 };
 

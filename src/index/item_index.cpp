@@ -1,5 +1,6 @@
 #include "index/item_index.h"
 
+#include "base/large_pages.h"
 #include "base/numeric.h"
 #include "index/item_order.h"
 
@@ -17,6 +18,7 @@ constexpr std::size_t kFirstCapacity = 4096;
 constexpr std::size_t kInsertionRun = 16;
 constexpr double kRoomForDenserParts = 1.25;
 constexpr std::size_t kLargestGrowth = 16;
+constexpr std::size_t kManyItems = 300000; // a large page more or less does not count beside them
 
 // A stable merge sort for items that are nearly in order. It never leaves its bounds, whatever the rule says, and
 // moves an item only where the rule asks for it one way and not the other.
@@ -102,6 +104,9 @@ void ItemIndex::makeRoom(int64_t scanned, int64_t total, std::size_t most) {
     }
     try {
         items_.reserve(std::min(guess, most));
+        if (items_.capacity() >= kManyItems) {
+            useLargePages(items_.data(), items_.capacity() * sizeof(Item));
+        }
     } catch (const std::bad_alloc &) {
         items_.reserve(std::min(least, most));
     }

@@ -1,7 +1,11 @@
 #include "io/inflate.h"
 
+#include "io/fast_inflater.h"
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -12,11 +16,14 @@ namespace trk {
 namespace {
 
 constexpr int kChunk = 16384;
+static_assert(kChunk <= InflatedData::kLeastRoom);
 
 class Inflater {
   public:
-    Inflater(InputStream &source, std::FILE *destination, const InflationOptions &options)
-        : source_(source), destination_(destination), options_(options), ready_(inflateInit(&stream_) == Z_OK) {}
+    // Takes the source to end behind `most` bytes.
+    Inflater(InputStream &source, int64_t most, InflatedData &destination, const InflationOptions &options)
+        : source_(source), most_(most), destination_(destination), options_(options),
+          ready_(inflateInit(&stream_) == Z_OK) {}
     ~Inflater() {
         if (ready_) {
             inflateEnd(&stream_);
@@ -28,6 +35,9 @@ class Inflater {
     Inflation run() {
         result_.resumes = options_.resume;
         result_.end = ready_ ? inflateAll() : InflationEnd::NoMemory;
+        if (result_.end != InflationEnd::DestinationFailed && !destination_.finish()) {
+            result_.end = failedToWrite();
+        }
         return std::move(result_);
     }
 
@@ -38,7 +48,8 @@ class Inflater {
             if (stream_.avail_in == 0 && drained && !fill()) {
                 return readEnd_;
             }
-            stream_.next_out = output_.data();
+            // Always as much, whatever room there is: a damage takes with it what it came in one go with.
+            stream_.next_out = destination_.room().data();
             stream_.avail_out = kChunk;
             const int status = inflate(&stream_, options_.resume ? Z_BLOCK : Z_NO_FLUSH);
             if (const std::optional<InflationEnd> end = take(status)) {
@@ -70,11 +81,12 @@ class Inflater {
 
     // The next chunk of input.
     bool fill() {
-        const int size = source_.getRawData(input_.data(), kChunk);
+        const auto wanted = static_cast<int>(std::min<int64_t>(kChunk, most_ - result_.consumed));
+        const int size = source_.getRawData(input_.data(), wanted);
         stream_.next_in = input_.data();
         stream_.avail_in = static_cast<uInt>(size);
         result_.consumed += size;
-        if (size < kChunk && source_.readFailed()) {
+        if (size < wanted && source_.readFailed()) {
             result_.systemError = source_.systemError();
             readEnd_ = InflationEnd::SourceFailed;
             return false;
@@ -87,13 +99,13 @@ class Inflater {
         if (result_.inflated + static_cast<int64_t>(produced) > options_.largest) {
             return InflationEnd::TooLarge;
         }
-        const std::size_t written = std::fwrite(output_.data(), 1, produced, destination_);
-        result_.inflated += static_cast<int64_t>(written);
-        if (written != produced) {
-            result_.systemError = errno;
-            return InflationEnd::DestinationFailed;
-        }
-        return InflationEnd::Done;
+        result_.inflated += static_cast<int64_t>(produced);
+        return destination_.add(produced) ? InflationEnd::Done : failedToWrite();
+    }
+
+    InflationEnd failedToWrite() {
+        result_.systemError = errno;
+        return InflationEnd::DestinationFailed;
     }
 
     [[nodiscard]] InflationEnd damageOf(int status) const {
@@ -127,20 +139,39 @@ class Inflater {
     }
 
     InputStream &source_;
-    std::FILE *destination_;
+    int64_t most_;
+    InflatedData &destination_;
     InflationOptions options_;
     z_stream stream_{};
     bool ready_;
     InflationEnd readEnd_ = InflationEnd::Damaged; // when nothing is left to read
     Inflation result_;
     std::array<Bytef, kChunk> input_;
-    std::array<Bytef, kChunk> output_;
 };
 
 } // namespace
 
-Inflation inflateTo(std::FILE *destination, InputStream &source, const InflationOptions &options) {
-    return Inflater(source, destination, options).run();
+Inflation inflateTo(InflatedData &destination, InputStream &source, const InflationOptions &options) {
+    int64_t most = std::numeric_limits<int64_t>::max();
+#if TRKAPI_WITH_ISAL
+    if (options.fast) {
+        const int64_t begin = source.sourcePosition();
+        FastInflation fast = inflateFast(destination, source, options);
+        if (fast.result) {
+            fast.result->resumes = options.resume;
+            return std::move(*fast.result);
+        }
+        // Where it ended is where it ends, though it may say otherwise when it is asked again.
+        most = fast.ended.value_or(most);
+        if (source.seek(begin) != 0) {
+            return {.end = InflationEnd::SourceFailed, .systemError = errno};
+        }
+        if (!destination.clear()) {
+            return {.end = InflationEnd::DestinationFailed, .systemError = errno};
+        }
+    }
+#endif
+    return Inflater(source, most, destination, options).run();
 }
 
 } // namespace trk

@@ -1,10 +1,10 @@
 // Inflation of the compressed container variant.
 #pragma once
 
+#include "io/inflated_data.h"
 #include "io/input_stream.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <vector>
 
 namespace trk {
@@ -26,7 +26,7 @@ enum class InflationEnd {
 struct Inflation {
     InflationEnd end = InflationEnd::Done;
     int64_t consumed = 0; // bytes of the source
-    int64_t inflated = 0; // bytes in the destination
+    int64_t inflated = 0; // bytes; a destination that failed has fewer
     int systemError = 0;  // errno of a failure to read or write
 
     // With `resume`, places in the destination: where bytes are missing, because what they were compressed to is
@@ -40,11 +40,14 @@ struct InflationOptions {
     int64_t largest = kLargestInflation; // bytes, at most
     // Go on behind a damage at the next place that the compressed data were flushed for it.
     bool resume = false;
+    // By the faster inflater first, where the library was built with one. What is damaged is inflated again by
+    // zlib, which decides alone what can be had of it.
+    bool fast = true;
 };
 
 // Inflates the rest of `source`, one zlib stream, into `destination`. What was inflated before an error stays in
 // the destination.
-[[nodiscard]] Inflation inflateTo(std::FILE *destination, InputStream &source,
+[[nodiscard]] Inflation inflateTo(InflatedData &destination, InputStream &source,
                                   const InflationOptions &options = {});
 
 } // namespace trk

@@ -18,22 +18,24 @@ constexpr std::size_t kBlockAfterJump = std::size_t{32} * 1024;
 } // namespace
 
 InputStream::InputStream(std::size_t windowSize)
-    : window_(windowSize), cursor_(window_.data()), windowEnd_(window_.data()), nextBlock_(windowSize) {}
+    : window_(windowSize), windowBegin_(window_.data()), windowEnd_(windowBegin_), cursor_(windowBegin_),
+      nextBlock_(windowSize) {}
 
 bool InputStream::refill() {
     if (sourceEnded_ || sourceFailed_) {
         return false;
     }
-    const std::ptrdiff_t read = readSource(window_.data(), nextBlock_);
+    const uint8_t *begin = nullptr;
+    const std::ptrdiff_t read = lendSource(begin, nextBlock_);
     sourceEnded_ = read == 0;
     sourceFailed_ = read < 0;
     systemError_ = sourceFailed_ ? errno : systemError_;
     if (read <= 0) {
         return false;
     }
-    windowOffset_ += windowEnd_ - window_.data();
-    cursor_ = window_.data();
-    windowEnd_ = cursor_ + read;
+    windowOffset_ += windowEnd_ - windowBegin_;
+    cursor_ = windowBegin_ = begin;
+    windowEnd_ = begin + read;
     nextBlock_ = std::min(2 * nextBlock_, window_.size());
     return true;
 }
@@ -56,19 +58,19 @@ int InputStream::getRawData(void *buffer, int count) {
 }
 
 int InputStream::seek(int64_t position) {
-    const int64_t windowSize = windowEnd_ - window_.data();
+    const int64_t windowSize = windowEnd_ - windowBegin_;
     const bool inWindow = position >= windowOffset_ && position - windowOffset_ <= windowSize;
     if (!inWindow) {
         if (position < 0 || !seekSource(position)) {
             positionSkew_ = position - sourcePosition();
             return -1;
         }
-        windowEnd_ = window_.data();
+        windowEnd_ = windowBegin_;
         windowOffset_ = position;
         nextBlock_ = std::min(kBlockAfterJump, window_.size());
         sourceEnded_ = sourceFailed_ = false;
     }
-    cursor_ = window_.data() + (position - windowOffset_);
+    cursor_ = windowBegin_ + (position - windowOffset_);
     positionSkew_ = 0;
     endOfFile_ = false;
     return 0;

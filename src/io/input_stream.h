@@ -35,6 +35,9 @@ class InputStream {
     // bytes in it was read as a text, and after a seek that failed.
     [[nodiscard]] int64_t position() const { return sourcePosition() + positionSkew_; }
 
+    // The source's, from its start: what a seek goes to.
+    [[nodiscard]] int64_t sourcePosition() const { return windowOffset_ + (cursor_ - windowBegin_); }
+
     [[nodiscard]] bool eof() const { return endOfFile_; }
 
     // Reads up to `count` bytes; returns the number read.
@@ -95,19 +98,25 @@ class InputStream {
     // Reads up to `size` bytes at the source's position; 0 at the end, -1 and errno on an error.
     virtual std::ptrdiff_t readSource(uint8_t *buffer, std::size_t size) = 0;
 
+    // The same, but the source may have `begin` point at bytes of its own, more than `size` of them too.
+    virtual std::ptrdiff_t lendSource(const uint8_t *&begin, std::size_t size) {
+        begin = window_.data();
+        return readSource(window_.data(), size);
+    }
+
     // Positions the source at an offset from its start. Returns whether that succeeded.
     virtual bool seekSource(int64_t offset) = 0;
 
   private:
-    [[nodiscard]] int64_t sourcePosition() const { return windowOffset_ + (cursor_ - window_.data()); }
     bool refill();
     uint8_t getByteAtWindowEnd();
     uint16_t getWordAtWindowEnd();
     uint32_t getIntAtWindowEnd();
 
     std::vector<uint8_t> window_;
-    const uint8_t *cursor_;    // next byte to deliver, in [window_.data(), windowEnd_]
-    const uint8_t *windowEnd_; // end of the valid bytes of the window
+    const uint8_t *windowBegin_; // the valid bytes of the window
+    const uint8_t *windowEnd_;
+    const uint8_t *cursor_;    // next byte to deliver, in [windowBegin_, windowEnd_]
     int64_t windowOffset_ = 0; // source offset of the window's first byte
     int64_t positionSkew_ = 0; // position() - sourcePosition()
     std::size_t nextBlock_;    // size of the next refill

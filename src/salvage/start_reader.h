@@ -1,7 +1,7 @@
 // Reads starts of recording blocks in the light of what stands behind them.
 #pragma once
 
-#include "salvage/byte_view.h"
+#include "io/byte_view.h"
 #include "salvage/record_parser.h"
 #include "trkapi/trkapi.h"
 

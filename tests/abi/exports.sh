@@ -17,7 +17,7 @@ diff <(echo "$mapped") <(echo "$exported") || differ "map file" "library"
 
 dynamic=$(objdump -p "$library" | awk '$1 == "SONAME" || $1 == "NEEDED" { print $1, $2 }')
 grep -qx "SONAME $soname" <<<"$dynamic" || { echo "no SONAME $soname" >&2; exit 1; }
-if grep NEEDED <<<"$dynamic" | grep -vE ' (libz|libstdc\+\+|libm|libgcc_s|libc|ld-linux.*)\.so\.'; then
-    echo "a run-time dependency beside zlib and the C++ run time" >&2
+if grep NEEDED <<<"$dynamic" | grep -vE ' (libz|libisal|libstdc\+\+|libm|libgcc_s|libc|ld-linux.*)\.so\.'; then
+    echo "a run-time dependency beside zlib, ISA-L and the C++ run time" >&2
     exit 1
 fi

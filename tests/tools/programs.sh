@@ -274,7 +274,7 @@ cmp out <(head -n 1 plain.txt) || fail "header line through a pipe"
 # ---- The example program quality ----
 
 "$quality" hand.trk >quality.txt || fail "a repaired recording: status $?"
-has quality.txt '^repaired: 1 gaps of 2 samples were filled$'
+has quality.txt '^repaired: gaps of 2 samples, filled: 1$'
 has quality.txt '^trial 1: left gaze missing in 50\.00 % of 6 samples$'
 "$quality" compressed.trk >quality.txt || fail "the example recording: status $?"
 [ "$(grep -c '^trial [0-9]*: left gaze missing in [0-9.]* % of [0-9]* samples, right ' quality.txt)" = 12 ] ||
