@@ -171,6 +171,66 @@ void batchFloor(benchmark::State &state, uint32_t durationMs, int rate) {
     countItems(state, 1);
 }
 
+// Through the public calls.
+std::unique_ptr<_TRKFILE, int (*)(_TRKFILE *)> openHandle(const Recording &from) {
+    TRK_OPEN_OPTIONS options = trk::defaultOptions();
+    options.flags = TRK_OPEN_CHECK_AND_FILL;
+    return {trk_open(from.path.c_str(), &options, nullptr), trk_close_file};
+}
+
+void readGaze(benchmark::State &state, uint32_t durationMs, int rate) {
+    const auto handle = openHandle(recording(durationMs, rate, false));
+    const int64_t samples = trk_count_items(handle.get(), 0, ~0U, REC_SAMPLE);
+    trk_bench::GazeColumns rows(static_cast<std::size_t>(samples));
+    std::vector<TRK_COLUMN> columns{{TRK_COLUMN_TIME, TRK_TYPE_UINT32, rows.time.data(), 0},
+                                    {TRK_COLUMN_FLAGS, TRK_TYPE_UINT16, rows.flags.data(), 0}};
+    for (int i = 0; i < 4; ++i) {
+        columns.push_back(
+            {TRK_COLUMN_GAZE_X_LEFT + i, TRK_TYPE_FLOAT, rows.gaze[static_cast<std::size_t>(i)].data(), 0});
+    }
+    for (int i = 0; i < 2; ++i) {
+        columns.push_back({TRK_COLUMN_PUPIL_SIZE_LEFT + i, TRK_TYPE_FLOAT,
+                           rows.pupilSize[static_cast<std::size_t>(i)].data(), 0});
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            trk_read_samples(handle.get(), 0, ~0U, columns.data(), columns.size(), samples, 0, nullptr));
+    }
+    countItems(state, static_cast<std::size_t>(samples));
+}
+
+void readGazeFloor(benchmark::State &state, uint32_t durationMs, int rate) {
+    const Recording &from = recording(durationMs, rate, false);
+    trk_bench::GazeColumns rows(openFile(from)->elementCount());
+    std::size_t count = 0;
+    for (auto _ : state) {
+        count = trk_bench::decodeColumns(from.body, rows);
+        benchmark::ClobberMemory();
+    }
+    countItems(state, count);
+}
+
+// All columns, into an array that is used again and again: a two-hour recording has gigabytes of them.
+void readAll(benchmark::State &state, uint32_t durationMs, int rate) {
+    constexpr int64_t kRows = 65536;
+    const auto handle = openHandle(recording(durationMs, rate, false));
+    std::vector<std::vector<double>> values;
+    std::vector<TRK_COLUMN> columns;
+    TRK_COLUMN_DESCRIPTION column;
+    for (int id = 1; trk_describe_column(id, &column) == 0; ++id) {
+        values.emplace_back(kRows);
+        columns.push_back({id, column.type, values.back().data(), 0});
+    }
+    for (auto _ : state) {
+        TRK_ERROR error;
+        for (unsigned item = 0;
+             trk_read_samples(handle.get(), item, ~0U, columns.data(), columns.size(), kRows, 0, &error) > 0;) {
+            item = static_cast<unsigned>(error.item);
+        }
+    }
+    countItems(state, trk_get_element_count(handle.get()));
+}
+
 // Resident memory of the process in bytes.
 double residentMemory() {
     std::ifstream file("/proc/self/statm");
@@ -209,6 +269,10 @@ void registerAll(uint32_t durationMs, const std::string &length) {
         add("walk", walkWithFetches, false);
         add("walk_compressed", walkWithFetches, true);
         add("walk_floor", walkFloor);
+        add("read_gaze", readGaze);
+        add("read_gaze_floor", readGazeFloor);
+        add("read_all", readAll);
+        add("read_all_floor", walkWithFetches, false);
         add("random_fetch", randomFetch);
         add("random_fetch_floor", batchFloor);
     }

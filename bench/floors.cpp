@@ -165,6 +165,54 @@ double decodeBatch(std::string_view records, int samples) {
     return sum;
 }
 
+GazeColumns::GazeColumns(std::size_t rows) : time(rows), flags(rows) {
+    for (auto &column : gaze) {
+        column.resize(rows);
+    }
+    for (auto &column : pupilSize) {
+        column.resize(rows);
+    }
+}
+
+std::size_t decodeColumns(std::string_view records, GazeColumns &columns) {
+    Cursor cursor(records);
+    uint32_t time = 0;
+    std::size_t row = 0;
+    while (!cursor.atEnd()) {
+        const uint16_t tag = cursor.word();
+        if (tag == 0) {
+            break;
+        }
+        if ((tag & TRK_SAMPLE_RECORD) == 0) {
+            decodeEvent(cursor);
+            continue;
+        }
+        const auto has = [tag](int flag) { return (tag & flag) != 0; };
+        const int eyes = (has(TRK_SAMPLE_LEFT) ? 1 : 0) + (has(TRK_SAMPLE_RIGHT) ? 1 : 0);
+        time = has(TRK_SAMPLE_FULL_TIME) ? cursor.number() : time + cursor.byte();
+        columns.time[row] = time;
+        columns.flags[row] = tag;
+        cursor.skip(4 * eyes * ((has(TRK_SAMPLE_PUPIL_POSITION) ? 1 : 0) + (has(TRK_SAMPLE_HREF) ? 1 : 0)));
+        for (std::size_t eye = 0; eye < 2; ++eye) {
+            const bool present = has(TRK_SAMPLE_GAZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
+            columns.gaze[2 * eye][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
+            columns.gaze[2 * eye + 1][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
+        }
+        cursor.skip(has(TRK_SAMPLE_RESOLUTION) ? 4 : 0);
+        for (std::size_t eye = 0; eye < 2; ++eye) {
+            const bool present = has(TRK_SAMPLE_PUPIL_SIZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
+            columns.pupilSize[eye][row] = present ? cursor.value() : TRK_FIELD_ABSENT;
+        }
+        cursor.skip(2 * ((has(TRK_SAMPLE_STATUS) ? 1 : 0) + (has(TRK_SAMPLE_INPUT) ? 1 : 0) +
+                         (has(TRK_SAMPLE_BUTTONS) ? 1 : 0)));
+        if (has(TRK_SAMPLE_EXTENSION)) {
+            cursor.skip(2 * (cursor.byte() & 0x0F));
+        }
+        ++row;
+    }
+    return row;
+}
+
 std::size_t inflateToNowhere(std::string_view compressed) {
     std::array<Bytef, 16384> output;
     z_stream stream{};

@@ -93,7 +93,6 @@ class Mapper {
         if (samples_ == 0) {
             seeFirstSample(number, item);
         }
-        inStep_ = inStep_ && (!anySample_ || item.key > lastKey_);
         if (!item.isDummy()) {
             noteOrder(item);
             if (item.filePosition <= lastBorder_) {
@@ -101,15 +100,17 @@ class Mapper {
             }
             lastSample_ = std::max(lastSample_, item.filePosition);
         }
-        // A walk takes time 0 for one that is not known.
-        orderly_ = orderly_ && !ended_ && TimeKey::time(item.key) != 0 && lastStart_ < lastSample_;
+        // A window takes no sample whose key does not lie behind the last; a walk takes time 0 for one that is not
+        // known.
+        orderly_ = orderly_ && (samples_ == 0 || item.key > lastKey_) && !ended_ && TimeKey::time(item.key) != 0 &&
+                   lastStart_ < lastSample_;
         if (samples_ > 0) {
-            const uint64_t step = item.key - lastKey_;
+            const uint64_t step = item.key > lastKey_ ? item.key - lastKey_ : 0;
             largestStep_ = std::max(largestStep_, step);
             evenly_ = evenly_ && (samples_ == 1 || step == spacing_);
             spacing_ = step;
         }
-        lastKey_ = item.key;
+        lastKey_ = std::max(lastKey_, item.key);
         anySample_ = true;
         endedSinceSample_ = false;
         ++samples_;

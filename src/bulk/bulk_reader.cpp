@@ -166,7 +166,7 @@ void BulkReader::putRecord(const SampleRequest &request, int64_t row, ItemNumber
             put(eyesIn(sample.flags));
             break;
         case ColumnSource::InBlink:
-            put(static_cast<uint8_t>(hidesGaze(item, column.place)));
+            put(static_cast<uint8_t>(hidesGaze(item.type, column.place)));
             break;
         case ColumnSource::Word:
             put(fieldOf<uint16_t>(sample, column));

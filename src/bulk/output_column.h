@@ -59,6 +59,11 @@ class OutputColumn {
                                          : static_cast<Target>(values[i]);
                 std::memcpy(to, &value, sizeof(value));
             }
+        } else if (stride_ == sizeof(Target)) {
+            for (std::size_t i = 0; i < count; ++i) {
+                const auto value = static_cast<Target>(values[i]);
+                std::memcpy(to + i * sizeof(value), &value, sizeof(value));
+            }
         } else {
             for (std::size_t i = 0; i < count; ++i, to += stride_) {
                 const auto value = static_cast<Target>(values[i]);

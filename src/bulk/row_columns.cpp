@@ -61,44 +61,36 @@ void RowColumns::putEach(const OutputColumn &out, int64_t row, ValueAt valueAt) 
     out.put(row, values.data(), rows_.count());
 }
 
-void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row) const {
+void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row) {
     const SampleColumn &column = out.column();
-    SampleRows::Column<float> floats;
     switch (column.source) {
     case ColumnSource::Item:
-        return putEach<uint32_t>(out, row, [&](std::size_t i) { return rows_.numberAt(i); });
+        return putEach<uint32_t>(out, row, [&](std::size_t i) { return rows_.numbers()[i]; });
     case ColumnSource::Block:
         return putEach<uint32_t>(out, row, [&](std::size_t) { return block; });
     case ColumnSource::Time:
         return putEach<uint32_t>(out, row,
-                                 [&](std::size_t i) { return TimeKey::time(rows_.itemAt(i).key) - offset_; });
+                                 [&](std::size_t i) { return TimeKey::time(rows_.keys()[i]) - offset_; });
     case ColumnSource::TimeExact:
-        return putEach<double>(out, row, [&](std::size_t i) { return exactTime(rows_.itemAt(i).key, offset_); });
+        return putEach<double>(out, row, [&](std::size_t i) { return exactTime(rows_.keys()[i], offset_); });
     case ColumnSource::Dummy:
-        return putEach<uint8_t>(out, row, [&](std::size_t i) { return rows_.itemAt(i).isDummy(); });
+        return putEach<uint8_t>(out, row,
+                                [&](std::size_t i) { return (rows_.tags()[i] & TRK_SAMPLE_RECORD) == 0; });
     case ColumnSource::Eyes:
-        return putEach<uint8_t>(out, row, [&](std::size_t i) { return eyesIn(rows_.tagAt(i)); });
+        return putEach<uint8_t>(out, row, [&](std::size_t i) { return eyesIn(rows_.tags()[i]); });
     case ColumnSource::InBlink:
-        return putEach<uint8_t>(out, row, [&](std::size_t i) { return hidesGaze(rows_.itemAt(i), column.place); });
+        return putEach<uint8_t>(out, row,
+                                [&](std::size_t i) { return hidesGaze(rows_.types()[i], column.place); });
     case ColumnSource::Position:
-        rows_.positions(column.place, floats);
-        if (column.place < Lanes::kHref) { // gaze
-            for (std::size_t i = kFirst; i < kFirst + rows_.count(); ++i) {
-                floats[i] = hidesGaze(rows_.itemAt(i), column.place % kEyes) ? MISSING_DATA : floats[i];
-            }
-        }
-        return out.put(row, &floats[kFirst], rows_.count());
+        return putPositions(out, row);
     case ColumnSource::PupilSize:
-        rows_.pupilSizes(column.place, floats);
-        return out.put(row, &floats[kFirst], rows_.count());
+        return out.put(row, &rows_.pupilSizes(column.place)[kFirst], rows_.count());
     case ColumnSource::Resolution:
-        rows_.resolution(column.place, floats);
-        return out.put(row, &floats[kFirst], rows_.count());
+        return out.put(row, &rows_.resolution(column.place)[kFirst], rows_.count());
     case ColumnSource::Word: {
         if (column.description.id == TRK_COLUMN_FLAGS) {
             return putEach<uint16_t>(out, row, [&](std::size_t i) {
-                const Item &item = rows_.itemAt(i);
-                return deliveredFlags(item, rows_.tagAt(i), TimeKey::time(item.key));
+                return deliveredFlags(rows_.keys()[i], rows_.tags()[i], TimeKey::time(rows_.keys()[i]));
             });
         }
         SampleRows::Column<uint16_t> words;
@@ -109,6 +101,18 @@ void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row)
     case ColumnSource::Fast:
         return; // with the other velocities
     }
+}
+
+// Gaze is hidden in blinks.
+void RowColumns::putPositions(const OutputColumn &out, int64_t row) {
+    const std::size_t lane = out.column().place;
+    const SampleRows::Column<float> &positions = rows_.positions(lane);
+    if (lane >= Lanes::kHref) {
+        return out.put(row, &positions[kFirst], rows_.count());
+    }
+    putEach<float>(out, row, [&](std::size_t i) {
+        return hidesGaze(rows_.types()[i], lane % kEyes) ? MISSING_DATA : positions[i];
+    });
 }
 
 void RowColumns::putVelocities(const SampleRequest &request, const VelocityModel &model, FixedResolution fixed,

@@ -32,20 +32,21 @@ struct SampleRequest {
 class RowColumns {
   public:
     // `offset` is what times are moved by, ms.
-    RowColumns(const SampleRows &rows, uint32_t offset) : rows_(rows), offset_(offset) {}
+    RowColumns(SampleRows &rows, uint32_t offset) : rows_(rows), offset_(offset) {}
 
     // Puts the rows at a row of the columns on. The model and the resolution are for velocities.
     void put(uint32_t block, const SampleRequest &request, const VelocityModel &model, FixedResolution fixed,
              int64_t row);
 
   private:
-    void putColumn(uint32_t block, const OutputColumn &out, int64_t row) const;
+    void putColumn(uint32_t block, const OutputColumn &out, int64_t row);
+    void putPositions(const OutputColumn &out, int64_t row);
     void putVelocities(const SampleRequest &request, const VelocityModel &model, FixedResolution fixed,
                        int64_t row);
     template <class Number, class ValueAt>
     void putEach(const OutputColumn &out, int64_t row, ValueAt valueAt) const;
 
-    const SampleRows &rows_;
+    SampleRows &rows_;
     uint32_t offset_;
     RunRows run_{};
 };

@@ -69,6 +69,7 @@ constexpr std::size_t extensionWords(uint8_t header) {
 bool SampleRows::take(const Stretch &stretch, ItemNumber first, ItemNumber end, std::size_t most, bool context,
                       float gazeDivisor) {
     gazeDivisor_ = gazeDivisor;
+    knownPositions_ = knownResolution_ = knownPupilSizes_ = 0;
     const bool goesOn = count_ > 0 && next_ == first && first > stretch.firstSample;
     if (!collect(stretch, first, end, std::min(most, RunRows::kRows), context)) {
         return true; // there are none
@@ -83,6 +84,7 @@ bool SampleRows::take(const Stretch &stretch, ItemNumber first, ItemNumber end, 
         return false;
     }
     findPupilsBehind();
+    findRuns();
     return true;
 }
 
@@ -119,6 +121,8 @@ bool SampleRows::collect(const Stretch &stretch, ItemNumber first, ItemNumber en
 void SampleRows::append(std::size_t row, ItemNumber number) {
     const Item &item = index_[number];
     number_[row] = number;
+    key_[row] = item.key;
+    type_[row] = item.type;
     tag_[row] = item.isDummy() ? kBothEyes : item.tag;
 }
 
@@ -141,45 +145,38 @@ bool SampleRows::locate() {
     const auto bytes = view_.at(offset, static_cast<std::size_t>(reach));
     for (std::size_t row = begin_; row < end_; ++row) {
         const Item &item = index_[number_[row]];
-        body_[row] = nullptr;
-        if (item.isDummy()) {
-            continue;
-        }
-        const auto at = static_cast<std::size_t>(item.filePosition - offset);
-        const Layout layout(item.tag);
-        if (at + layout.end > bytes.size()) {
-            return false;
-        }
-        const bool extends = has(item.tag, TRK_SAMPLE_EXTENSION);
-        if (extends && at + layout.end + 2 * extensionWords(bytes[at + layout.extension]) > bytes.size()) {
-            return false;
-        }
-        body_[row] = bytes.data() + at;
+        body_[row] = item.isDummy() ? nullptr : bytes.data() + (item.filePosition - offset);
     }
-    return true;
+    // Only the last one can be cut short.
+    const Item &lastItem = index_[*last];
+    const Layout layout(lastItem.tag);
+    const auto at = static_cast<std::size_t>(lastItem.filePosition - offset);
+    if (at + layout.end > bytes.size()) {
+        return false;
+    }
+    const bool extends = has(lastItem.tag, TRK_SAMPLE_EXTENSION);
+    return !extends || at + layout.end + 2 * extensionWords(bytes[at + layout.extension]) <= bytes.size();
 }
 
 // A record tells its time, or how far it is from the record before. A walk that begins a batch at a sample takes
 // its time from the index; as long as the records say the same it does not matter where batches begin.
 bool SampleRows::timesFit(const Stretch &stretch) const {
-    const Item *before = realSampleBefore(stretch, number_[begin_], 0);
-    bool afterDummy = before == nullptr;
+    const Item *const before = realSampleBefore(stretch, number_[begin_], 0);
+    bool anchored = before == nullptr;
+    uint32_t timeBefore = anchored ? 0 : TimeKey::time(before->key);
     for (std::size_t row = begin_; row < end_; ++row) {
-        const Item &item = itemAt(row);
-        if (item.isDummy()) {
-            afterDummy = true;
+        if (body_[row] == nullptr) {
+            anchored = true; // behind a dummy every walk takes the time from the index
             continue;
         }
-        const uint32_t time = TimeKey::time(item.key);
-        if (has(item.tag, TRK_SAMPLE_FULL_TIME)) {
-            if (loadInt(body_[row]) != time) {
-                return false;
-            }
-        } else if (!afterDummy && TimeKey::time(before->key) + body_[row][0] != time) {
-            return false; // behind a dummy every walk takes the time from the index
+        const uint32_t time = TimeKey::time(key_[row]);
+        const bool fits = has(tag_[row], TRK_SAMPLE_FULL_TIME) ? loadInt(body_[row]) == time
+                                                               : anchored || timeBefore + body_[row][0] == time;
+        if (!fits) {
+            return false;
         }
-        before = &item;
-        afterDummy = false;
+        timeBefore = time;
+        anchored = false;
     }
     return true;
 }
@@ -230,33 +227,54 @@ void SampleRows::findPupilsBehind() {
     }
 }
 
-// Calls each(from, to, tag, layout) for rows of one tag each; dummy samples have runs of their own.
-template <class Each> void SampleRows::forRuns(std::size_t from, std::size_t to, Each each) const {
-    while (from < to) {
-        std::size_t behind = from + 1;
-        while (behind < to && tag_[behind] == tag_[from] &&
-               (body_[behind] == nullptr) == (body_[from] == nullptr)) {
-            ++behind;
+// Finds the runs of rows with one tag. Dummy samples have a tag that no record has.
+void SampleRows::findRuns() {
+    runs_ = 0;
+    for (std::size_t row = begin_; row < end_; ++row) {
+        if (row == begin_ || tag_[row] != tag_[row - 1]) {
+            runBegin_[runs_++] = row;
         }
-        each(from, behind, tag_[from], Layout(tag_[from]));
-        from = behind;
+    }
+    runBegin_[runs_] = end_;
+}
+
+// Calls each(from, to, tag, layout) for the runs.
+template <class Each> void SampleRows::forRuns(Each each) const {
+    for (std::size_t run = 0; run < runs_; ++run) {
+        const std::size_t begin = runBegin_[run];
+        each(begin, runBegin_[run + 1], tag_[begin], Layout(tag_[begin]));
     }
 }
 
-template <class Number, class Convert>
-[[gnu::always_inline]] inline void SampleRows::readWords(std::size_t from, std::size_t to, std::size_t offset,
-                                                         Convert convert, Column<Number> &out) const {
+void SampleRows::gather(std::size_t from, std::size_t to, std::size_t offset, Column<uint16_t> &words) const {
     for (std::size_t row = from; row < to; ++row) {
-        uint16_t word;
-        std::memcpy(&word, body_[row] + offset, sizeof(word));
-        out[row] = convert(wordFromBigEndian(word));
+        std::memcpy(&words[row], body_[row] + offset, sizeof(uint16_t));
+    }
+    for (std::size_t row = from; row < to; ++row) {
+        words[row] = wordFromBigEndian(words[row]);
     }
 }
 
-void SampleRows::readPositions(std::size_t lane, std::size_t from, std::size_t to, Column<float> &out) const {
+// In two passes, so that the second one handles several values at once.
+template <class Convert>
+void SampleRows::readValues(std::size_t from, std::size_t to, std::size_t offset, Convert convert,
+                            Column<float> &out) const {
+    Column<uint16_t> words;
+    gather(from, to, offset, words);
+    for (std::size_t row = from; row < to; ++row) {
+        out[row] = convert(words[row]);
+    }
+}
+
+const SampleRows::Column<float> &SampleRows::positions(std::size_t lane) {
+    Column<float> &out = positions_[lane];
+    if (hasLane(knownPositions_, lane)) {
+        return out;
+    }
+    knownPositions_ |= LaneMask{1} << lane;
     const std::size_t eye = eyeOf(lane);
     const std::size_t axis = lane % Lanes::kGroup / kEyes;
-    forRuns(from, to, [&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
         if (body_[begin] == nullptr || !has(tag, groupFlag(lane)) || !has(tag, kEyePresent[eye])) {
             const float nothing = body_[begin] == nullptr ? MISSING_DATA : TRK_FIELD_ABSENT;
             std::fill(&out[begin], &out[begin] + (end - begin), nothing);
@@ -265,30 +283,39 @@ void SampleRows::readPositions(std::size_t lane, std::size_t from, std::size_t t
         const bool isSecond = eye == 1 && has(tag, TRK_SAMPLE_LEFT);
         const std::size_t offset = layout.group[lane / Lanes::kGroup] + (isSecond ? 4 : 0) + 2 * axis;
         if (groupFlag(lane) == TRK_SAMPLE_GAZE) {
-            readWords(begin, end, offset, ScaledValue(gazeDivisor_), out);
+            readValues(begin, end, offset, ScaledValue(gazeDivisor_), out);
         } else {
-            readWords(begin, end, offset, plainValue, out);
+            readValues(
+                begin, end, offset, [](uint16_t word) { return plainValue(word); }, out);
         }
     });
+    return out;
 }
 
-void SampleRows::positions(std::size_t lane, Column<float> &out) const {
-    readPositions(lane, kFirst, kFirst + count_, out);
-}
-
-void SampleRows::resolution(std::size_t axis, Column<float> &out) const {
-    forRuns(begin_, end_, [&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+const SampleRows::Column<float> &SampleRows::resolution(std::size_t axis) {
+    Column<float> &out = resolution_[axis];
+    if ((knownResolution_ >> axis & 1U) != 0) {
+        return out;
+    }
+    knownResolution_ |= 1U << axis;
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
         if (body_[begin] == nullptr || !has(tag, TRK_SAMPLE_RESOLUTION)) {
             std::fill(&out[begin], &out[begin] + (end - begin), MISSING_DATA);
         } else {
-            readWords(begin, end, layout.resolution + 2 * axis, ScaledValue(gazeDivisor_), out);
+            readValues(begin, end, layout.resolution + 2 * axis, ScaledValue(gazeDivisor_), out);
         }
     });
+    return out;
 }
 
 // The rows before the first one wanted that lack it read anything.
-void SampleRows::pupilSizes(std::size_t eye, Column<float> &out) const {
-    forRuns(begin_, end_, [&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+const SampleRows::Column<float> &SampleRows::pupilSizes(std::size_t eye) {
+    Column<float> &out = pupilSizes_[eye];
+    if ((knownPupilSizes_ >> eye & 1U) != 0) {
+        return out;
+    }
+    knownPupilSizes_ |= 1U << eye;
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
         if (!has(tag, TRK_SAMPLE_PUPIL_SIZE)) {
             const float last = begin <= kFirst ? pupilBefore_[eye] : out[begin - 1];
             std::fill(&out[begin], &out[begin] + (end - begin), last);
@@ -296,9 +323,12 @@ void SampleRows::pupilSizes(std::size_t eye, Column<float> &out) const {
             std::fill(&out[begin], &out[begin] + (end - begin), TRK_FIELD_ABSENT);
         } else {
             const bool isSecond = eye == 1 && has(tag, TRK_SAMPLE_LEFT);
-            readWords(begin, end, layout.pupilSize + (isSecond ? 2 : 0), plainValue, out);
+            readValues(
+                begin, end, layout.pupilSize + (isSecond ? 2 : 0), [](uint16_t word) { return plainValue(word); },
+                out);
         }
     });
+    return out;
 }
 
 void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const {
@@ -322,14 +352,13 @@ void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const 
             return {TRK_SAMPLE_EXTENSION, layout.extension, 0};
         }
     };
-    forRuns(kFirst, kFirst + count_, [&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
         const Kind kind = kindIn(layout);
         const bool isDummy = body_[begin] == nullptr;
         if (isDummy || !has(tag, kind.flag)) {
             std::fill(&out[begin], &out[begin] + (end - begin), isDummy ? uint16_t{0} : kind.absent);
         } else if (kind.flag != TRK_SAMPLE_EXTENSION) {
-            readWords(
-                begin, end, kind.offset, [](uint16_t word) { return word; }, out);
+            gather(begin, end, kind.offset, out);
         } else {
             for (std::size_t row = begin; row < end; ++row) {
                 const uint8_t *const header = body_[row] + kind.offset;
@@ -342,28 +371,39 @@ void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const 
     });
 }
 
-void SampleRows::fillRun(LaneMask lanes, RunRows &run) const {
-    resolution(0, run.resolutionX);
-    resolution(1, run.resolutionY);
-    run.flags = tag_;
-    std::array<Column<float>, kEyes> pupil;
-    pupilSizes(0, pupil[0]);
-    pupilSizes(1, pupil[1]);
-    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
-        if (!hasLane(lanes, lane)) {
-            continue;
-        }
-        Column<float> &position = run.position[lane];
-        readPositions(lane, begin_, end_, position);
-        const Column<float> &size = pupil[eyeOf(lane)];
-        const auto needed = static_cast<uint16_t>(groupFlag(lane) | kEyePresent[eyeOf(lane)]);
-        for (std::size_t row = begin_; row < end_; ++row) {
-            const bool lost = has(tag_[row], TRK_SAMPLE_PUPIL_SIZE) && size[row] < kSmallestPupil;
-            position[row] = (tag_[row] & needed) == needed && !lost ? position[row] : MISSING_DATA;
-        }
-        std::fill_n(position.begin(), begin_, MISSING_DATA);
-        std::fill(position.begin() + static_cast<std::ptrdiff_t>(end_), position.end(), MISSING_DATA);
+void SampleRows::fillRun(LaneMask lanes, RunRows &run) {
+    run.resolutionX = resolution(0);
+    run.resolutionY = resolution(1);
+    for (std::size_t eye = 0; eye < kEyes; ++eye) {
+        forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &) {
+            const uint32_t present = has(tag, kEyePresent[eye]) ? 0xFFFFFFFF : 0;
+            std::fill(&run.present[eye][begin], &run.present[eye][begin] + (end - begin), present);
+        });
     }
+    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
+        if (hasLane(lanes, lane)) {
+            fillLane(lane, run.position[lane]);
+        }
+    }
+}
+
+// The positions of a lane that can be relied on.
+void SampleRows::fillLane(std::size_t lane, Column<float> &out) {
+    const Column<float> &position = positions(lane);
+    const Column<float> &size = pupilSizes(eyeOf(lane));
+    std::fill_n(out.begin(), begin_, MISSING_DATA);
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(end_), out.end(), MISSING_DATA);
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &) {
+        if (!has(tag, groupFlag(lane)) || !has(tag, kEyePresent[eyeOf(lane)])) {
+            std::fill(&out[begin], &out[begin] + (end - begin), MISSING_DATA);
+            return;
+        }
+        const uint32_t sized = has(tag, TRK_SAMPLE_PUPIL_SIZE) ? 0xFFFFFFFF : 0;
+        for (std::size_t row = begin; row < end; ++row) {
+            const uint32_t lost = size[row] < kSmallestPupil ? sized : 0;
+            out[row] = chosen(lost, MISSING_DATA, position[row]);
+        }
+    });
 }
 
 } // namespace trk

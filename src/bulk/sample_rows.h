@@ -28,20 +28,22 @@ class SampleRows {
 
     [[nodiscard]] std::size_t count() const { return count_; }
     [[nodiscard]] ItemNumber next() const { return next_; } // behind the last sample taken
-    [[nodiscard]] const Item &itemAt(std::size_t row) const { return index_[number_[row]]; }
-    [[nodiscard]] ItemNumber numberAt(std::size_t row) const { return number_[row]; }
 
-    // TRK_SAMPLE_* bits of the record; 0 for a row without sample.
-    [[nodiscard]] uint16_t tagAt(std::size_t row) const { return tag_[row]; }
+    // Of the rows that were taken: number in the index, key, type with its marks, and flags of the record, which
+    // are 0 for a row without sample.
+    [[nodiscard]] const Column<ItemNumber> &numbers() const { return number_; }
+    [[nodiscard]] const Column<uint64_t> &keys() const { return key_; }
+    [[nodiscard]] const Column<uint16_t> &types() const { return type_; }
+    [[nodiscard]] const Column<uint16_t> &tags() const { return tag_; }
 
-    // These fill the rows that were taken.
-    void positions(std::size_t lane, Column<float> &out) const;
-    void resolution(std::size_t axis, Column<float> &out) const;
-    void pupilSizes(std::size_t eye, Column<float> &out) const;
+    // These are decoded when they are asked for, once.
+    const Column<float> &positions(std::size_t lane);
+    const Column<float> &resolution(std::size_t axis);
+    const Column<float> &pupilSizes(std::size_t eye);
     void words(const SampleColumn &column, Column<uint16_t> &out) const;
 
     // What the velocities of some lanes are computed from, neighbours included.
-    void fillRun(LaneMask lanes, RunRows &run) const;
+    void fillRun(LaneMask lanes, RunRows &run);
 
   private:
     struct Layout;
@@ -54,11 +56,13 @@ class SampleRows {
     void findPupilsBehind();
     [[nodiscard]] const Item *realSampleBefore(const Stretch &stretch, ItemNumber number, uint16_t flag) const;
 
-    template <class Each> void forRuns(std::size_t from, std::size_t to, Each each) const;
-    template <class Number, class Convert>
-    void readWords(std::size_t from, std::size_t to, std::size_t offset, Convert convert,
-                   Column<Number> &out) const;
-    void readPositions(std::size_t lane, std::size_t from, std::size_t to, Column<float> &out) const;
+    void findRuns();
+    void fillLane(std::size_t lane, Column<float> &out);
+    template <class Each> void forRuns(Each each) const;
+    void gather(std::size_t from, std::size_t to, std::size_t offset, Column<uint16_t> &words) const;
+    template <class Convert>
+    void readValues(std::size_t from, std::size_t to, std::size_t offset, Convert convert,
+                    Column<float> &out) const;
 
     ByteView view_;
     const ItemIndex &index_;
@@ -69,9 +73,22 @@ class SampleRows {
     std::size_t end_ = 0;
     std::size_t count_ = 0;
     ItemNumber next_ = 0;
-    std::array<ItemNumber, RunRows::kAll> number_{};
-    std::array<uint16_t, RunRows::kAll> tag_{};
-    std::array<const uint8_t *, RunRows::kAll> body_{}; // null for a dummy sample
+    Column<ItemNumber> number_{};
+    Column<uint64_t> key_{};
+    Column<uint16_t> type_{};
+    Column<uint16_t> tag_{};
+    Column<const uint8_t *> body_{}; // null for a dummy sample
+
+    std::size_t runs_ = 0;
+    std::array<std::size_t, RunRows::kAll + 1> runBegin_{};
+
+    // Decoded columns, and which of them are those of the rows at hand.
+    std::array<Column<float>, Lanes::kCount> positions_{};
+    std::array<Column<float>, 2> resolution_{};
+    std::array<Column<float>, kEyes> pupilSizes_{};
+    LaneMask knownPositions_ = 0;
+    unsigned knownResolution_ = 0;
+    unsigned knownPupilSizes_ = 0;
 
     // A sample without pupil size has the last one before it.
     std::array<float, kEyes> pupilBefore_{}; // the first row wanted

@@ -13,11 +13,11 @@ constexpr CodeSet kNeededByPairing = kEyeEventStarts | CodeSet{REC_EBLINK};
 
 void finishSample(const Item &item, FSAMPLE_REC &sample) {
     for (std::size_t eye = 0; eye < kEyes; ++eye) {
-        if (hidesGaze(item, eye)) {
+        if (hidesGaze(item.type, eye)) {
             sample.gaze_x[eye] = sample.gaze_y[eye] = MISSING_DATA;
         }
     }
-    sample.flags = deliveredFlags(item, sample.flags, sample.time);
+    sample.flags = deliveredFlags(item.key, sample.flags, sample.time);
 }
 
 } // namespace

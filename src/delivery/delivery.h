@@ -7,16 +7,16 @@
 
 namespace trk {
 
-// Whether gaze is hidden from a caller for a blink of the eye.
-[[nodiscard]] inline bool hidesGaze(const Item &sample, std::size_t eye) {
-    return sample.has(eye == 0 ? kItemInLeftBlink : kItemInRightBlink);
+// Whether gaze is hidden from a caller for a blink of the eye, by the type of the sample's item.
+[[nodiscard]] inline bool hidesGaze(uint16_t type, std::size_t eye) {
+    return (type & (eye == 0 ? kItemInLeftBlink : kItemInRightBlink)) != 0;
 }
 
 // The flags of a sample as it is delivered, from those of its record. The doubling wraps at 32 bits: from
 // 2147483648 ms on every sample has the flag of a repeated time, as callers know it.
-[[nodiscard]] inline uint16_t deliveredFlags(const Item &sample, uint16_t flags, uint32_t time) {
+[[nodiscard]] inline uint16_t deliveredFlags(uint64_t key, uint16_t flags, uint32_t time) {
     const uint32_t doubled = 2 * time;
-    return sample.key != doubled ? flags | TRK_SAMPLE_DUPLICATE_TIME : flags;
+    return key != doubled ? flags | TRK_SAMPLE_DUPLICATE_TIME : flags;
 }
 
 class Delivery {

@@ -1,5 +1,7 @@
 #include "measures/run_velocity.h"
 
+#include <algorithm>
+
 namespace trk {
 
 namespace {
@@ -11,11 +13,35 @@ constexpr std::size_t eyeOf(std::size_t lane) { return lane % kEyes; }
 constexpr bool isVertical(std::size_t lane) { return lane % Lanes::kGroup >= kEyes; }
 constexpr bool isHref(std::size_t lane) { return lane / Lanes::kGroup == Lanes::kHref / Lanes::kGroup; }
 
+// All bits set for MISSING_DATA, else 0.
+uint32_t maskOf(float value) {
+    return std::bit_cast<uint32_t>(value) == std::bit_cast<uint32_t>(MISSING_DATA) ? 0xFFFFFFFF : 0;
+}
+
 // Means of the groups of `kSize` positions that begin at each row.
 template <int kSize> void meanGroups(const RunRows::Column<float> &position, RunRows::Column<float> &group) {
+    const float *const __restrict from = position.data();
+    float *const __restrict to = group.data();
     for (std::size_t row = 0; row + kSize <= RunRows::kAll; ++row) {
-        const float *const first = &position[row];
-        group[row] = meanOfGroup(kSize, [first](int i) { return first[i]; });
+        to[row] = meanOfGroup(kSize, [from, row](int i) { return from[row + static_cast<std::size_t>(i)]; });
+    }
+}
+
+// The velocities of rows from the four groups of each. Into arrays of its own, so that the compiler sees that it can
+// compute several rows at once.
+void velocitiesOf(const std::array<const float *, 4> &groups, const std::array<float, RunRows::kRows> &resolution,
+                  float scale, std::size_t count, LaneVelocities &out) {
+    const auto [a, b, c, d] = groups;
+    LaneVelocities own;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float perDegree = kGroupsPerSecond / resolution[i];
+        own.smoothed[i] = smoothedOfGroups(a[i], b[i], c[i], d[i], perDegree, scale);
+        own.fast[i] = fastOfGroups(b[i], c[i], perDegree, scale);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const uint32_t none = maskOf(resolution[i]);
+        out.smoothed[i] = chosen(none, MISSING_DATA, own.smoothed[i]);
+        out.fast[i] = chosen(none, MISSING_DATA, own.fast[i]);
     }
 }
 
@@ -23,6 +49,7 @@ template <int kSize> void meanGroups(const RunRows::Column<float> &position, Run
 
 void RunVelocity::setRows(const RunRows &rows) {
     rows_ = &rows;
+    hrefIsKnown_ = {};
     const bool isFixed = fixed_.x != MISSING_DATA;
     const FixedResolution common = usable(fixed_);
     for (std::size_t i = 0; i < RunRows::kRows; ++i) {
@@ -45,27 +72,38 @@ void RunVelocity::compute(std::size_t lane, std::size_t count, LaneVelocities &o
 // The resolution of each row for a lane; none for an eye that the row lacks.
 void RunVelocity::findResolution(std::size_t lane, std::size_t count) {
     const auto &common = isVertical(lane) ? commonY_ : commonX_;
-    const uint16_t eye = kEyePresent[eyeOf(lane)];
+    const auto &present = rows_->present[eyeOf(lane)];
     for (std::size_t i = 0; i < count; ++i) {
-        resolution_[i] = (rows_->flags[kFirst + i] & eye) != 0 ? common[i] : MISSING_DATA;
+        resolution_[i] = chosen(present[kFirst + i], common[i], MISSING_DATA);
     }
     if (!isHref(lane) || fixed_.x != MISSING_DATA) {
         return;
     }
+    const FixedResolution *const own = hrefResolutions(eyeOf(lane), count);
     const auto &x = rows_->position[Lanes::kHref + eyeOf(lane)];
     const auto &y = rows_->position[Lanes::kHref + kEyes + eyeOf(lane)];
     for (std::size_t i = 0; i < count; ++i) {
-        const float hereX = x[kFirst + i];
-        const float hereY = y[kFirst + i];
-        const double squareX = squareOf(hereX);
-        const double squareY = squareOf(hereY);
-        const FixedResolution own =
-            checked({hrefResolution(squareX, squareY, squareY), hrefResolution(squareX, squareY, squareX)});
-        const bool known = hereX != MISSING_DATA && hereY != MISSING_DATA;
-        const float lanes = isVertical(lane) ? own.y : own.x;
-        const bool present = (rows_->flags[kFirst + i] & eye) != 0;
-        resolution_[i] = known && present ? lanes : resolution_[i];
+        const uint32_t unknown = maskOf(x[kFirst + i]) | maskOf(y[kFirst + i]);
+        resolution_[i] = chosen(unknown, resolution_[i], isVertical(lane) ? own[i].y : own[i].x);
     }
+}
+
+// The resolution that each position of an eye on the HREF plane gives.
+const FixedResolution *RunVelocity::hrefResolutions(std::size_t eye, std::size_t count) {
+    auto &resolutions = hrefResolutions_[eye];
+    if (hrefIsKnown_[eye]) {
+        return resolutions.data();
+    }
+    hrefIsKnown_[eye] = true;
+    const float *const x = &rows_->position[Lanes::kHref + eye][kFirst];
+    const float *const y = &rows_->position[Lanes::kHref + kEyes + eye][kFirst];
+    for (std::size_t i = 0; i < count; ++i) {
+        const double squareX = squareOf(x[i]);
+        const double squareY = squareOf(y[i]);
+        resolutions[i] =
+            checked({hrefResolution(squareX, squareY, squareY), hrefResolution(squareX, squareY, squareX)});
+    }
+    return resolutions.data();
 }
 
 // The model of high-speed trackers: all positions of the span or nothing.
@@ -89,25 +127,33 @@ void RunVelocity::computeHighSpeed(std::size_t lane, std::size_t count, LaneVelo
     const auto groupFrom = [&](int distance) {
         return group->data() + static_cast<std::ptrdiff_t>(kFirst) + distance;
     };
-    const float *const a = groupFrom(band.farBefore());
-    const float *const b = groupFrom(band.nearBefore());
-    const float *const c = groupFrom(band.nearBehind);
-    const float *const d = groupFrom(band.farBehind());
-    for (std::size_t i = 0; i < count; ++i) {
-        const float perDegree = kGroupsPerSecond / resolution_[i];
-        out.smoothed[i] = smoothedOfGroups(a[i], b[i], c[i], d[i], perDegree, band.scale);
-        out.fast[i] = fastOfGroups(b[i], c[i], perDegree, band.scale);
-    }
-    // What is missing within reach of a row, or before it, by the last such place.
+    velocitiesOf({groupFrom(band.farBefore()), groupFrom(band.nearBefore()), groupFrom(band.nearBehind),
+                  groupFrom(band.farBehind())},
+                 resolution_, band.scale, count, out);
+    hideBesideMissing(position, count, out);
+}
+
+// Takes back what was computed from a span in which something is missing.
+void RunVelocity::hideBesideMissing(const RunRows::Column<float> &position, std::size_t count,
+                                    LaneVelocities &out) const {
     const auto half = static_cast<std::size_t>(model_.halfSpan());
-    std::size_t behindLastMissing = 0;
-    for (std::size_t row = kFirst - half; row < kFirst + half; ++row) {
-        behindLastMissing = position[row] == MISSING_DATA ? row + 1 : behindLastMissing;
+    const std::size_t begin = kFirst - half;
+    const std::size_t end = kFirst + count + half;
+    uint32_t missing = 0;
+    for (std::size_t row = begin; row < end; ++row) {
+        missing |= maskOf(position[row]);
     }
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::size_t farthest = kFirst + i + half;
-        behindLastMissing = position[farthest] == MISSING_DATA ? farthest + 1 : behindLastMissing;
-        if (behindLastMissing + half > kFirst + i || resolution_[i] == MISSING_DATA) {
+    if (missing == 0) {
+        return;
+    }
+    for (std::size_t row = begin; row < end; ++row) {
+        if (position[row] != MISSING_DATA) {
+            continue;
+        }
+        // The rows wanted within reach, of which those before the last missing place were seen to already.
+        const std::size_t firstHit = row < kFirst + half ? 0 : row - half - kFirst;
+        const std::size_t behindHits = std::min(row + half + 1 - kFirst, count);
+        for (std::size_t i = firstHit; i < behindHits; ++i) {
             out.smoothed[i] = out.fast[i] = MISSING_DATA;
         }
     }

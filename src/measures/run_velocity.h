@@ -5,13 +5,14 @@
 #include "measures/velocity_model.h"
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
 namespace trk {
 
 // A stretch of a run, one array for each number. Rows [kContext, kContext + kRows) are the samples whose velocities
-// are wanted; before and behind them stand their neighbours. A row without a sample is one without flags.
+// are wanted; before and behind them stand their neighbours.
 struct RunRows {
     static constexpr std::size_t kRows = 256;
     static constexpr std::size_t kContext = VelocityModel::kLargestHalfSpan + 1;
@@ -22,8 +23,14 @@ struct RunRows {
     std::array<Column<float>, Lanes::kCount> position; // MISSING_DATA where there is none that can be relied on
     Column<float> resolutionX;
     Column<float> resolutionY;
-    Column<uint16_t> flags;
+    std::array<Column<uint32_t>, kEyes> present; // all bits set where the sample has the eye, else 0
 };
+
+// One of two numbers: the first where all bits of the mask are set, the second where none is. Several can be chosen
+// side by side.
+[[nodiscard, gnu::always_inline]] inline float chosen(uint32_t mask, float one, float other) {
+    return std::bit_cast<float>((std::bit_cast<uint32_t>(one) & mask) | (std::bit_cast<uint32_t>(other) & ~mask));
+}
 
 // The velocities of one lane of a run, degrees per second, MISSING_DATA where there are none.
 struct LaneVelocities {
@@ -45,7 +52,9 @@ class RunVelocity {
 
   private:
     void findResolution(std::size_t lane, std::size_t count);
+    const FixedResolution *hrefResolutions(std::size_t eye, std::size_t count);
     void computeHighSpeed(std::size_t lane, std::size_t count, LaneVelocities &out);
+    void hideBesideMissing(const RunRows::Column<float> &position, std::size_t count, LaneVelocities &out) const;
     void computePlain(std::size_t lane, std::size_t count, LaneVelocities &out) const;
 
     VelocityModel model_;
@@ -54,7 +63,9 @@ class RunVelocity {
     std::array<float, RunRows::kRows> commonX_{}; // resolution of each row; MISSING_DATA where there is none
     std::array<float, RunRows::kRows> commonY_{};
     std::array<float, RunRows::kRows> resolution_{}; // of the lane at hand
-    RunRows::Column<float> group_{};                 // means of the groups that begin at each row
+    std::array<std::array<FixedResolution, RunRows::kRows>, kEyes> hrefResolutions_;
+    std::array<bool, kEyes> hrefIsKnown_{};
+    RunRows::Column<float> group_{}; // means of the groups that begin at each row
 };
 
 } // namespace trk
