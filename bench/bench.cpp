@@ -178,8 +178,9 @@ std::unique_ptr<_TRKFILE, int (*)(_TRKFILE *)> openHandle(const Recording &from)
     return {trk_open(from.path.c_str(), &options, nullptr), trk_close_file};
 }
 
-void readGaze(benchmark::State &state, uint32_t durationMs, int rate) {
-    const auto handle = openHandle(recording(durationMs, rate, false));
+// A compressed recording of up to 64 MiB lies in memory.
+void readGaze(benchmark::State &state, uint32_t durationMs, int rate, bool compressed) {
+    const auto handle = openHandle(recording(durationMs, rate, compressed));
     const int64_t samples = trk_count_items(handle.get(), 0, ~0U, REC_SAMPLE);
     trk_bench::GazeColumns rows(static_cast<std::size_t>(samples));
     std::vector<TRK_COLUMN> columns{{TRK_COLUMN_TIME, TRK_TYPE_UINT32, rows.time.data(), 0},
@@ -269,7 +270,8 @@ void registerAll(uint32_t durationMs, const std::string &length) {
         add("walk", walkWithFetches, false);
         add("walk_compressed", walkWithFetches, true);
         add("walk_floor", walkFloor);
-        add("read_gaze", readGaze);
+        add("read_gaze", readGaze, false);
+        add("read_gaze:inflated", readGaze, true);
         add("read_gaze_floor", readGazeFloor);
         add("read_all", readAll);
         add("read_all_floor", walkWithFetches, false);

@@ -107,7 +107,7 @@ void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row)
 void RowColumns::putPositions(const OutputColumn &out, int64_t row) {
     const std::size_t lane = out.column().place;
     const SampleRows::Column<float> &positions = rows_.positions(lane);
-    if (lane >= Lanes::kHref) {
+    if (lane >= Lanes::kHref || !rows_.hidesAnyGaze()) {
         return out.put(row, &positions[kFirst], rows_.count());
     }
     putEach<float>(out, row, [&](std::size_t i) {

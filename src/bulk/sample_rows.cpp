@@ -91,6 +91,7 @@ bool SampleRows::take(const Stretch &stretch, ItemNumber first, ItemNumber end, 
 bool SampleRows::collect(const Stretch &stretch, ItemNumber first, ItemNumber end, std::size_t most,
                          bool context) {
     count_ = 0;
+    marks_ = 0;
     std::size_t row = kFirst;
     ItemNumber number = first;
     for (; number < end && count_ < most; ++number) {
@@ -123,6 +124,7 @@ void SampleRows::append(std::size_t row, ItemNumber number) {
     number_[row] = number;
     key_[row] = item.key;
     type_[row] = item.type;
+    marks_ |= item.type;
     tag_[row] = item.isDummy() ? kBothEyes : item.tag;
 }
 

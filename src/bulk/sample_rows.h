@@ -18,7 +18,7 @@ class SampleRows {
     template <class Number> using Column = RunRows::Column<Number>;
     static constexpr std::size_t kFirst = RunRows::kContext; // row of the first sample that is wanted
 
-    SampleRows(InputStream &stream, const ItemIndex &index) : view_(stream), index_(index) {}
+    SampleRows(InputStream &stream, const ItemIndex &index) : view_(stream, kBlock, kKeptBefore), index_(index) {}
 
     // Takes the next samples among the items [first, end) of a stretch, at most `most` and RunRows::kRows; with
     // `context`, their neighbours, too. Returns false when they are not as the index has them: then only a walk
@@ -45,7 +45,14 @@ class SampleRows {
     // What the velocities of some lanes are computed from, neighbours included.
     void fillRun(LaneMask lanes, RunRows &run);
 
+    // Whether gaze is hidden in any of the rows.
+    [[nodiscard]] bool hidesAnyGaze() const { return (marks_ & (kItemInLeftBlink | kItemInRightBlink)) != 0; }
+
   private:
+    // What stays in the cache until it is decoded; enough for the neighbours before.
+    static constexpr std::size_t kBlock = std::size_t{128} * 1024;
+    static constexpr int64_t kKeptBefore = 4096;
+
     struct Layout;
 
     bool collect(const Stretch &stretch, ItemNumber first, ItemNumber end, std::size_t most, bool context);
@@ -76,6 +83,7 @@ class SampleRows {
     Column<ItemNumber> number_{};
     Column<uint64_t> key_{};
     Column<uint16_t> type_{};
+    uint16_t marks_ = 0; // of any row
     Column<uint16_t> tag_{};
     Column<const uint8_t *> body_{}; // null for a dummy sample
 

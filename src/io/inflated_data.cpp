@@ -24,7 +24,12 @@ class ReserveInputStream final : public InputStream {
     [[nodiscard]] int64_t sourceSize() override { return static_cast<int64_t>(reserve_.bytes().size()); }
 
   protected:
-    std::ptrdiff_t readSource(uint8_t * /*buffer*/, std::size_t /*size*/) override { return 0; }
+    std::ptrdiff_t readSource(uint8_t *buffer, std::size_t size) override {
+        const std::size_t count = std::min(size, reserve_.bytes().size() - at_);
+        std::copy_n(reserve_.bytes().begin() + static_cast<std::ptrdiff_t>(at_), count, buffer);
+        at_ += count;
+        return static_cast<std::ptrdiff_t>(count);
+    }
 
     // All of the rest: nothing is copied, and going back is a pointer move.
     std::ptrdiff_t lendSource(const uint8_t *&begin, std::size_t /*size*/) override {

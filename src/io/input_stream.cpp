@@ -15,6 +15,9 @@ namespace {
 // doubles it up to the whole window.
 constexpr std::size_t kBlockAfterJump = std::size_t{32} * 1024;
 
+// Reads of this size do without the window.
+constexpr int kLargeRead = 64 * 1024;
+
 } // namespace
 
 InputStream::InputStream(std::size_t windowSize)
@@ -22,14 +25,8 @@ InputStream::InputStream(std::size_t windowSize)
       nextBlock_(windowSize) {}
 
 bool InputStream::refill() {
-    if (sourceEnded_ || sourceFailed_) {
-        return false;
-    }
     const uint8_t *begin = nullptr;
-    const std::ptrdiff_t read = lendSource(begin, nextBlock_);
-    sourceEnded_ = read == 0;
-    sourceFailed_ = read < 0;
-    systemError_ = sourceFailed_ ? errno : systemError_;
+    const std::ptrdiff_t read = fromSource([&] { return lendSource(begin, nextBlock_); });
     if (read <= 0) {
         return false;
     }
@@ -40,18 +37,45 @@ bool InputStream::refill() {
     return true;
 }
 
+// Asks the source for bytes and notes when it has none.
+template <class Read> std::ptrdiff_t InputStream::fromSource(Read read) {
+    if (sourceEnded_ || sourceFailed_) {
+        return 0;
+    }
+    const std::ptrdiff_t count = read();
+    sourceEnded_ = count == 0;
+    sourceFailed_ = count < 0;
+    systemError_ = sourceFailed_ ? errno : systemError_;
+    return count;
+}
+
+// Reads what lies behind the window straight to where it is wanted, and leaves the window empty.
+std::ptrdiff_t InputStream::readPastWindow(uint8_t *destination, std::size_t size) {
+    const std::ptrdiff_t read = fromSource([&] { return readSource(destination, size); });
+    if (read > 0) {
+        windowOffset_ += windowEnd_ - windowBegin_ + read;
+        cursor_ = windowBegin_ = windowEnd_ = window_.data();
+    }
+    return read;
+}
+
 int InputStream::getRawData(void *buffer, int count) {
     auto *destination = static_cast<uint8_t *>(buffer);
     int missing = std::max(count, 0);
     while (missing > 0) {
-        if (cursor_ == windowEnd_ && !refill()) {
+        int part = 0;
+        if (cursor_ == windowEnd_ && missing >= kLargeRead) {
+            part = static_cast<int>(readPastWindow(destination, static_cast<std::size_t>(missing)));
+        } else if (cursor_ != windowEnd_ || refill()) {
+            part = static_cast<int>(std::min<std::ptrdiff_t>(missing, windowEnd_ - cursor_));
+            std::memcpy(destination, cursor_, static_cast<std::size_t>(part));
+            cursor_ += part;
+        }
+        if (part <= 0) {
             endOfFile_ = sourceEnded_;
             break;
         }
-        const auto part = static_cast<int>(std::min<std::ptrdiff_t>(missing, windowEnd_ - cursor_));
-        std::memcpy(destination, cursor_, static_cast<std::size_t>(part));
         destination += part;
-        cursor_ += part;
         missing -= part;
     }
     return std::max(count, 0) - missing;

@@ -109,6 +109,8 @@ class InputStream {
 
   private:
     bool refill();
+    template <class Read> std::ptrdiff_t fromSource(Read read);
+    std::ptrdiff_t readPastWindow(uint8_t *destination, std::size_t size);
     uint8_t getByteAtWindowEnd();
     uint16_t getWordAtWindowEnd();
     uint32_t getIntAtWindowEnd();
