@@ -107,6 +107,22 @@ TEST(Bulk, ReadsDamagedRecordingsAsAWalkDoes) {
     }
 }
 
+TEST(Bulk, ColumnsAreNamedAsTheirFields) {
+    const auto offsetOf = [](int id) {
+        TRK_COLUMN_DESCRIPTION column;
+        return trk_describe_column(id, &column) == 0 ? std::pair(std::string(column.name), column.record_offset)
+                                                     : std::pair(std::string(), -2);
+    };
+    const auto field = [](const char *name, size_t offset) { return std::pair(std::string(name), int(offset)); };
+    EXPECT_EQ(offsetOf(TRK_COLUMN_ITEM), std::pair(std::string("item"), -1));
+    EXPECT_EQ(offsetOf(TRK_COLUMN_GAZE_Y_LEFT), field("gaze_y_left", offsetof(FSAMPLE_REC, gaze_y)));
+    EXPECT_EQ(offsetOf(TRK_COLUMN_PUPIL_X_RIGHT), field("pupil_x_right", offsetof(FSAMPLE_REC, pupil_x) + 4));
+    EXPECT_EQ(offsetOf(TRK_COLUMN_HREF_FVEL_Y_LEFT),
+              field("href_fvel_y_left", offsetof(FSAMPLE_REC, href_fvel_y)));
+    EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8), field("ext_data_8", offsetof(FSAMPLE_REC, ext_data) + 14));
+    EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8 + 1).second, -2);
+}
+
 TEST(Bulk, TypesStridesAndMissingValues) {
     RecordingWriter writer;
     writer.startBlock({.time = 1000, .rate = 2000, .eyes = LeftEye});
@@ -149,7 +165,10 @@ TEST(Bulk, TypesStridesAndMissingValues) {
     EXPECT_EQ(std::pair(rows[1].gaze, rows[2].gaze), std::pair(MISSING_DATA, -1.0F)); // no row too many
     EXPECT_EQ(rows[0].input, TRK_WORD_ABSENT);
     EXPECT_EQ(trk_count_items(recording.handle(), static_cast<unsigned>(error.item), 1000, REC_SAMPLE), 2);
+    std::array<unsigned, 4> events{};
     EXPECT_EQ(trk_count_items(recording.handle(), 0, 1000, 0), 4); // starts and ends
+    EXPECT_EQ(trk_list_items(recording.handle(), 0, 1000, 0, events.data(), 3), 3);
+    EXPECT_EQ(events, (std::array<unsigned, 4>{1, 2, 7, 0}));
 
     const auto refuses = [&](TRK_COLUMN column, int flags) {
         const int64_t result = trk_read_samples(recording.handle(), 0, 9, &column, 1, 4, flags, &error);

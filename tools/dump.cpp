@@ -2,6 +2,7 @@
 
 #include "damage.h"
 #include "dump_columns.h"
+#include "item_walk.h"
 #include "progress.h"
 #include "trials.h"
 
@@ -53,24 +54,10 @@ class Dump {
 
     void write(const std::optional<ItemRange> &range) {
         writeHeader();
-        Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
-        const bool mergesLog = options_.open.mergeLog;
-        // The library counts the times of late recordings from the item fetched first: it must not depend on the
-        // choice of kinds. Any item can hide a message of the log.
-        bool mustFetch = true;
-        bool isOver = false;
-        // With a log the walk goes to the end, to see whether the log is merged at all.
-        for (int code = 0; (!isOver || mergesLog) && (code = trk_get_next_data(handle_)) != 0; progress.step()) {
-            bool isInside = !isOver;
-            if (range && !isOver) {
-                const uint32_t position = trk_get_position(handle_);
-                isInside = position > range->first && position <= range->end;
-                isOver = position >= range->end;
-            }
-            if (isWanted(code) || mustFetch) {
-                see(fetchItem(handle_, code), isInside);
-                mustFetch = mergesLog;
-            }
+        if (options_.open.mergeLog) {
+            walkWithLog(range);
+        } else {
+            readMany(range.value_or(ItemRange{0, kBehindLastItem}));
         }
         out_.finish();
     }
@@ -81,7 +68,7 @@ class Dump {
         if (unreadable_ != 0) {
             std::fprintf(stderr, "trk: %s: %llu %s could not be read (%s)\n", file,
                          static_cast<unsigned long long>(unreadable_), unreadable_ == 1 ? "item" : "items",
-                         recording_.log().last().c_str());
+                         failure_.c_str());
         }
         const bool lacksLog = options_.open.mergeLog && logMessages_ == 0;
         if (lacksLog) {
@@ -94,6 +81,34 @@ class Dump {
     }
 
   private:
+    void readMany(const ItemRange &range) {
+        const unsigned count = trk_get_element_count(handle_);
+        Progress progress(std::min(range.end, count) - std::min(range.first, count), !out_.isTerminal());
+        BulkWalk walk(handle_, range.first, range.end, options_.kinds == kSamples);
+        while (const std::optional<Item> item = walk.next()) {
+            see(*item, true);
+            progress.step();
+        }
+        failure_ = walk.failure();
+    }
+
+    // The merge goes with a walk, item by item, to the end, to see whether the log is merged at all. Any item can
+    // hide a message of the log.
+    void walkWithLog(const std::optional<ItemRange> &range) {
+        Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
+        bool isOver = false;
+        for (int code = 0; (code = trk_get_next_data(handle_)) != 0; progress.step()) {
+            bool isInside = !isOver;
+            if (range && !isOver) {
+                const uint32_t position = trk_get_position(handle_);
+                isInside = position > range->first && position <= range->end;
+                isOver = position >= range->end;
+            }
+            see(fetchItem(handle_, code), isInside);
+        }
+        failure_ = recording_.log().last();
+    }
+
     [[nodiscard]] bool isWanted(int code) const { return (kindOf(code) & options_.kinds) != 0; }
 
     void see(const Item &item, bool isInside) {
@@ -137,6 +152,7 @@ class Dump {
     std::string logName_;
     TextOutput out_;
     std::span<const Column> columns_;
+    std::string failure_; // why the last item that could not be read cannot
     uint64_t unreadable_ = 0;
     uint64_t logMessages_ = 0;
 };

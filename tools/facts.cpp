@@ -1,5 +1,6 @@
 #include "facts.h"
 
+#include "item_walk.h"
 #include "progress.h"
 #include "trials.h"
 
@@ -58,9 +59,9 @@ Facts gatherFacts(Recording &recording, const DamageReport &damage, const TrialT
     Facts facts{recording, damage, {}, 0, {}, preambleLines(handle)};
     {
         Progress progress(trk_get_element_count(handle), true);
-        for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-            const Item item = fetchItem(handle, code);
-            item.record == nullptr ? facts.summary.addUnreadable(code) : facts.summary.add(item);
+        BulkWalk walk(handle, 0, trk_get_element_count(handle), false);
+        for (std::optional<Item> item; (item = walk.next()); progress.step()) {
+            item->record == nullptr ? facts.summary.addUnreadable(item->code) : facts.summary.add(*item);
         }
     }
     facts.trials = collectTrials(recording, texts).size();

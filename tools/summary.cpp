@@ -40,7 +40,7 @@ void RecordingSummary::addSample(const Item &item) {
     const FSAMPLE_REC &sample = *item.sample();
     if (item.isDummySample()) {
         ++dummySamples;
-    } else if (sample.sort_key % 2 != 0) {
+    } else if ((sample.flags & TRK_SAMPLE_DUPLICATE_TIME) != 0) {
         ++repeatedTimes;
     }
     const bool hasInput = (sample.flags & TRK_SAMPLE_INPUT) != 0 && sample.input != TRK_WORD_ABSENT;

@@ -902,6 +902,8 @@ typedef struct TRK_COLUMN_DESCRIPTION {
     const char *unit;        /* "" for a number without one */
     const char *description; /* one line */
     const char *missing;     /* how a value that is not there reads without TRK_READ_NAN; "" when all are there */
+    int record_offset;       /* of the field of FSAMPLE_REC that holds it as a value of `type`, bytes; -1: none does */
+    int velocity;            /* 1 for a velocity: these cost more than all others */
 } TRK_COLUMN_DESCRIPTION;
 
 /* Fills in the description of a column. Returns 0, or -1 for an id that is none: from 1 up to the first of them
@@ -933,14 +935,21 @@ enum {
 TRK_API int64_t trk_count_items(_TRKFILE *handle, unsigned first, unsigned end, int code) TRK_NOTHROW;
 
 /*
+ * The numbers of the items that trk_count_items counts, in order: up to `rows` of them go to `items`. Returns how
+ * many were written, or -1 for null or less than no room.
+ */
+TRK_API int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, int code, unsigned *items,
+                               int64_t rows) TRK_NOTHROW;
+
+/*
  * Reads the samples among the items [first, end), dummy samples included, into columns of the caller. `end` may
  * lie past the last item.
  *
  * columns  what to read and where to put it; the same id may come twice
  * rows     room in each column; when there are more samples the first ones are read
  * flags    TRK_READ_* bits
- * error    receives code TRK_OK and, in `item`, the item to go on from: `end`, or the first sample that found no
- *          room; or why the reading ended; may be null
+ * error    receives code TRK_OK and, in `item`, the item to go on from: `end` or the number of all items, or the
+ *          first sample that found no room; or why the reading ended; may be null
  *
  * Returns the number of rows written. A sample that cannot be read ends the reading: the rows before it are
  * written, the code is TRK_ERROR_DAMAGED and `item` the number of the sample; a call from the next item on goes

@@ -93,6 +93,13 @@ int64_t trk_count_items(_TRKFILE *handle, unsigned first, unsigned end, int code
     return handle == nullptr ? kFailed : trk::fileOf(handle).countItems(first, end, code);
 }
 
+int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, int code, unsigned *items,
+                       int64_t rows) noexcept {
+    return handle == nullptr || items == nullptr || rows < 0
+               ? kFailed
+               : trk::fileOf(handle).listItems(first, end, code, items, rows);
+}
+
 int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const TRK_COLUMN *columns,
                          size_t column_count, int64_t rows, int flags, TRK_ERROR *error) noexcept {
     return read(handle, rows, error, [&](TRKFile &file, TRK_ERROR &problem, BulkResult &result) {

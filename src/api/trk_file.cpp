@@ -12,6 +12,11 @@ namespace {
 
 constexpr int kFailed = -1;
 
+// Whether an item has a code; 0 stands for all events.
+bool isOfKind(const Item &item, int code) {
+    return code == 0 ? kEvents.contains(item.code()) : item.code() == static_cast<unsigned>(code);
+}
+
 } // namespace
 
 TRKFile::TRKFile(RecordingParts &&parts, const DeliveryOptions &options)
@@ -70,8 +75,17 @@ BulkReader &TRKFile::bulk() {
 int64_t TRKFile::countItems(ItemNumber first, ItemNumber end, int code) const {
     int64_t count = 0;
     for (ItemNumber number = first; number < std::min(end, index_.size()); ++number) {
-        const unsigned own = index_[number].code();
-        count += code == 0 ? kEvents.contains(own) : own == static_cast<unsigned>(code);
+        count += isOfKind(index_[number], code) ? 1 : 0;
+    }
+    return count;
+}
+
+int64_t TRKFile::listItems(ItemNumber first, ItemNumber end, int code, ItemNumber *numbers, int64_t room) const {
+    int64_t count = 0;
+    for (ItemNumber number = first; number < std::min(end, index_.size()) && count < room; ++number) {
+        if (isOfKind(index_[number], code)) {
+            numbers[count++] = number;
+        }
     }
     return count;
 }

@@ -106,8 +106,10 @@ class TRKFile final : private ItemSource, private BlockLookup {
     // Reads many items at once, beside the walk. Made when it is first needed.
     BulkReader &bulk();
 
-    // Items of [first, end) with a code; 0: all events.
+    // Items of [first, end) with a code, 0 for all events: how many there are, and the numbers of the first of
+    // them. The latter returns how many it wrote.
     [[nodiscard]] int64_t countItems(ItemNumber first, ItemNumber end, int code) const;
+    int64_t listItems(ItemNumber first, ItemNumber end, int code, ItemNumber *numbers, int64_t room) const;
 
     [[nodiscard]] ItemNumber itemCount() const { return index_.size(); }
 

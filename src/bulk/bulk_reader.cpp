@@ -14,7 +14,7 @@ namespace {
 
 template <class Number> Number fieldOf(const Sample &sample, const SampleColumn &column) {
     Number value;
-    std::memcpy(&value, reinterpret_cast<const unsigned char *>(&sample) + column.offset, sizeof(value));
+    std::memcpy(&value, reinterpret_cast<const unsigned char *>(&sample) + column.description.record_offset, sizeof(value));
     return value;
 }
 

@@ -27,7 +27,6 @@ struct SampleColumn {
     TRK_COLUMN_DESCRIPTION description;
     ColumnSource source;
     std::size_t place;         // lane, eye or axis
-    std::size_t offset;        // in FSAMPLE_REC, for what stands there
     bool marksAbsence = false; // TRK_WORD_ABSENT stands for a word that was not carried
 };
 

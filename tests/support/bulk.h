@@ -11,37 +11,14 @@
 
 namespace trk_test {
 
-using BulkColumn = std::pair<int, size_t>; // a column and its field
-
-inline std::vector<BulkColumn> recordColumns(bool velocities) {
-    std::vector<BulkColumn> columns{{TRK_COLUMN_TIME, offsetof(FSAMPLE_REC, time)},
-                                    {TRK_COLUMN_FLAGS, offsetof(FSAMPLE_REC, flags)},
-                                    {TRK_COLUMN_INPUT, offsetof(FSAMPLE_REC, input)},
-                                    {TRK_COLUMN_BUTTONS, offsetof(FSAMPLE_REC, buttons)},
-                                    {TRK_COLUMN_STATUS, offsetof(FSAMPLE_REC, status)},
-                                    {TRK_COLUMN_EXT_TYPE, offsetof(FSAMPLE_REC, ext_type)},
-                                    {TRK_COLUMN_RES_X, offsetof(FSAMPLE_REC, res_x)},
-                                    {TRK_COLUMN_RES_Y, offsetof(FSAMPLE_REC, res_y)},
-                                    {TRK_COLUMN_PUPIL_SIZE_LEFT, offsetof(FSAMPLE_REC, pupil_size)},
-                                    {TRK_COLUMN_PUPIL_SIZE_RIGHT, offsetof(FSAMPLE_REC, pupil_size) + 4}};
-    const auto pairs = [&columns](int id, size_t x, size_t y) { // x left, y left, x right, y right
-        columns.insert(columns.end(), {{id, x}, {id + 1, y}, {id + 2, x + 4}, {id + 3, y + 4}});
-    };
-    pairs(TRK_COLUMN_GAZE_X_LEFT, offsetof(FSAMPLE_REC, gaze_x), offsetof(FSAMPLE_REC, gaze_y));
-    pairs(TRK_COLUMN_HREF_X_LEFT, offsetof(FSAMPLE_REC, href_x), offsetof(FSAMPLE_REC, href_y));
-    pairs(TRK_COLUMN_PUPIL_X_LEFT, offsetof(FSAMPLE_REC, pupil_x), offsetof(FSAMPLE_REC, pupil_y));
-    for (int i = 0; i < 8; ++i) {
-        columns.emplace_back(TRK_COLUMN_EXT_DATA_1 + i,
-                             offsetof(FSAMPLE_REC, ext_data) + 2 * static_cast<size_t>(i));
-    }
-    if (velocities) {
-        pairs(TRK_COLUMN_GAZE_VEL_X_LEFT, offsetof(FSAMPLE_REC, gaze_vel_x), offsetof(FSAMPLE_REC, gaze_vel_y));
-        pairs(TRK_COLUMN_HREF_VEL_X_LEFT, offsetof(FSAMPLE_REC, href_vel_x), offsetof(FSAMPLE_REC, href_vel_y));
-        pairs(TRK_COLUMN_PUPIL_VEL_X_LEFT, offsetof(FSAMPLE_REC, pupil_vel_x), offsetof(FSAMPLE_REC, pupil_vel_y));
-        pairs(TRK_COLUMN_GAZE_FVEL_X_LEFT, offsetof(FSAMPLE_REC, gaze_fvel_x), offsetof(FSAMPLE_REC, gaze_fvel_y));
-        pairs(TRK_COLUMN_HREF_FVEL_X_LEFT, offsetof(FSAMPLE_REC, href_fvel_x), offsetof(FSAMPLE_REC, href_fvel_y));
-        pairs(TRK_COLUMN_PUPIL_FVEL_X_LEFT, offsetof(FSAMPLE_REC, pupil_fvel_x),
-              offsetof(FSAMPLE_REC, pupil_fvel_y));
+// All columns that have a field in the record.
+inline std::vector<TRK_COLUMN_DESCRIPTION> recordColumns(bool velocities) {
+    std::vector<TRK_COLUMN_DESCRIPTION> columns;
+    TRK_COLUMN_DESCRIPTION column;
+    for (int id = 1; trk_describe_column(id, &column) == 0; ++id) {
+        if (column.record_offset >= 0 && (velocities || column.velocity == 0)) {
+            columns.push_back(column);
+        }
     }
     return columns;
 }
@@ -53,18 +30,16 @@ inline std::optional<std::string> bulkDifference(_TRKFILE *handle, const std::ve
     const auto differs = [](const char *what, size_t item) {
         return std::optional<std::string>(std::string(what) + " at item " + std::to_string(item));
     };
-    const std::vector<BulkColumn> fields = recordColumns(velocities);
+    const std::vector<TRK_COLUMN_DESCRIPTION> fields = recordColumns(velocities);
     std::vector<FSAMPLE_REC> records(room);
     std::vector<unsigned> numbers(room);
     std::vector<FEVENT> events(room);
     std::vector<int64_t> offsets(room + 1);
     std::vector<char> texts(room * 501);
     std::vector<TRK_COLUMN> columns{{TRK_COLUMN_ITEM, TRK_TYPE_UINT32, numbers.data(), 0}};
-    for (const auto &[id, offset] : fields) {
-        TRK_COLUMN_DESCRIPTION description;
-        trk_describe_column(id, &description);
-        columns.push_back(
-            {id, description.type, reinterpret_cast<char *>(records.data()) + offset, sizeof(FSAMPLE_REC)});
+    for (const TRK_COLUMN_DESCRIPTION &field : fields) {
+        columns.push_back({field.id, field.type, reinterpret_cast<char *>(records.data()) + field.record_offset,
+                           sizeof(FSAMPLE_REC)});
     }
     TRK_ERROR error{};
     const auto isSample = [&items](size_t i) { return items[i].code == REC_SAMPLE; };
@@ -110,9 +85,9 @@ inline std::optional<std::string> bulkDifference(_TRKFILE *handle, const std::ve
         [&](size_t row, size_t item) {
             const auto *const read = reinterpret_cast<const char *>(&records[row]);
             const auto *const walked = reinterpret_cast<const char *>(&items[item].record);
-            return numbers[row] == item && std::ranges::all_of(fields, [&](const BulkColumn &field) {
-                       const bool isWord = field.first == TRK_COLUMN_FLAGS || field.first >= TRK_COLUMN_INPUT;
-                       return std::memcmp(read + field.second, walked + field.second, isWord ? 2 : 4) == 0;
+            return numbers[row] == item && std::ranges::all_of(fields, [&](const TRK_COLUMN_DESCRIPTION &field) {
+                       const size_t size = field.type == TRK_TYPE_UINT16 ? 2 : 4;
+                       return std::memcmp(read + field.record_offset, walked + field.record_offset, size) == 0;
                    });
         });
     if (samples) {
