@@ -164,6 +164,7 @@ int main(int argc, char **argv) {
         const RecordingWriter rich = trk_test::richRecording();
         saveOpenings(seeds, "open", rich);
         saveOpenings(seeds, "door", rich);
+        saveOpenings(seeds, "bulk", rich);
         saveScripts(seeds, rich);
         saveLogs(seeds, rich);
         saveRecipes(seeds, rich);

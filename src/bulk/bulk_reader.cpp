@@ -14,7 +14,8 @@ namespace {
 
 template <class Number> Number fieldOf(const Sample &sample, const SampleColumn &column) {
     Number value;
-    std::memcpy(&value, reinterpret_cast<const unsigned char *>(&sample) + column.description.record_offset, sizeof(value));
+    std::memcpy(&value, reinterpret_cast<const unsigned char *>(&sample) + column.description.record_offset,
+                sizeof(value));
     return value;
 }
 
@@ -63,7 +64,27 @@ ItemNumber BulkReader::nextSample(ItemNumber item, ItemNumber end) const {
     return item;
 }
 
+// What a reading that broke off for want of memory leaves behind is not gone on from.
+template <class Read> BulkResult BulkReader::guard(Read read) {
+    try {
+        return read();
+    } catch (...) {
+        walk_.reset();
+        events_.reset();
+        rows_.forget();
+        throw;
+    }
+}
+
 BulkResult BulkReader::readSamples(ItemNumber first, const SampleRequest &request) {
+    return guard([&] { return samplesFrom(first, request); });
+}
+
+BulkResult BulkReader::readEvents(ItemNumber first, ItemNumber end, const EventPlaces &places) {
+    return guard([&] { return eventsFrom(first, end, places); });
+}
+
+BulkResult BulkReader::samplesFrom(ItemNumber first, const SampleRequest &request) {
     BulkResult result{.item = first};
     while (!result.unreadable && result.rows < request.rows) {
         result.item = nextSample(result.item, request.end);
@@ -194,7 +215,7 @@ ALLF_DATA *BulkReader::eventAt(ItemNumber number) {
     return events_->next();
 }
 
-BulkResult BulkReader::readEvents(ItemNumber first, ItemNumber end, const EventPlaces &places) {
+BulkResult BulkReader::eventsFrom(ItemNumber first, ItemNumber end, const EventPlaces &places) {
     BulkResult result{.item = first};
     std::size_t used = 0;
     const auto noteOffset = [&] {

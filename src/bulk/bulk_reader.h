@@ -40,6 +40,9 @@ class BulkReader {
     BulkResult readEvents(ItemNumber first, ItemNumber end, const EventPlaces &places);
 
   private:
+    template <class Read> BulkResult guard(Read read);
+    BulkResult samplesFrom(ItemNumber first, const SampleRequest &request);
+    BulkResult eventsFrom(ItemNumber first, ItemNumber end, const EventPlaces &places);
     Stretch &stretchOf(ItemNumber item);
     bool isFresh(Stretch &stretch);
     bool readDirectly(Stretch &stretch, const SampleRequest &request, BulkResult &result);

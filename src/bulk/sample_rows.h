@@ -26,6 +26,9 @@ class SampleRows {
     [[nodiscard]] bool take(const Stretch &stretch, ItemNumber first, ItemNumber end, std::size_t most,
                             bool context, float gazeDivisor);
 
+    // Takes nothing up again from here.
+    void forget() { count_ = 0; }
+
     [[nodiscard]] std::size_t count() const { return count_; }
     [[nodiscard]] ItemNumber next() const { return next_; } // behind the last sample taken
 

@@ -4,6 +4,7 @@
 #include "support/scenarios.h"
 #include "support/walk.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <new>
@@ -92,6 +93,13 @@ void useAll(_TRKFILE *handle) {
     trk_get_preamble_text(handle, text, sizeof(text));
     trk_get_damage(handle, 0, &damage);
     trk_find_time(handle, 1002);
+    std::array<float, 40> velocities{};
+    std::array<FEVENT, 40> events;
+    const TRK_COLUMN column{TRK_COLUMN_GAZE_VEL_X_LEFT, TRK_TYPE_FLOAT, velocities.data(), 0};
+    TRK_ERROR error;
+    const bool read = trk_read_samples(handle, 0, 100, &column, 1, 40, 0, &error) >= 0 &&
+                      trk_read_events(handle, 0, 100, events.data(), 40, nullptr, 0, nullptr, &error) >= 0;
+    EXPECT_TRUE(read || error.code == TRK_ERROR_MEMORY) << error.text;
     trk_set_extra_message_file("a name that is too long to be kept without memory");
     trk_set_extra_message_file(nullptr);
 }
