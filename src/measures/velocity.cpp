@@ -1,7 +1,9 @@
 #include "measures/velocity.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 namespace trk {
 
@@ -86,6 +88,31 @@ Lanes resolutionOf(const Sample &sample, const PositionLanes &centre, FixedResol
     return lanes;
 }
 
+// Rows from the entries of the window: the samples from a place on, and their neighbours.
+void fillRun(const SampleWindow &window, int place, std::size_t count, int halfSpan, RunRows &rows) {
+    constexpr std::array<float(FSAMPLE_REC::*)[kEyes], 6> kFields{&FSAMPLE_REC::gaze_x,  &FSAMPLE_REC::gaze_y,
+                                                                  &FSAMPLE_REC::href_x,  &FSAMPLE_REC::href_y,
+                                                                  &FSAMPLE_REC::pupil_x, &FSAMPLE_REC::pupil_y};
+    constexpr std::array<uint16_t, 3> kCarried{TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF, TRK_SAMPLE_PUPIL_POSITION};
+    const std::size_t first = RunRows::kContext - static_cast<std::size_t>(halfSpan);
+    const std::size_t end = RunRows::kContext + count + static_cast<std::size_t>(halfSpan);
+    for (std::size_t row = first; row < end; ++row) {
+        const Sample &entry = window.entry(place - halfSpan + static_cast<int>(row - first));
+        rows.resolutionX[row] = entry.res_x;
+        rows.resolutionY[row] = entry.res_y;
+        for (int eye = 0; eye < kEyes; ++eye) {
+            const auto side = static_cast<std::size_t>(eye);
+            rows.present[side][row] = (entry.flags & kEyePresent[eye]) != 0 ? 0xFFFFFFFF : 0;
+            const bool tracked = tracksEye(entry, eye);
+            for (std::size_t field = 0; field < kFields.size(); ++field) {
+                const uint32_t known = tracked && (entry.flags & kCarried[field / 2]) != 0 ? 0xFFFFFFFF : 0;
+                rows.position[kEyes * field + side][row] =
+                    chosen(known, (entry.*kFields[field])[eye], MISSING_DATA);
+            }
+        }
+    }
+}
+
 LaneMask lanesOfAbsentEyes(const Sample &sample) {
     constexpr LaneMask kLeftLanes = 0x555;
     constexpr LaneMask kRightLanes = kAllLanes & ~kLeftLanes;
@@ -93,20 +120,24 @@ LaneMask lanesOfAbsentEyes(const Sample &sample) {
            ((sample.flags & TRK_SAMPLE_RIGHT) != 0 ? 0 : kRightLanes);
 }
 
-// The lanes stand in the order of the sample's fields.
+// The velocities of a sample as they stand in it: smoothed, then fast, lanes in order.
+constexpr std::size_t kVelocitiesOffset = offsetof(FSAMPLE_REC, gaze_vel_x);
+static_assert(offsetof(FSAMPLE_REC, gaze_fvel_x) == kVelocitiesOffset + sizeof(Lanes::value) &&
+              offsetof(FSAMPLE_REC, ext_data) == kVelocitiesOffset + 2 * sizeof(Lanes::value));
+
+unsigned char *velocitiesIn(Sample &sample) {
+    return reinterpret_cast<unsigned char *>(&sample) + kVelocitiesOffset;
+}
+
 void store(const Velocities &velocities, Sample &sample) {
-    constexpr std::size_t kBytes = sizeof(Lanes::value);
-    constexpr std::size_t kSmoothed = offsetof(FSAMPLE_REC, gaze_vel_x);
-    constexpr std::size_t kFast = offsetof(FSAMPLE_REC, gaze_fvel_x);
-    static_assert(kFast == kSmoothed + kBytes && offsetof(FSAMPLE_REC, ext_data) == kFast + kBytes);
-    auto *const bytes = reinterpret_cast<unsigned char *>(&sample);
-    std::memcpy(bytes + kSmoothed, velocities.smoothed.value.data(), kBytes);
-    std::memcpy(bytes + kFast, velocities.fast.value.data(), kBytes);
+    std::memcpy(velocitiesIn(sample), velocities.smoothed.value.data(), sizeof(Lanes::value));
+    std::memcpy(velocitiesIn(sample) + sizeof(Lanes::value), velocities.fast.value.data(), sizeof(Lanes::value));
 }
 
 } // namespace
 
 void VelocityComputer::setRate(int rate) {
+    run_.count = 0;
     const VelocityModel model(trackerModel_, rate);
     if (&model.band() != &model_.band()) {
         for (Cached &cached : cache_) {
@@ -229,11 +260,51 @@ Velocities VelocityComputer::plainVelocities(uint64_t key, const PositionLanes &
     return {smoothed, fast};
 }
 
+// Whether the velocities were, or now are, worked out together with those of the samples behind. They are when this
+// sample follows the one asked for last, and all neighbours stand in a row.
+bool VelocityComputer::takeFromRun(Sample &sample, int place, FixedResolution fixed) {
+    const uint64_t serial = window_.serial(place);
+    const bool follows = std::exchange(nextSerial_, serial + 1) == serial;
+    const bool isIn = serial - run_.firstSerial < run_.count;
+    if (!isIn || std::memcmp(&fixed, &run_.fixed, sizeof(fixed)) != 0) {
+        constexpr int kWorthIt = 16;
+        const int count = window_.count() - place - model_.halfSpan();
+        if (!follows || count < kWorthIt || place < model_.halfSpan() ||
+            !model_.standInARow(window_.uniformSpacing())) {
+            return false;
+        }
+        run_.firstSerial = serial;
+        run_.fixed = fixed;
+        computeRun(place, std::min(static_cast<std::size_t>(count), RunRows::kRows), fixed);
+    }
+    std::memcpy(velocitiesIn(sample), run_.velocities[serial - run_.firstSerial].data(),
+                sizeof(run_.velocities[0]));
+    return true;
+}
+
+void VelocityComputer::computeRun(int place, std::size_t count, FixedResolution fixed) {
+    run_.count = count;
+    fillRun(window_, place, count, model_.halfSpan(), rows_);
+    RunVelocity velocity(model_, fixed);
+    velocity.setRows(rows_);
+    LaneVelocities out;
+    for (std::size_t lane = 0; lane < Lanes::kCount; ++lane) {
+        velocity.compute(lane, count, out);
+        for (std::size_t i = 0; i < count; ++i) {
+            run_.velocities[i][lane] = out.smoothed[i];
+            run_.velocities[i][Lanes::kCount + lane] = out.fast[i];
+        }
+    }
+}
+
 void VelocityComputer::setVelocity(Sample &sample, FixedResolution fixed, int rate) {
     if (rate != model_.rate()) {
         setRate(rate);
     }
     const int place = window_.find(sample.sort_key);
+    if (place >= 0 && takeFromRun(sample, place, fixed)) {
+        return;
+    }
     const PositionLanes centre = place >= 0 ? positionsAt(place) : positionsOf(sample);
     const Lanes resolution = resolutionOf(sample, centre, fixed);
     Velocities velocities = model_.isHighSpeed() ? highSpeedVelocities(sample.sort_key, place, centre, resolution)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "measures/eye_positions.h"
+#include "measures/run_velocity.h"
 #include "measures/sample_window.h"
 #include "measures/velocity_model.h"
 
@@ -48,6 +49,9 @@ class VelocityComputer {
     const PositionLanes &groupAt(int position);
     bool findNeighbours(uint64_t key, Neighbourhood &neighbours);
 
+    bool takeFromRun(Sample &sample, int place, FixedResolution fixed);
+    void computeRun(int place, std::size_t count, FixedResolution fixed);
+
     Velocities highSpeedVelocities(uint64_t key, int place, const PositionLanes &centre, const Lanes &resolution);
     Velocities plainVelocities(uint64_t key, const PositionLanes &centre, const Lanes &resolution);
 
@@ -55,6 +59,18 @@ class VelocityComputer {
     int trackerModel_;
     VelocityModel model_; // of the rate
     std::array<Cached, kCacheSize> cache_;
+
+    // Whoever asks for one sample after the other gets velocities that were worked out for many at once.
+    struct Run {
+        uint64_t firstSerial = 0;
+        std::size_t count = 0;
+        FixedResolution fixed;
+        // Smoothed, then fast ones, as they stand in a sample.
+        std::array<std::array<float, 2 * Lanes::kCount>, RunRows::kRows> velocities;
+    };
+    uint64_t nextSerial_ = 0; // of the sample behind the one asked for last
+    Run run_;
+    RunRows rows_{};
 };
 
 } // namespace trk
