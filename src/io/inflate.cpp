@@ -68,6 +68,7 @@ class Inflater {
         // What came in one go with a damage counts only for those who look closely at it.
         const InflationEnd written = sound || options_.resume ? write() : InflationEnd::Done;
         if (written != InflationEnd::Done || status == Z_STREAM_END) {
+            result_.behind = bytesBehind(source_, stream_.avail_in);
             return written;
         }
         if (sound) {
