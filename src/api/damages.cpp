@@ -44,8 +44,8 @@ TRK_DAMAGE repair(int kind, int64_t count, int64_t length, const char *what) {
     return entry;
 }
 
-// For each of some rising offsets, the first item in the order of the walk whose record stands there or behind. Only
-// samples stand in order; where there are none, events must do.
+// For each of some rising offsets, the first item in the order of the walk whose record stands there or behind.
+// Only samples stand in order; where there are none, events must do.
 class ItemFinder {
   public:
     explicit ItemFinder(const ItemIndex &index)
@@ -118,15 +118,18 @@ Survey surveyRecording(InputStream &stream, int64_t recordsBegin, uint16_t revis
         return survey;
     }
     std::vector<LostRange> lost;
-    const bool damaged = inflation->end == InflationEnd::WrongChecksum ||
-                         inflation->end == InflationEnd::Damaged || !inflation->tears.empty();
-    if (damaged && inflation->resumes) {
+    // Where the records are sound up to their end mark, all that is missing is what stands behind them.
+    const bool complete = survey.damages.empty() && inflation->tears.empty();
+    const bool broken = inflation->end == InflationEnd::Damaged && !complete;
+    const bool wrong = inflation->end == InflationEnd::WrongChecksum;
+    // What was inflated before a cut is what was compressed, unless its records tell otherwise.
+    const bool onlyCut =
+        inflation->cut && survey.damages.size() == 1 && survey.damages.front().kind == DamageKind::Cut;
+    if (((broken && !onlyCut) || wrong || !inflation->tears.empty()) && inflation->resumes) {
         lost = untrustworthy(survey, *inflation);
         options.lost = lost;
         survey = surveyRecords(stream, options);
     }
-    const bool broken = inflation->end == InflationEnd::Damaged;
-    const bool wrong = inflation->end == InflationEnd::WrongChecksum;
     if ((broken || wrong) && !survey.damages.empty() && survey.damages.back().kind == DamageKind::Cut) {
         survey.damages.pop_back(); // what is cut there is what could not be inflated
     }
@@ -145,6 +148,8 @@ Survey surveyRecording(InputStream &stream, int64_t recordsBegin, uint16_t revis
             "the compressed data break off, or cannot be inflated from here on");
     } else if (wrong) {
         add(DamageKind::Checksum, inflation->inflated, "the checksum of the compressed data is wrong");
+    } else if (inflation->end == InflationEnd::Damaged) {
+        add(DamageKind::Checksum, inflation->inflated, "the compressed data end without their checksum");
     }
     std::ranges::stable_sort(survey.damages, {}, &Damage::offset);
     return survey;

@@ -30,6 +30,7 @@ struct Inflation {
     int64_t inflated = 0; // bytes; a destination that failed has fewer
     int64_t behind = 0;   // bytes of the source behind the end of the compressed data, when that was reached
     int systemError = 0;  // errno of a failure to read or write
+    bool cut = false;     // damaged for nothing but that the source ends early
 
     // With `resume`, places in the destination: where bytes are missing, because what they were compressed to is
     // damaged; and where what follows does not depend on what is before.
