@@ -51,8 +51,8 @@ _TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines
     return trk_open(path.c_str(), &all, &error);
 }
 
-// The library names a recording by its file name; among many the whole path is wanted. There is nothing in the text
-// that has to be escaped.
+// The library names a recording by its file name; among many the whole path is wanted. There is nothing in the
+// text that has to be escaped.
 std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
     if (error.code == TRK_ERROR_DAMAGED && error.offset >= 0) {
         return escaped(path) + " is damaged at byte " + std::to_string(error.offset) +
