@@ -73,6 +73,8 @@ class LossMeter {
             if (damage.kind == TRK_DAMAGE_BEHIND_END) {
                 continue; // those bytes are no items
             }
+            constexpr unsigned kFew = 16; // items; fewer tell nothing of others
+            loss.isEstimated = loss.isEstimated && (damage.item >= kFew || damage.length == 0);
             double items = static_cast<double>(damage.length) * itemsPerByte;
             const Gap gap = gapAt(damage.item);
             if (!gap.isKnown) {
@@ -100,13 +102,17 @@ class LossMeter {
         constexpr std::size_t kBefore = 16; // samples to tell their distance by
         constexpr unsigned kFarthest = 64;  // items to look at
         std::vector<double> before;         // times, the latest first
+        bool isOneBlock = true;
         for (unsigned back = 1; before.size() < kBefore && back <= std::min(item, kFarthest); ++back) {
             if (!look(item - back, before)) {
-                break;
+                if (before.size() >= 2) {
+                    break;
+                }
+                before.clear(); // a block that has just begun: the one before tells the distance
+                isOneBlock = false;
             }
         }
         std::vector<double> behind;
-        bool isOneBlock = true;
         for (unsigned i = item; isOneBlock && behind.empty() && i < std::min(items_, item + kFarthest); ++i) {
             isOneBlock = look(i, behind);
         }
@@ -178,8 +184,11 @@ std::string DamageReport::text() const {
     if (!loss_) {
         text += "how much is lost could not be found out";
     } else if (loss_->bytes > 0 || loss_->items > 0) {
-        text += withPlural(loss_->bytes, "byte") + ", about " + withPlural(std::llround(loss_->items), "item") +
-                " or " + fixedPoint(loss_->seconds, 3) + " s, cannot be saved";
+        text += withPlural(loss_->bytes, "byte") + ", " +
+                (loss_->isEstimated ? "about " + withPlural(std::llround(loss_->items), "item") + " or " +
+                                          fixedPoint(loss_->seconds, 3) + " s"
+                                    : "an unknown number of items") +
+                ", cannot be saved";
     } else if (!breaksOff_) {
         text += "nothing but what the damage itself took is lost";
     }

@@ -14,8 +14,9 @@ namespace tool {
 // What no way of reading gives back.
 struct Loss {
     int64_t bytes = 0;
-    double items = 0;   // about
-    double seconds = 0; // of samples, about
+    double items = 0;        // about
+    double seconds = 0;      // of samples, about
+    bool isEstimated = true; // items and seconds; at the very start of a recording nothing tells
 };
 
 class DamageReport {

@@ -97,6 +97,9 @@ Json lossJson(const DamageReport &report) {
     if (!loss) {
         return nullptr;
     }
+    if (!loss->isEstimated) {
+        return {{"bytes", loss->bytes}, {"items", nullptr}, {"seconds", nullptr}};
+    }
     return {{"bytes", loss->bytes}, {"items", std::llround(loss->items)}, {"seconds", loss->seconds}};
 }
 

@@ -10,7 +10,7 @@ namespace trk {
 namespace {
 
 constexpr int64_t kNoOffset = -1;
-constexpr uint32_t kNoTime = 0; // of a damage: the items before it tell
+constexpr uint32_t kNoTime = 0; // of a damage: the items around it tell
 
 int kindOf(DamageKind kind) {
     switch (kind) {

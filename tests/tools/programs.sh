@@ -263,6 +263,8 @@ cmp plain.txt compressed.txt || fail "plain and compressed differ"
 # What cannot be inflated takes the rest with it: no sample behind it tells how much.
 { head -c 800000 compressed.trk && head -c 100 /dev/zero && tail -c +800101 compressed.trk; } >spoilt.trk
 expect_check 1 ' items or [1-9][0-9]*\.[0-9]* s, cannot be saved' spoilt.trk
+{ head -n 6 plain.trk && tail -c +2000 plain.trk; } >headless.trk # without the start of the first block
+expect_check 1 ' bytes, an unknown number of items, cannot be saved$' headless.trk
 [ "$(awk -F'\t' '{ print NF }' plain.txt | sort -u)" = 23 ] || fail "a line with another number of cells"
 lines=$(($(wc -l <plain.txt) - 1))
 has plain.info "^Items: $lines\$"
