@@ -85,6 +85,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     trk_fuzz::require(fast.how.end == exact.how.end && fast.how.inflated == exact.how.inflated, "both end alike");
     trk_fuzz::require(fast.how.consumed == exact.how.consumed, "both read as much");
+    trk_fuzz::require(fast.how.behind == exact.how.behind, "both leave as much");
     trk_fuzz::require(fast.bytes == exact.bytes, "both give the same");
     trk_fuzz::require(fast.how.tears == exact.how.tears, "both tear alike");
     trk_fuzz::require(!fast.complains() || fast.how.fresh == exact.how.fresh, "both resume alike");

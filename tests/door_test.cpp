@@ -83,7 +83,7 @@ TEST(Door, ChecksArguments) {
     };
     EXPECT_EQ(codeOf([](auto &) {}), TRK_OK);
     EXPECT_EQ(codeOf([](auto &o) { o.size = offsetof(TRK_OPEN_OPTIONS, log); }), TRK_OK); // an older caller
-    for (const size_t size : {size_t{0}, size_t{8}, size_t{5000}}) {
+    for (const size_t size : {size_t{0}, size_t{8}, sizeof(TRK_OPEN_OPTIONS) - 4, size_t{5000}}) {
         EXPECT_EQ(codeOf([=](auto &o) { o.size = size; }), TRK_ERROR_ARGUMENT) << size;
     }
     for (const int flags : {32, -1, TRK_OPEN_CHECK | TRK_OPEN_CHECK_AND_FILL, TRK_OPEN_SALVAGE << 1}) {
@@ -130,6 +130,8 @@ TEST(Door, SaysWhyARecordingDoesNotOpen) {
     EXPECT_EQ(failure(directory.save("e.trk", ""), asIs), "2 0 -1 e.trk is empty: it is no recording");
     EXPECT_EQ(failure(directory.save("z.trk", "PK\3\4\""), asIs),
               "2 0 -1 z.trk is not a recording: it begins with \"PK\\x03\\x04\\x22\"");
+    EXPECT_EQ(failure(directory.save("0.trk", std::string(99, '\0')), asIs).substr(0, 34),
+              "2 0 -1 0.trk is not a recording: i");
     const std::string cut = directory.save("c.trk", rich.substr(0, 1000));
     EXPECT_EQ(failure(cut, asIs), "3 0 1000 c.trk is damaged at byte 1000: open it tolerant for what lies before, "
                                   "or with salvage for all that can be saved");
@@ -209,6 +211,8 @@ TEST(Door, ListsDamagesAndRepairs) {
         {writer.plain(), "3 8 100 103 "},
         {zip.substr(0, zip.size() - 2000), "5 103 "},
         {checksum, "6 103 "},
+        {zip + "x", "8 103 "},
+        {zip.substr(0, zip.size() - 3), "6 103 "},
         {RecordingWriter().startBlock({.time = 5}).sample(5).sample(6).end().plain(), "7 "},
         {RecordingWriter().startBlock({.time = 5}).sample(5).sample(6).plain(), "1 "},
     };
@@ -218,6 +222,9 @@ TEST(Door, ListsDamagesAndRepairs) {
         ASSERT_NE(recording.handle, nullptr);
         EXPECT_EQ(trk_get_next_data(recording.handle.get()) != 0, true);
         EXPECT_EQ(damagesOf(recording.handle.get()), kinds);
+        TRK_DAMAGE damage;
+        EXPECT_EQ(trk_get_damage(recording.handle.get(), 0, &damage), 0);
+        EXPECT_EQ(damage.time == 0, damage.kind >= TRK_REPAIR_DROPPED_SAMPLES) << kinds;
         EXPECT_EQ(trk_get_position(recording.handle.get()), 1U);
     }
 }

@@ -120,6 +120,7 @@ std::pair<trk::InflationEnd, Bytes> inflated(const Bytes &source) {
                                        sizeof(line)); // after which the stream takes itself to stand elsewhere
             trk::InflatedData data(inMemory, [] { return FilePointer(std::tmpfile()); });
             const trk::Inflation result = inflateTo(data, stream, {.fast = fast});
+            EXPECT_EQ(result.behind, result.end == trk::InflationEnd::Done ? 4 : 0);
             const auto content = std::move(data).read();
             Bytes bytes(static_cast<size_t>(result.inflated) + 1, '\0');
             const int size = content->getRawData(bytes.data(), static_cast<int>(bytes.size()));

@@ -256,6 +256,9 @@ TEST_F(Salvage, ResumesCompressedData) {
         EXPECT_EQ(invented, 0) << lost;
         EXPECT_GT(damages, 0) << lost;
     }
+    // A cut costs nothing of what is before it.
+    const std::string cut = directory.save("c.trk", bytes.substr(0, bytes.size() - 2000));
+    EXPECT_EQ(itemsOf(cut, TRK_OPEN_SALVAGE).size(), itemsOf(cut, TRK_OPEN_TOLERANT).size());
 }
 
 } // namespace

@@ -44,7 +44,8 @@ lost, nothing to worry about); damaged, and what cannot be saved (bytes of the r
 items, about how many seconds of samples); or not readable, and why.
 --json: a list with an object for each file: "file", "status", "items" (with what can be saved), "damages"
 ("kind", "code", "text", "offset" and "length" in bytes of the record stream, "item": number of the first item
-behind it, from 0, "time" in ms), "lost" ("bytes", "items", "seconds"), "repairs" ("kind", "code", "text",
+behind it, from 0, "time" in ms), "lost" ("bytes", "items", "seconds"; null for
+what could not be found out), "repairs" ("kind", "code", "text",
 "count", for filled gaps "samples_each"); of one that cannot be read "error" ("code", "system_error", "text").)";
 
 int check(const CheckOptions &options) {

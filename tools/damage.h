@@ -14,8 +14,9 @@ namespace tool {
 // What no way of reading gives back.
 struct Loss {
     int64_t bytes = 0;
-    double items = 0;   // about
-    double seconds = 0; // of samples, about
+    double items = 0;        // about
+    double seconds = 0;      // of samples, about
+    bool isEstimated = true; // items and seconds; at the very start of a recording nothing tells
 };
 
 class DamageReport {
@@ -27,8 +28,8 @@ class DamageReport {
     [[nodiscard]] bool isDamaged() const { return !damages_.empty(); }
     [[nodiscard]] Status status() const { return isDamaged() ? kIncomplete : kSound; }
 
-    // What is lost; of a recording that was opened without salvage, with what salvage would show besides.
-    [[nodiscard]] const Loss &loss() const { return loss_; }
+    // What is lost, however it was opened; nothing when that could not be found out.
+    [[nodiscard]] const std::optional<Loss> &loss() const { return loss_; }
     [[nodiscard]] uint64_t itemsOnlySalvaged() const { return itemsOnlySalvaged_; }
 
     // Where it is damaged and what is missing, for a person: to go on with behind "damaged".
@@ -40,7 +41,8 @@ class DamageReport {
   private:
     std::vector<TRK_DAMAGE> damages_;
     std::vector<TRK_DAMAGE> repairs_;
-    Loss loss_;
+    std::optional<Loss> loss_ = Loss{};
+    bool breaksOff_ = false;
     bool isSalvaged_ = false;
     bool hasItemsBehind_ = false; // that another way of reading could get wrong
     uint64_t itemsOnlySalvaged_ = 0;

@@ -36,6 +36,7 @@ std::optional<ItemRange> rangeOf(const DumpOptions &options) {
     Recording recording(options.file, withoutLog, OnDamage::Refuse);
     const std::vector<Trial> trials = collectTrials(recording, options.texts);
     if (*options.trial >= trials.size()) {
+        reportDamage(recording, DamageReport(recording));
         throw CannotRead(recording.name() + " has no trial " + std::to_string(*options.trial) + ": it has " +
                              std::to_string(trials.size()) + ", counted from 0",
                          kIncomplete);

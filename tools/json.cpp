@@ -93,8 +93,14 @@ Json repairsJson(const DamageReport &report) {
 }
 
 Json lossJson(const DamageReport &report) {
-    const Loss &loss = report.loss();
-    return {{"bytes", loss.bytes}, {"items", std::llround(loss.items)}, {"seconds", loss.seconds}};
+    const std::optional<Loss> &loss = report.loss();
+    if (!loss) {
+        return nullptr;
+    }
+    if (!loss->isEstimated) {
+        return {{"bytes", loss->bytes}, {"items", nullptr}, {"seconds", nullptr}};
+    }
+    return {{"bytes", loss->bytes}, {"items", std::llround(loss->items)}, {"seconds", loss->seconds}};
 }
 
 Json failureJson(const std::string &path, const CannotRead &failure) {

@@ -32,13 +32,14 @@ void occupyStandardStreams() {
 }
 
 void addOpenOptions(CLI::App &command, tool::OpenOptions &options) {
-    const std::map<std::string, int> levels{
+    static const std::map<std::string, int> kLevels{
         {"none", TRK_OPEN_NO_CHECK}, {"basic", TRK_OPEN_CHECK}, {"full", TRK_OPEN_CHECK_AND_FILL}};
     command
-        .add_option("--check", options.check,
-                    "Repairs: none; basic (samples outside blocks dropped, eye events moved onto blocks); full "
-                    "(besides, gaps filled, blinks joined and masked; default)")
-        ->transform(CLI::CheckedTransformer(levels).description("none|basic|full"))
+        .add_option_function<std::string>(
+            "--check", [&options](const std::string &level) { options.check = kLevels.at(level); },
+            "Repairs: none; basic (samples outside blocks dropped, eye events moved onto blocks); full (besides, "
+            "gaps filled, blinks joined and masked; default)")
+        ->check(CLI::IsMember(kLevels).description(""))
         ->option_text("LEVEL");
     command.add_flag("--tolerant", options.tolerant, "Show a recording that breaks off up to the damage");
     command.add_flag("--salvage", options.salvage, "Show all of a damaged recording that can be saved");
@@ -144,7 +145,9 @@ int fail(const std::string &reason, tool::Status status) {
 int failUsage(const CLI::App &app, const CLI::ParseError &error) {
     const std::vector<CLI::App *> chosen = app.get_subcommands();
     const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
-    std::string reason = error.what();
+    const std::vector<std::string> unknown = app.remaining();
+    std::string reason =
+        chosen.empty() && !unknown.empty() ? "there is no command " + unknown.front() : error.what();
     std::ranges::replace(reason, '\n', ' ');
     return fail(reason + " (see trk " + command + "--help)", tool::kUsage);
 }
@@ -179,8 +182,9 @@ int run(int argc, char **argv, int &status) {
 
 int main(int argc, char **argv) {
     occupyStandardStreams();
-    // A closed pipe is met as a failing write.
+    // A closed pipe is met as a failing write, and so is a file that may not grow.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     int status = tool::kSound;
     try {
         return run(argc, argv, status);

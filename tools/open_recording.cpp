@@ -3,6 +3,7 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <new>
 
 namespace tool {
 
@@ -50,7 +51,8 @@ _TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines
     return trk_open(path.c_str(), &all, &error);
 }
 
-// The library names a recording by its file name; among many the whole path is wanted.
+// The library names a recording by its file name; among many the whole path is wanted. There is nothing in the
+// text that has to be escaped.
 std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
     if (error.code == TRK_ERROR_DAMAGED && error.offset >= 0) {
         return escaped(path) + " is damaged at byte " + std::to_string(error.offset) +
@@ -58,7 +60,7 @@ std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
     }
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string text(error.text);
-    return escaped(!name.empty() && text.starts_with(name) ? path + text.substr(name.size()) : text);
+    return !name.empty() && text.starts_with(name) ? escaped(path) + text.substr(name.size()) : text;
 }
 
 } // namespace
@@ -67,7 +69,16 @@ std::string messageLogName(const std::string &path, const OpenOptions &options) 
     return options.logFile.value_or(path.substr(0, path.rfind('/') + 1) + kDefaultMessageLog);
 }
 
-void LogLines::add(std::string_view line) {
+void LogLines::add(std::string_view line) noexcept {
+    toldOutOfMemory_ = toldOutOfMemory_ || line == "Out of memory\n";
+    try {
+        sort(line);
+    } catch (const std::bad_alloc &) {
+        ++ungrouped_;
+    }
+}
+
+void LogLines::sort(std::string_view line) {
     const std::string text = escaped(trimmed(line));
     const std::string pattern = withoutNumbers(text);
     const auto known = std::ranges::find(groups_, pattern, &Group::pattern);

@@ -24,15 +24,19 @@ class LogLines {
         uint64_t count = 0;
     };
 
-    void add(std::string_view line);
+    void add(std::string_view line) noexcept;
 
     [[nodiscard]] const std::vector<Group> &groups() const { return groups_; }
     [[nodiscard]] uint64_t ungrouped() const { return ungrouped_; } // lines of yet other patterns
     [[nodiscard]] const std::string &last() const { return last_; }
+    [[nodiscard]] bool toldOutOfMemory() const { return toldOutOfMemory_; } // by the library
 
   private:
+    void sort(std::string_view line);
+
     std::vector<Group> groups_;
     uint64_t ungrouped_ = 0;
+    bool toldOutOfMemory_ = false;
     std::string last_;
 };
 

@@ -59,7 +59,7 @@ TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &
         return;
     }
     if (std::ranges::any_of(inputs, [&path](const std::string &input) { return isSameFile(path, input); })) {
-        throw OutputError(escaped(name_) + ": is an input");
+        throw OutputError(escaped(name_) + " is an input: choose another output");
     }
     try {
         descriptor_ = file_.emplace(path).descriptor();
@@ -112,6 +112,8 @@ void TextOutput::flush() {
     used_ = 0;
 }
 
-void TextOutput::fail(int error) const { throw OutputError(escaped(name_) + ": " + std::strerror(error)); }
+void TextOutput::fail(int error) const {
+    throw OutputError(escaped(name_) + " cannot be written: " + std::strerror(error));
+}
 
 } // namespace tool

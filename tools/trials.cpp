@@ -55,9 +55,10 @@ void writeTrial(TextOutput &out, std::size_t number, const Trial &trial) {
 
 const char *const kTrialsHelp =
     R"("trial" and "first_item" count from 0, items as dump writes them; "items" is the number of items from the
-first to the one that ended the trial (a start of the next trial is none of them). "start", "end" and "duration" are ms
-of the tracker's clock, never moved; "sample_rate" is samples per second. "duration" is "." for a trial that ended with its recording block for
-want of an end of its own. "eye" and "sample_rate" are those of the recording block in force when it ended.
+first to the one that ended the trial (a start of the next trial is none of them). "start", "end" and
+"duration" are ms of the tracker's clock, never moved; "sample_rate" is samples per second. "duration" is "."
+for a trial that ended with its recording block for want of an end of its own. "eye" and "sample_rate" are
+those of the recording block in force when it ended.
 Messages with !V in them start and end nothing. --start inPut_type_N --end M takes input values N and M.)";
 
 std::vector<Trial> collectTrials(Recording &recording, const TrialTexts &texts) {

@@ -16,7 +16,7 @@ namespace tool {
 namespace {
 
 constexpr mode_t kNewFileMode = 0666;
-constexpr std::array kEndingSignals{SIGHUP, SIGINT, SIGTERM};
+constexpr std::array kEndingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 // Names of unfinished files, for the signal handler: it may do little more than remove them. A file without a
 // place here is removed all the same unless a signal ends the program.
@@ -61,9 +61,13 @@ int enter(const char *name) {
 } // namespace
 
 WholeFile::WholeFile(const std::string &path) : path_(path) {
+    std::error_code reason;
     std::error_code ignored;
-    if (const auto target = std::filesystem::canonical(path, ignored); !target.empty()) {
+    if (const auto target = std::filesystem::canonical(path, reason); !target.empty()) {
         path_ = target.string();
+    } else if (std::filesystem::is_symlink(path, ignored)) {
+        errno = reason.value(); // the link would be replaced, and not what it leads to
+        fail();
     }
     struct stat old {};
     const bool replaces = ::stat(path_.c_str(), &old) == 0;

@@ -780,7 +780,8 @@ typedef struct TRK_DAMAGE {
     int64_t offset; /* of the stretch in the record stream, bytes; -1 for repairs */
     int64_t length; /* of the stretch, bytes; 0 where nothing is there that should be */
     int64_t count;  /* 1 for a damage; how often a repair was made */
-    uint32_t time;  /* about when, ms of the tracker's clock: that of the last record before; 0 for repairs */
+    uint32_t time;  /* about when, ms of the tracker's clock: that of the last record before, or, at the start, of
+                       one behind; 0 for repairs */
     char text[256]; /* one sentence for a person, with no line end */
 } TRK_DAMAGE;
 

@@ -10,6 +10,7 @@ namespace trk {
 namespace {
 
 constexpr int64_t kNoOffset = -1;
+constexpr uint32_t kNoTime = 0; // of a damage: the items around it tell
 
 int kindOf(DamageKind kind) {
     switch (kind) {
@@ -44,19 +45,34 @@ TRK_DAMAGE repair(int kind, int64_t count, int64_t length, const char *what) {
 }
 
 // For each of some rising offsets, the first item in the order of the walk whose record stands there or behind.
+// Only samples stand in order; where there are none, events must do.
 class ItemFinder {
   public:
-    explicit ItemFinder(const ItemIndex &index) : index_(index) {}
+    explicit ItemFinder(const ItemIndex &index)
+        : index_(index), hasSamples_(std::ranges::any_of(index.items(), &Item::isSample)) {}
 
     ItemNumber firstFrom(int64_t offset) {
-        while (place_ < index_.size() && !(index_[place_].isSample() && index_[place_].filePosition >= offset)) {
+        while (place_ < index_.size() && !isFrom(index_[place_], offset)) {
             ++place_;
         }
         return place_;
     }
 
+    // Of the last item before one; kNoTime when there is none.
+    [[nodiscard]] uint32_t timeBefore(ItemNumber number) const {
+        while (number > 0 && index_[number - 1].isRecordingBlock()) {
+            --number;
+        }
+        return number > 0 ? TimeKey::time(index_[number - 1].key) : kNoTime;
+    }
+
   private:
+    [[nodiscard]] bool isFrom(const Item &item, int64_t offset) const {
+        return (item.isSample() || !hasSamples_) && item.filePosition >= offset;
+    }
+
     const ItemIndex &index_;
+    bool hasSamples_;
     ItemNumber place_ = 0;
 };
 
@@ -102,22 +118,28 @@ Survey surveyRecording(InputStream &stream, int64_t recordsBegin, uint16_t revis
         return survey;
     }
     std::vector<LostRange> lost;
-    const bool damaged = inflation->end == InflationEnd::WrongChecksum ||
-                         inflation->end == InflationEnd::Damaged || !inflation->tears.empty();
-    if (damaged && inflation->resumes) {
+    // Where the records are sound up to their end mark, all that is missing is what stands behind them.
+    const bool complete = survey.damages.empty() && inflation->tears.empty();
+    const bool broken = inflation->end == InflationEnd::Damaged && !complete;
+    const bool wrong = inflation->end == InflationEnd::WrongChecksum;
+    // What was inflated before a cut is what was compressed, unless its records tell otherwise.
+    const bool onlyCut =
+        inflation->cut && survey.damages.size() == 1 && survey.damages.front().kind == DamageKind::Cut;
+    if (((broken && !onlyCut) || wrong || !inflation->tears.empty()) && inflation->resumes) {
         lost = untrustworthy(survey, *inflation);
         options.lost = lost;
         survey = surveyRecords(stream, options);
     }
-    const bool broken = inflation->end == InflationEnd::Damaged;
-    const bool wrong = inflation->end == InflationEnd::WrongChecksum;
     if ((broken || wrong) && !survey.damages.empty() && survey.damages.back().kind == DamageKind::Cut) {
         survey.damages.pop_back(); // what is cut there is what could not be inflated
     }
-    const auto add = [&survey](DamageKind kind, int64_t offset, const char *text) {
-        const uint32_t time = survey.damages.empty() ? 0 : survey.damages.back().time;
-        survey.damages.push_back({kind, offset, 0, time, text});
+    const auto add = [&survey](DamageKind kind, int64_t offset, const char *text, int64_t length = 0) {
+        survey.damages.push_back({kind, offset, length, kNoTime, text});
     };
+    if (inflation->behind > 0) {
+        add(DamageKind::BehindEnd, inflation->inflated, "bytes stand behind the compressed data",
+            inflation->behind);
+    }
     for (const int64_t tear : inflation->tears) {
         add(DamageKind::CompressedData, tear, "compressed data that cannot be inflated, up to a place to resume");
     }
@@ -126,6 +148,8 @@ Survey surveyRecording(InputStream &stream, int64_t recordsBegin, uint16_t revis
             "the compressed data break off, or cannot be inflated from here on");
     } else if (wrong) {
         add(DamageKind::Checksum, inflation->inflated, "the checksum of the compressed data is wrong");
+    } else if (inflation->end == InflationEnd::Damaged) {
+        add(DamageKind::Checksum, inflation->inflated, "the compressed data end without their checksum");
     }
     std::ranges::stable_sort(survey.damages, {}, &Damage::offset);
     return survey;
@@ -143,7 +167,7 @@ std::vector<TRK_DAMAGE> listDamages(const Survey &survey, const RepairCounts &re
         entry.offset = damage.offset;
         entry.length = damage.length;
         entry.count = 1;
-        entry.time = damage.time;
+        entry.time = damage.time != kNoTime ? damage.time : items.timeBefore(entry.item);
         std::snprintf(entry.text, sizeof(entry.text), "%s", damage.text.c_str());
         list.push_back(entry);
     }

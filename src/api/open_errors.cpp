@@ -72,14 +72,14 @@ std::array<char, 64> beginningOf(const char *path) {
 
 void describeNoRecording(const char *path, TRK_ERROR &error) {
     struct stat status {};
-    const bool known = ::stat(path, &status) == 0;
-    if (known && S_ISDIR(status.st_mode)) {
+    const std::array<char, 64> beginning = beginningOf(path);
+    if (::stat(path, &status) == 0 && S_ISDIR(status.st_mode)) {
         describeFile(path, EISDIR, {}, error);
-    } else if (known && S_ISREG(status.st_mode) && status.st_size == 0) {
+    } else if (beginning[0] == '\0') {
         say(error, TRK_ERROR_NOT_A_RECORDING, "%s is empty: it is no recording", nameIn(path));
     } else {
         say(error, TRK_ERROR_NOT_A_RECORDING, "%s is not a recording: it begins with \"%s\"", nameIn(path),
-            beginningOf(path).data());
+            beginning.data());
     }
 }
 
@@ -136,6 +136,12 @@ void say(TRK_ERROR &error, TRK_ERROR_CODE code, const char *format, ...) {
         const bool broken = end > 0 && static_cast<unsigned char>(error.text[end - 1]) >= 0xC0;
         error.text[broken ? end - 1 : kCapacity - 1] = '\0';
     }
+    // File names may hold line ends.
+    const auto isControl = [](char character) {
+        const auto byte = static_cast<unsigned char>(character);
+        return byte < 0x20 || byte == 0x7F;
+    };
+    std::replace_if(error.text, error.text + std::strlen(error.text), isControl, '?');
 }
 
 TRK_OPEN_OPTIONS defaultOptions() {
@@ -158,7 +164,7 @@ bool checkArguments(const char *path, const TRK_OPEN_OPTIONS *options, TRK_OPEN_
     all = defaultOptions();
     if (options != nullptr) {
         const std::size_t size = options->size;
-        if (size < kSmallestOptions || size > kLargestOptions) {
+        if (size < kSmallestOptions || size > kLargestOptions || size % alignof(TRK_OPEN_OPTIONS) != 0) {
             say(error, TRK_ERROR_ARGUMENT,
                 "the size of the options is %zu: fill them with trk_default_options before use", size);
             return false;

@@ -38,9 +38,9 @@ constexpr std::string_view kEndLine = "ENDP:\n";
 // As atoi, but defined for every number: what does not fit is cut to its low bits.
 int decimalNumber(const std::string &text) { return static_cast<int>(std::strtol(text.c_str(), nullptr, 10)); }
 
-[[noreturn]] void throwNoText() {
+[[noreturn]] void throwNoText(TRK_ERROR_CODE code) {
     logLine("error reading trk file 6\n");
-    throw TRKException(kEndOfFile);
+    throw TRKException(kEndOfFile, code);
 }
 
 // Takes the facts from one line.
@@ -61,7 +61,7 @@ ContainerVariant readMagicLine(InputStream &stream) {
     std::array<char, kMagicLineLimit> line{};
     // A file with nothing in it answers -1 here and is refused by its empty line.
     if (stream.getTerminatedString(line.data(), kMagicLineLimit) == 0) {
-        throwNoText();
+        throwNoText(TRK_ERROR_NOT_A_RECORDING);
     }
     const auto *const magic = std::ranges::find(kMagicLines, std::string_view(line.data()), &MagicLine::line);
     if (magic == kMagicLines.end()) {
@@ -75,7 +75,7 @@ Preamble readPreamble(InputStream &stream) {
     std::array<char, kPreambleLineLimit> line{};
     while (true) {
         if (stream.getTerminatedString(line.data(), kPreambleLineLimit) <= 0) {
-            throwNoText();
+            throwNoText(TRK_ERROR_DAMAGED);
         }
         if (std::string_view(line.data()) == kEndLine) {
             break;

@@ -52,6 +52,7 @@ class FastInflater {
                 return taken;
             }
         }
+        result.behind = bytesBehind(source_, state_.avail_in + static_cast<uint32_t>(state_.read_in_length) / 8);
         return destination_.finish() ? InflationEnd::Done : failedToWrite();
     }
 

@@ -46,6 +46,7 @@ class Inflater {
         while (true) {
             const bool drained = stream_.avail_out != 0 || result_.inflated == 0;
             if (stream_.avail_in == 0 && drained && !fill()) {
+                result_.cut = readEnd_ == InflationEnd::Damaged && result_.tears.empty();
                 return readEnd_;
             }
             // Always as much, whatever room there is: a damage takes with it what it came in one go with.
@@ -68,6 +69,7 @@ class Inflater {
         // What came in one go with a damage counts only for those who look closely at it.
         const InflationEnd written = sound || options_.resume ? write() : InflationEnd::Done;
         if (written != InflationEnd::Done || status == Z_STREAM_END) {
+            result_.behind = bytesBehind(source_, stream_.avail_in);
             return written;
         }
         if (sound) {

@@ -4,6 +4,7 @@
 #include "io/inflated_data.h"
 #include "io/input_stream.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -27,7 +28,9 @@ struct Inflation {
     InflationEnd end = InflationEnd::Done;
     int64_t consumed = 0; // bytes of the source
     int64_t inflated = 0; // bytes; a destination that failed has fewer
+    int64_t behind = 0;   // bytes of the source behind the end of the compressed data, when that was reached
     int systemError = 0;  // errno of a failure to read or write
+    bool cut = false;     // damaged for nothing but that the source ends early
 
     // With `resume`, places in the destination: where bytes are missing, because what they were compressed to is
     // damaged; and where what follows does not depend on what is before.
@@ -49,5 +52,10 @@ struct InflationOptions {
 // the destination.
 [[nodiscard]] Inflation inflateTo(InflatedData &destination, InputStream &source,
                                   const InflationOptions &options = {});
+
+// What is left of a source, with the bytes that were read from it and not used.
+[[nodiscard]] inline int64_t bytesBehind(InputStream &source, uint32_t unused) {
+    return std::max<int64_t>(source.sourceSize() - source.sourcePosition(), 0) + unused;
+}
 
 } // namespace trk

@@ -168,7 +168,7 @@ cmp out whole.txt || fail "the items beside a log that is not merged"
 refuses 1 'trials.trk has no trial 2: it has 2, counted from 0' "$trk" dump --trial 2 logged/trials.trk
 refuses 3 'the message log logged cannot be read: Is a directory' "$trk" dump --log-file logged hand.trk
 refuses 3 'the message log xq_messages.log cannot be read: No such file' "$trk" dump --log hand.trk
-refuses 3 'xq_messages.log: is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
+refuses 3 'xq_messages.log is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
 
 # ---- What cannot be read ----
 
@@ -179,23 +179,25 @@ head -c $((size - 40)) hand.trk >cut.trk
 refuses 3 '^trk: none.trk cannot be read: No such file' "$trk" dump none.trk
 refuses 3 '^trk: \. cannot be read: Is a directory' "$trk" dump .
 refuses 3 '^trk: empty.trk is empty' "$trk" dump empty.trk
+printf 'no\n"' >$'bad\n.trk'
+refuses 3 '^trk: bad?.trk is not a recording: it begins with "no\\x0A\\x22"$' "$trk" dump $'bad\n.trk'
 refuses 3 '^trk: bad.trk is not a recording: it begins with "no recording' "$trk" dump -o kept.txt bad.trk
 [ ! -e kept.txt ] || fail "-o made a file for a bad recording"
 refuses 1 '^trk: cut.trk is damaged at byte .*--tolerant.*--salvage' "$trk" dump cut.trk
 "$trk" dump odd.trk >out 2>err && fail "an unreadable item is no failure"
 has err '^trk: odd.trk: 1 item could not be read \(item [0-9]+ is of a kind that is not known\)$'
 tr '\t' ' ' <out | cmp - hand.txt || fail "the items beside an unreadable one"
-refuses 3 'hand.trk: is an input' "$trk" dump -o hand.trk hand.trk
+refuses 3 'hand.trk is an input' "$trk" dump -o hand.trk hand.trk
 refuses 3 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
-refuses 3 '^trk: standard output: ' bash -c '"$0" dump hand.trk >&-' "$trk"
+refuses 3 '^trk: standard output cannot' bash -c '"$0" dump hand.trk >&-' "$trk"
 for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" "frobnicate" \
-    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk" "check --colour x"; do
+    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk" "check --colour x" "info --check 2 hand.trk"; do
     refuses 2 '^trk: .*--help)$' "$trk" $usage
     [ ! -s out ] || fail "usage error '$usage' prints"
 done
 head -n 9 hand.txt >intact.txt # up to 1002; the next sample breaks off
 for way in --tolerant --salvage; do
-    refuses 1 '^trk: cut.trk is damaged in 1 place, .* cannot be saved$' "$trk" dump $way cut.trk
+    refuses 1 '^trk: cut.trk is damaged in 1 place, .* cannot be saved; the recording breaks off there, ' "$trk" dump $way cut.trk
     tr '\t' ' ' <out | cmp - intact.txt || fail "$way"
 done
 status=0
@@ -231,8 +233,8 @@ json() { python3 -c "import json, sys; print($1)" <out; }
 # ---- Output is whole or not there ----
 
 echo old >kept.txt
-(ulimit -f 1 && trap '' XFSZ && exec "$trk" dump -o kept.txt "$big") >out 2>err && fail "a full disk"
-has err '^trk: kept.txt: File too large$'
+(ulimit -f 1 && exec "$trk" dump -o kept.txt "$big") >out 2>err && fail "a full disk"
+has err '^trk: kept.txt cannot be written: File too large$'
 # Ended by a signal while it writes, unless it was done before.
 ended() {
     "$trk" dump --raw -o kept.txt "$big" &
@@ -245,7 +247,8 @@ for try in 1 2 3 4 5; do
 done
 [ "$(cat kept.txt)" = old ] && ! compgen -G 'kept.txt.*' >/dev/null || fail "what stood there, and nothing else"
 ln -s kept.txt link.txt && chmod 600 kept.txt && "$trk" dump -o link.txt hand.trk
-[ -L link.txt ] && cmp kept.txt written.txt && [ "$(stat -c %a kept.txt)" = 600 ] || fail "-o through a link"
+ln -s nowhere/else astray.txt && refuses 3 'astray.txt cannot be written' "$trk" dump -o astray.txt hand.trk
+[ -L astray.txt ] && [ -L link.txt ] && cmp kept.txt written.txt && [ "$(stat -c %a kept.txt)" = 600 ] || fail "-o through a link"
 
 # ---- The example recording ----
 
@@ -257,6 +260,11 @@ for file in plain compressed; do
     has $file.info "^  container +$file\$"
 done
 cmp plain.txt compressed.txt || fail "plain and compressed differ"
+# What cannot be inflated takes the rest with it: no sample behind it tells how much.
+{ head -c 800000 compressed.trk && head -c 100 /dev/zero && tail -c +800101 compressed.trk; } >spoilt.trk
+expect_check 1 ' items or [1-9][0-9]*\.[0-9]* s, cannot be saved' spoilt.trk
+{ head -n 6 plain.trk && tail -c +2000 plain.trk; } >headless.trk # without the start of the first block
+expect_check 1 ' bytes, an unknown number of items, cannot be saved$' headless.trk
 [ "$(awk -F'\t' '{ print NF }' plain.txt | sort -u)" = 23 ] || fail "a line with another number of cells"
 lines=$(($(wc -l <plain.txt) - 1))
 has plain.info "^Items: $lines\$"
