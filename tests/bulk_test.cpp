@@ -2,7 +2,9 @@
 #include "support/bulk.h"
 #include "support/scenarios.h"
 
+#include <cctype>
 #include <cmath>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -121,6 +123,18 @@ TEST(Bulk, ColumnsAreNamedAsTheirFields) {
               field("href_fvel_y_left", offsetof(FSAMPLE_REC, href_fvel_y)));
     EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8), field("ext_data_8", offsetof(FSAMPLE_REC, ext_data) + 14));
     EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8 + 1).second, -2);
+
+    std::ifstream header(TRKAPI_SOURCE_DIR "/include/trkapi/trkapi.h");
+    std::string constant, equals;
+    int next = 1;
+    while (header >> constant) {
+        if (constant.starts_with("TRK_COLUMN_") && header >> equals && equals == "=") {
+            std::string name = constant.substr(std::string("TRK_COLUMN_").size());
+            std::ranges::transform(name, name.begin(), [](unsigned char letter) { return std::tolower(letter); });
+            EXPECT_EQ(offsetOf(next++).first, name);
+        }
+    }
+    EXPECT_EQ(next, TRK_COLUMN_EXT_DATA_8 + 1);
 }
 
 TEST(Bulk, TypesStridesAndMissingValues) {

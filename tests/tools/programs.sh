@@ -2,6 +2,7 @@
 # Runs the programs as a user does: programs.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH QUALITY
 set -euo pipefail
 trk=$1 make_example=$2 scratch=$3 quality=$4
+header_file=$(cd "$(dirname "$0")/../../include/trkapi" && pwd)/trkapi.h
 rm -rf "$scratch"
 mkdir -p "$scratch"
 cd "$scratch"
@@ -76,6 +77,9 @@ grep -qx 'recording_start 1000 left 1000 samples+events 0x8540 0x0000 10 0 0 1 0
 "$trk" dump --kind samples hand.trk >samples.txt
 [ "$(cells samples.txt flags | tr '\n' ' ')" = "0xa541 0x8541 0x8541 0xc000 0xc000 0x8541 " ] ||
     fail "sample flags"
+for name in $(head -n 1 samples.txt); do # as the library names its columns
+    [[ $name =~ ^(kind|eye|ext_data)$ ]] || grep -q "TRK_COLUMN_${name^^} =" "$header_file" || fail "column $name"
+done
 "$trk" dump --kind events hand.trk >events.txt
 [ "$(cells events.txt avg_pupil_size | tr '\n' ' ')" = ". . . 1200 . . " ] || fail "event values"
 "$trk" dump --kind samples,messages --kind recordings hand.trk | tr '\t' ' ' >several.txt
