@@ -174,6 +174,32 @@ GazeColumns::GazeColumns(std::size_t rows) : time(rows), flags(rows) {
     }
 }
 
+namespace {
+
+// The rest of a sample behind its time.
+void decodeGaze(Cursor &cursor, uint16_t tag, GazeColumns &columns, std::size_t row) {
+    const auto has = [tag](int flag) { return (tag & flag) != 0; };
+    const auto sizeOf = [&has](int flag, int size) { return has(flag) ? size : 0; };
+    const int eyes = sizeOf(TRK_SAMPLE_LEFT, 1) + sizeOf(TRK_SAMPLE_RIGHT, 1);
+    cursor.skip(sizeOf(TRK_SAMPLE_PUPIL_POSITION, 4 * eyes) + sizeOf(TRK_SAMPLE_HREF, 4 * eyes));
+    for (std::size_t eye = 0; eye < 2; ++eye) {
+        const bool present = has(TRK_SAMPLE_GAZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
+        columns.gaze[2 * eye][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
+        columns.gaze[2 * eye + 1][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
+    }
+    cursor.skip(sizeOf(TRK_SAMPLE_RESOLUTION, 4));
+    for (std::size_t eye = 0; eye < 2; ++eye) {
+        const bool present = has(TRK_SAMPLE_PUPIL_SIZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
+        columns.pupilSize[eye][row] = present ? cursor.value() : TRK_FIELD_ABSENT;
+    }
+    cursor.skip(sizeOf(TRK_SAMPLE_STATUS, 2) + sizeOf(TRK_SAMPLE_INPUT, 2) + sizeOf(TRK_SAMPLE_BUTTONS, 2));
+    if (has(TRK_SAMPLE_EXTENSION)) {
+        cursor.skip(2 * (cursor.byte() & 0x0F));
+    }
+}
+
+} // namespace
+
 std::size_t decodeColumns(std::string_view records, GazeColumns &columns) {
     Cursor cursor(records);
     uint32_t time = 0;
@@ -187,27 +213,10 @@ std::size_t decodeColumns(std::string_view records, GazeColumns &columns) {
             decodeEvent(cursor);
             continue;
         }
-        const auto has = [tag](int flag) { return (tag & flag) != 0; };
-        const int eyes = (has(TRK_SAMPLE_LEFT) ? 1 : 0) + (has(TRK_SAMPLE_RIGHT) ? 1 : 0);
-        time = has(TRK_SAMPLE_FULL_TIME) ? cursor.number() : time + cursor.byte();
+        time = (tag & TRK_SAMPLE_FULL_TIME) != 0 ? cursor.number() : time + cursor.byte();
         columns.time[row] = time;
         columns.flags[row] = tag;
-        cursor.skip(4 * eyes * ((has(TRK_SAMPLE_PUPIL_POSITION) ? 1 : 0) + (has(TRK_SAMPLE_HREF) ? 1 : 0)));
-        for (std::size_t eye = 0; eye < 2; ++eye) {
-            const bool present = has(TRK_SAMPLE_GAZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
-            columns.gaze[2 * eye][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
-            columns.gaze[2 * eye + 1][row] = present ? scaled(cursor) : TRK_FIELD_ABSENT;
-        }
-        cursor.skip(has(TRK_SAMPLE_RESOLUTION) ? 4 : 0);
-        for (std::size_t eye = 0; eye < 2; ++eye) {
-            const bool present = has(TRK_SAMPLE_PUPIL_SIZE) && has(eye == 0 ? TRK_SAMPLE_LEFT : TRK_SAMPLE_RIGHT);
-            columns.pupilSize[eye][row] = present ? cursor.value() : TRK_FIELD_ABSENT;
-        }
-        cursor.skip(2 * ((has(TRK_SAMPLE_STATUS) ? 1 : 0) + (has(TRK_SAMPLE_INPUT) ? 1 : 0) +
-                         (has(TRK_SAMPLE_BUTTONS) ? 1 : 0)));
-        if (has(TRK_SAMPLE_EXTENSION)) {
-            cursor.skip(2 * (cursor.byte() & 0x0F));
-        }
+        decodeGaze(cursor, tag, columns, row);
         ++row;
     }
     return row;

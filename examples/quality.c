@@ -21,10 +21,23 @@ static int print_damages(_TRKFILE *recording) {
     return damages;
 }
 
-/* Prints how much gaze the trial lacks in each eye. A trial begins with a recording block, which tells the eyes. */
+static const unsigned eye_flags[2] = {TRK_SAMPLE_LEFT, TRK_SAMPLE_RIGHT};
+
+/* Counts the samples of each eye, and those without gaze. A dummy sample, which stands for a lost one, has the
+   flags of both eyes whatever was recorded: then the eyes of the recording block count. */
+static void count(const FSAMPLE_REC *sample, unsigned block_eyes, unsigned samples[2], unsigned missing[2]) {
+    const int dummy = (sample->flags & TRK_SAMPLE_RECORD) == 0;
+    const int carried = (sample->flags & TRK_SAMPLE_GAZE) != 0;
+    for (unsigned eye = 0; eye < 2; ++eye) {
+        if (dummy ? block_eyes >> eye & 1U : carried && (sample->flags & eye_flags[eye]) != 0) {
+            ++samples[eye];
+            missing[eye] += sample->gaze_x[eye] == MISSING_DATA || sample->gaze_y[eye] == MISSING_DATA;
+        }
+    }
+}
+
+/* Prints how much gaze the trial lacks in each eye. A trial begins with a recording block, which has the eyes. */
 static void print_trial(_TRKFILE *recording, int trial) {
-    static const char *const names[2] = {"left", "right"};
-    static const unsigned flags[2] = {TRK_SAMPLE_LEFT, TRK_SAMPLE_RIGHT};
     unsigned first = 0, end = 0, block_eyes = 0, samples[2] = {0, 0}, missing[2] = {0, 0};
     if (trk_get_trial_range(recording, trial, &first, &end) != 0 || trk_goto_item(recording, first) != 0) {
         return;
@@ -32,25 +45,17 @@ static void print_trial(_TRKFILE *recording, int trial) {
     for (; first < end; ++first) {
         const int code = trk_get_next_data(recording);
         const ALLF_DATA *item = code == REC_SAMPLE || code == REC_RECORDING ? trk_get_float_data(recording) : NULL;
-        if (item != NULL && code == REC_RECORDING && item->recording.state == TRK_BLOCK_START) {
+        if (item != NULL && code == REC_RECORDING) {
             block_eyes = item->recording.eye;
-        }
-        for (int eye = 0; item != NULL && code == REC_SAMPLE && eye < 2; ++eye) {
-            const FSAMPLE_REC *sample = &item->sample;
-            /* A dummy sample, which stands for a lost one, has the flags of both eyes whatever was recorded. */
-            const int dummy = (sample->flags & TRK_SAMPLE_RECORD) == 0;
-            const int carried = (sample->flags & flags[eye]) != 0 && (sample->flags & TRK_SAMPLE_GAZE) != 0;
-            if (dummy ? (block_eyes & (eye == 0 ? TRK_EYE_LEFT : TRK_EYE_RIGHT)) != 0 : carried) {
-                ++samples[eye];
-                missing[eye] += sample->gaze_x[eye] == MISSING_DATA || sample->gaze_y[eye] == MISSING_DATA;
-            }
+        } else if (item != NULL) {
+            count(&item->sample, block_eyes, samples, missing);
         }
     }
     printf("trial %d:", trial + 1);
     for (int eye = 0; eye < 2; ++eye) {
         if (samples[eye] > 0) {
             printf("%s %s gaze missing in %.2f %% of %u samples", eye == 1 && samples[0] > 0 ? "," : "",
-                   names[eye], 100.0 * missing[eye] / samples[eye], samples[eye]);
+                   eye == 0 ? "left" : "right", 100.0 * missing[eye] / samples[eye], samples[eye]);
         }
     }
     puts(samples[0] + samples[1] > 0 ? "" : " no gaze");

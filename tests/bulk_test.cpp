@@ -28,9 +28,8 @@ void compareStretches(const Bytes &file, const OpenOptions &options, std::mt1993
         const unsigned first = below(items.size());
         const unsigned end =
             first + below(i % 2 == 0 ? items.size() - first : std::min<size_t>(items.size() - first, 40));
-        const auto difference =
-            bulkDifference(recording.handle(), items, first, end, below(2) != 0, 1 + below(i % 3 == 0 ? 9 : 2000));
-        ASSERT_EQ(difference.value_or(""), "") << "of [" << first << ", " << end << ")";
+        BulkComparison comparison(recording.handle(), items, below(2) != 0, 1 + below(i % 3 == 0 ? 9 : 2000));
+        ASSERT_EQ(comparison.difference(first, end), "") << "of [" << first << ", " << end << ")";
         for (unsigned steps = below(300); steps > 0 && walked.size() < items.size(); --steps) {
             walked.push_back(recording.fetch(recording.step()));
             ASSERT_EQ(walked.back(), items[walked.size() - 1]) << "item " << walked.size() - 1;

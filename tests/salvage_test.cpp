@@ -130,8 +130,8 @@ TEST_F(Salvage, DeliversNearlyAllAndInventsNothing) {
     check(experiment({.durationMs = 40000, .sampleRate = 250, .cameraData = true}).file, 3, 6);
 }
 
-// A recording block is started twice, and both starts state time, divisors and rate. Flips each bit of these, and of
-// the content: the other start, the samples and the blocks before tell what was stated. Without blocks before,
+// A recording block is started twice, and both starts state time, divisors and rate. Flips each bit of these, and
+// of the content: the other start, the samples and the blocks before tell what was stated. Without blocks before,
 // nothing tells which of two divisors scales the gaze.
 TEST_F(Salvage, MendsStartsOfBlocks) {
     const TemporaryDirectory directory;

@@ -903,7 +903,7 @@ typedef struct TRK_COLUMN_DESCRIPTION {
     const char *unit;        /* "" for a number without one */
     const char *description; /* one line */
     const char *missing;     /* how a value that is not there reads without TRK_READ_NAN; "" when all are there */
-    int record_offset;       /* of the field of FSAMPLE_REC that holds it as a value of `type`, bytes; -1: none does */
+    int record_offset;       /* in bytes, of the field of FSAMPLE_REC that holds it as a `type`; -1: none does */
     int velocity;            /* 1 for a velocity: these cost more than all others */
 } TRK_COLUMN_DESCRIPTION;
 
@@ -973,8 +973,8 @@ TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end,
  *
  * events        receives one record for each; `message` of all is null. May be null when only texts are wanted
  * rows          room in `events` and, less one, in `text_offsets`
- * texts         receives the texts of the messages, one behind the other, each with a zero byte behind it. They can
- *               hold zero bytes themselves. May be null: then texts are left out
+ * texts         receives the texts of the messages, one behind the other, each with a zero byte behind it. They
+ *               can hold zero bytes themselves. May be null: then texts are left out
  * texts_size    its size in bytes; when it is full the reading ends before the event
  * text_offsets  receives, for each event, where its text begins in `texts`, and at the end where the next one
  *               would: the text of event i has text_offsets[i + 1] - text_offsets[i] - 1 bytes, or is none when

@@ -45,8 +45,8 @@ class Mapper {
     }
 
   private:
-    // A sample or the border of a block that stands elsewhere in the stream than in the index is met by the batches
-    // over there: from then on they are out of step, or decode otherwise.
+    // A sample or the border of a block that stands elsewhere in the stream than in the index is met by the
+    // batches over there: from then on they are out of step, or decode otherwise.
     void dropStrayed() {
         for (std::size_t i = 0; i < stretches_.size(); ++i) {
             Stretch &stretch = stretches_[i];

@@ -117,7 +117,7 @@ bool BulkReader::readDirectly(Stretch &stretch, const SampleRequest &request, Bu
         const auto most =
             static_cast<std::size_t>(std::min<int64_t>(request.rows - result.rows, int64_t{RunRows::kRows}));
         if (!rows_.take(stretch, result.item, end, most, request.wantsVelocities(), stretch.gazeDivisor)) {
-            stretch.plain = eventsStandAlone_ = false;
+            stretch.plain = false;
             return false;
         }
         columns_.put(stretch.block, request, model, fixedResolution(source_.config), result.rows);

@@ -130,17 +130,21 @@ void SampleRows::append(std::size_t row, ItemNumber number) {
 
 // Finds the bodies of the rows. They stand in the order of the stream.
 bool SampleRows::locate() {
-    const auto isReal = [this](ItemNumber number) { return !index_[number].isDummy(); };
-    const auto begin = number_.begin() + static_cast<std::ptrdiff_t>(begin_);
-    const auto end = number_.begin() + static_cast<std::ptrdiff_t>(end_);
-    const auto first = std::find_if(begin, end, isReal);
-    if (first == end) {
+    const auto isReal = [this](std::size_t row) { return !index_[number_[row]].isDummy(); };
+    std::size_t first = begin_;
+    while (first < end_ && !isReal(first)) {
+        ++first;
+    }
+    if (first == end_) {
         std::ranges::fill(body_, nullptr);
         return true;
     }
-    const auto last = std::find_if(std::reverse_iterator(end), std::reverse_iterator(begin), isReal);
-    const int64_t offset = index_[*first].filePosition;
-    const int64_t reach = index_[*last].filePosition - offset + kLargestFixedPart;
+    std::size_t last = end_ - 1;
+    while (!isReal(last)) {
+        --last;
+    }
+    const int64_t offset = index_[number_[first]].filePosition;
+    const int64_t reach = index_[number_[last]].filePosition - offset + kLargestFixedPart;
     if (reach > kLongestReach) {
         return false;
     }
@@ -150,7 +154,7 @@ bool SampleRows::locate() {
         body_[row] = item.isDummy() ? nullptr : bytes.data() + (item.filePosition - offset);
     }
     // Only the last one can be cut short.
-    const Item &lastItem = index_[*last];
+    const Item &lastItem = index_[number_[last]];
     const Layout layout(lastItem.tag);
     const auto at = static_cast<std::size_t>(lastItem.filePosition - offset);
     if (at + layout.end > bytes.size()) {

@@ -27,8 +27,8 @@ template <int kSize> void meanGroups(const RunRows::Column<float> &position, Run
     }
 }
 
-// The velocities of rows from the four groups of each. Into arrays of its own, so that the compiler sees that it can
-// compute several rows at once.
+// The velocities of rows from the four groups of each. Into arrays of its own, so that the compiler sees that it
+// can compute several rows at once.
 void velocitiesOf(const std::array<const float *, 4> &groups, const std::array<float, RunRows::kRows> &resolution,
                   float scale, std::size_t count, LaneVelocities &out) {
     const auto [a, b, c, d] = groups;

@@ -11,8 +11,8 @@
 
 namespace trk {
 
-// A stretch of a run, one array for each number. Rows [kContext, kContext + kRows) are the samples whose velocities
-// are wanted; before and behind them stand their neighbours.
+// A stretch of a run, one array for each number. Rows [kContext, kContext + kRows) are the samples whose
+// velocities are wanted; before and behind them stand their neighbours.
 struct RunRows {
     static constexpr std::size_t kRows = 256;
     static constexpr std::size_t kContext = VelocityModel::kLargestHalfSpan + 1;
@@ -26,8 +26,8 @@ struct RunRows {
     std::array<Column<uint32_t>, kEyes> present; // all bits set where the sample has the eye, else 0
 };
 
-// One of two numbers: the first where all bits of the mask are set, the second where none is. Several can be chosen
-// side by side.
+// One of two numbers: the first where all bits of the mask are set, the second where none is. Several can be
+// chosen side by side.
 [[nodiscard, gnu::always_inline]] inline float chosen(uint32_t mask, float one, float other) {
     return std::bit_cast<float>((std::bit_cast<uint32_t>(one) & mask) | (std::bit_cast<uint32_t>(other) & ~mask));
 }

@@ -260,13 +260,13 @@ Velocities VelocityComputer::plainVelocities(uint64_t key, const PositionLanes &
     return {smoothed, fast};
 }
 
-// Whether the velocities were, or now are, worked out together with those of the samples behind. They are when this
-// sample follows the one asked for last, and all neighbours stand in a row.
+// Whether the velocities were, or now are, worked out together with those of the samples behind. They are when
+// this sample follows the one asked for last, and all neighbours stand in a row.
 bool VelocityComputer::takeFromRun(Sample &sample, int place, FixedResolution fixed) {
     const uint64_t serial = window_.serial(place);
     const bool follows = std::exchange(nextSerial_, serial + 1) == serial;
     const bool isIn = serial - run_.firstSerial < run_.count;
-    if (!isIn || std::memcmp(&fixed, &run_.fixed, sizeof(fixed)) != 0) {
+    if (!isIn || fixed.x != run_.fixed.x || fixed.y != run_.fixed.y) {
         constexpr int kWorthIt = 16;
         const int count = window_.count() - place - model_.halfSpan();
         if (!follows || count < kWorthIt || place < model_.halfSpan() ||

@@ -46,8 +46,8 @@ class OpeningJudge {
         return found != blocks_.end() ? &found->second : nullptr;
     }
 
-    // The time of the first sample of a block, by its start; nothing where that is in doubt, or where samples of this
-    // recording do not begin right at the start.
+    // The time of the first sample of a block, by its start; nothing where that is in doubt, or where samples of
+    // this recording do not begin right at the start.
     [[nodiscard]] std::optional<uint32_t> firstSampleAt(uint32_t block) const;
 
   private:

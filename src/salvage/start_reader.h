@@ -24,9 +24,9 @@ inline constexpr uint16_t kAnnouncedContent = TRK_SAMPLE_EXTENSION | TRK_SAMPLE_
     return ((tag ^ content) & kSteadyContent) == 0 && announced && likely;
 }
 
-// A tracker that records samples and eye events starts a block with a start of each, one directly behind the other,
-// and states the same in both. So where one of them is damaged the other still tells what it stated, and the samples
-// tell which of the two is right, of time, rate and content.
+// A tracker that records samples and eye events starts a block with a start of each, one directly behind the
+// other, and states the same in both. So where one of them is damaged the other still tells what it stated, and
+// the samples tell which of the two is right, of time, rate and content.
 class StartReader {
   public:
     explicit StartReader(ByteView &view) : view_(view) {}

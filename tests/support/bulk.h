@@ -3,11 +3,9 @@
 
 #include "support/walk.h"
 
-#include <array>
-#include <bit>
 #include <cstdint>
-#include <optional>
-#include <utility>
+#include <string>
+#include <vector>
 
 namespace trk_test {
 
@@ -23,89 +21,107 @@ inline std::vector<TRK_COLUMN_DESCRIPTION> recordColumns(bool velocities) {
     return columns;
 }
 
-// `items` are those of a whole walk over the recording, or its beginning. Returns what differs in [first, end), or
-// nothing. `room` is how many rows are read a call.
-inline std::optional<std::string> bulkDifference(_TRKFILE *handle, const std::vector<Item> &items, unsigned first,
-                                                 unsigned end, bool velocities, size_t room) {
-    const auto differs = [](const char *what, size_t item) {
-        return std::optional<std::string>(std::string(what) + " at item " + std::to_string(item));
-    };
-    const std::vector<TRK_COLUMN_DESCRIPTION> fields = recordColumns(velocities);
-    std::vector<FSAMPLE_REC> records(room);
-    std::vector<unsigned> numbers(room);
-    std::vector<FEVENT> events(room);
-    std::vector<int64_t> offsets(room + 1);
-    std::vector<char> texts(room * 501);
-    std::vector<TRK_COLUMN> columns{{TRK_COLUMN_ITEM, TRK_TYPE_UINT32, numbers.data(), 0}};
-    for (const TRK_COLUMN_DESCRIPTION &field : fields) {
-        columns.push_back({field.id, field.type, reinterpret_cast<char *>(records.data()) + field.record_offset,
-                           sizeof(FSAMPLE_REC)});
+// One recording, and the items of a whole walk over it. Reads `room` rows a call.
+class BulkComparison {
+  public:
+    BulkComparison(_TRKFILE *handle, const std::vector<Item> &items, bool velocities, size_t room)
+        : handle_(handle), items_(items), fields_(recordColumns(velocities)), records_(room), numbers_(room),
+          events_(room), offsets_(room + 1), texts_(room * 501) {
+        columns_.push_back({TRK_COLUMN_ITEM, TRK_TYPE_UINT32, numbers_.data(), 0});
+        for (const TRK_COLUMN_DESCRIPTION &field : fields_) {
+            columns_.push_back({field.id, field.type,
+                                reinterpret_cast<char *>(records_.data()) + field.record_offset,
+                                sizeof(FSAMPLE_REC)});
+        }
     }
-    TRK_ERROR error{};
-    const auto isSample = [&items](size_t i) { return items[i].code == REC_SAMPLE; };
-    const auto isEvent = [&items](size_t i) { // of a kind that is known
-        const int code = items[i].code;
+
+    // What differs in [first, end), or nothing.
+    std::string difference(size_t first, size_t end) {
+        const auto readSamples = [&](unsigned next, unsigned last) {
+            return trk_read_samples(handle_, next, last, columns_.data(), columns_.size(), room(), 0, &error_);
+        };
+        const auto readEvents = [&](unsigned next, unsigned last) {
+            return trk_read_events(handle_, next, last, events_.data(), room(), texts_.data(), texts_.size(),
+                                   offsets_.data(), &error_);
+        };
+        std::string text = compare(first, end, &BulkComparison::isSample, readSamples, &BulkComparison::sampleIs);
+        return text.empty() ? compare(first, end, &BulkComparison::isEvent, readEvents, &BulkComparison::eventIs)
+                            : text;
+    }
+
+  private:
+    int64_t room() const { return static_cast<int64_t>(records_.size()); }
+    bool isSample(size_t item) const { return items_[item].code == REC_SAMPLE; }
+    bool isEvent(size_t item) const { // of a kind that is known
+        const int code = items_[item].code;
         return (code >= REC_EVENT1 && code <= REC_EVENT10) ||
                (code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS) || code == REC_MESSAGE || code == REC_BUTTON ||
                code == REC_INPUT;
-    };
-    const auto check = [&](auto isWanted, auto read, auto isSame) -> std::optional<std::string> {
-        for (size_t next = first; next < end;) {
-            const int64_t rows = read(static_cast<unsigned>(next));
+    }
+
+    bool sampleIs(size_t row, size_t item) const {
+        const auto *const read = reinterpret_cast<const char *>(&records_[row]);
+        const auto *const walked = reinterpret_cast<const char *>(&items_[item].record);
+        return numbers_[row] == item && std::ranges::all_of(fields_, [&](const TRK_COLUMN_DESCRIPTION &field) {
+                   const size_t size = field.type == TRK_TYPE_UINT16 ? 2 : 4;
+                   return std::memcmp(read + field.record_offset, walked + field.record_offset, size) == 0;
+               });
+    }
+
+    bool eventIs(size_t row, size_t item) const {
+        const auto begin = static_cast<size_t>(offsets_[row]);
+        const auto length = static_cast<size_t>(offsets_[row + 1]) - begin;
+        Item read{items_[item].code, true, {}, {texts_.data() + begin, length == 0 ? 0 : length - 1}};
+        read.record.event = events_[row];
+        return read == items_[item];
+    }
+
+    // From `next` on, over what is not wanted.
+    size_t wanted(size_t next, size_t end, bool (BulkComparison::*isWanted)(size_t) const) const {
+        while (next < end && !(this->*isWanted)(next)) {
+            ++next;
+        }
+        return next;
+    }
+
+    template <class Read>
+    std::string compare(size_t next, size_t end, bool (BulkComparison::*isWanted)(size_t) const, Read read,
+                        bool (BulkComparison::*isSame)(size_t, size_t) const) {
+        const auto at = [](const char *what, size_t item) { return what + (" at item " + std::to_string(item)); };
+        while (next < end) {
+            const int64_t rows = read(static_cast<unsigned>(next), static_cast<unsigned>(end));
             if (rows < 0) {
-                return differs("no reading", next);
+                return at("no reading", next);
             }
             for (size_t row = 0; row < static_cast<size_t>(rows); ++row, ++next) {
-                next = std::find_if(
-                           items.begin() + static_cast<ptrdiff_t>(next), items.end(),
-                           [&](const Item &item) { return isWanted(static_cast<size_t>(&item - items.data())); }) -
-                       items.begin();
-                if (next >= end || !items[next].fetched || !isSame(row, next)) {
-                    return differs("another value", next);
+                next = wanted(next, end, isWanted);
+                if (next >= end || !items_[next].fetched || !(this->*isSame)(row, next)) {
+                    return at("another value", next);
                 }
             }
-            for (; next < static_cast<size_t>(error.item); ++next) {
-                if (isWanted(next)) {
-                    return differs("an item left out", next);
-                }
+            const auto reached = static_cast<size_t>(error_.item);
+            if (wanted(next, reached, isWanted) < reached) {
+                return at("an item left out", next);
             }
-            if (error.code == TRK_ERROR_DAMAGED && items[next].fetched) {
-                return differs("an item that can be read", next);
+            const bool unreadable = error_.code == TRK_ERROR_DAMAGED;
+            if (unreadable && items_[reached].fetched) {
+                return at("an item that can be read", reached);
             }
-            next += error.code == TRK_ERROR_DAMAGED ? 1 : 0;
+            next = std::max(next, reached) + (unreadable ? 1 : 0);
         }
-        return std::nullopt;
-    };
-    const auto samples = check(
-        isSample,
-        [&](unsigned next) {
-            return trk_read_samples(handle, next, end, columns.data(), columns.size(), static_cast<int64_t>(room),
-                                    0, &error);
-        },
-        [&](size_t row, size_t item) {
-            const auto *const read = reinterpret_cast<const char *>(&records[row]);
-            const auto *const walked = reinterpret_cast<const char *>(&items[item].record);
-            return numbers[row] == item && std::ranges::all_of(fields, [&](const TRK_COLUMN_DESCRIPTION &field) {
-                       const size_t size = field.type == TRK_TYPE_UINT16 ? 2 : 4;
-                       return std::memcmp(read + field.record_offset, walked + field.record_offset, size) == 0;
-                   });
-        });
-    if (samples) {
-        return samples;
+        return {};
     }
-    return check(
-        isEvent,
-        [&](unsigned next) {
-            return trk_read_events(handle, next, end, events.data(), static_cast<int64_t>(room), texts.data(),
-                                   texts.size(), offsets.data(), &error);
-        },
-        [&](size_t row, size_t item) {
-            const auto begin = static_cast<size_t>(offsets[row]);
-            const auto length = static_cast<size_t>(offsets[row + 1]) - begin;
-            Item read{items[item].code, true, {}, {texts.data() + begin, length == 0 ? 0 : length - 1}};
-            read.record.event = events[row];
-            return read == items[item];
-        });
-}
+
+    _TRKFILE *handle_;
+    const std::vector<Item> &items_;
+    std::vector<TRK_COLUMN_DESCRIPTION> fields_;
+    std::vector<FSAMPLE_REC> records_;
+    std::vector<unsigned> numbers_;
+    std::vector<FEVENT> events_;
+    std::vector<int64_t> offsets_;
+    std::vector<char> texts_;
+    std::vector<TRK_COLUMN> columns_;
+    TRK_ERROR error_{};
+};
 
 } // namespace trk_test
