@@ -156,7 +156,7 @@ TEST(Bulk, TypesStridesAndMissingValues) {
         int64_t block;
     };
     std::array<Row, 4> rows{};
-    const auto at = [&rows](int id, int type, void *data) { return TRK_COLUMN{id, type, data, sizeof(rows[0])}; };
+    const auto at = [](int id, int type, void *data) { return TRK_COLUMN{id, type, data, sizeof(Row)}; };
     const std::array columns{at(TRK_COLUMN_TIME_EXACT, TRK_TYPE_DOUBLE, &rows[0].time),
                              at(TRK_COLUMN_GAZE_X_LEFT, TRK_TYPE_FLOAT, &rows[0].gaze),
                              at(TRK_COLUMN_PUPIL_SIZE_LEFT, TRK_TYPE_FLOAT, &rows[0].pupil),
