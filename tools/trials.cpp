@@ -11,8 +11,6 @@ namespace tool {
 
 namespace {
 
-constexpr std::string_view kInputPrefix = "inPut_type_";
-
 bool endsWithItsBlock(const TRIAL &header) { return header.duration == 0 && header.end_time > header.start_time; }
 
 // Whether an item is of the kind that a text names, and holds it.

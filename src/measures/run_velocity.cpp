@@ -79,31 +79,38 @@ void RunVelocity::findResolution(std::size_t lane, std::size_t count) {
     if (!isHref(lane) || fixed_.x != MISSING_DATA) {
         return;
     }
-    const FixedResolution *const own = hrefResolutions(eyeOf(lane), count);
+    const HrefResolutions &both = hrefResolutions(eyeOf(lane), count);
+    const auto &own = isVertical(lane) ? both.y : both.x;
     const auto &x = rows_->position[Lanes::kHref + eyeOf(lane)];
     const auto &y = rows_->position[Lanes::kHref + kEyes + eyeOf(lane)];
     for (std::size_t i = 0; i < count; ++i) {
         const uint32_t unknown = maskOf(x[kFirst + i]) | maskOf(y[kFirst + i]);
-        resolution_[i] = chosen(unknown, resolution_[i], isVertical(lane) ? own[i].y : own[i].x);
+        resolution_[i] = chosen(unknown, resolution_[i], own[i]);
     }
 }
 
-// The resolution that each position of an eye on the HREF plane gives.
-const FixedResolution *RunVelocity::hrefResolutions(std::size_t eye, std::size_t count) {
-    auto &resolutions = hrefResolutions_[eye];
+// The resolution that each position of an eye on the HREF plane gives, along both axes.
+const RunVelocity::HrefResolutions &RunVelocity::hrefResolutions(std::size_t eye, std::size_t count) {
+    HrefResolutions &resolutions = hrefResolutions_[eye];
     if (hrefIsKnown_[eye]) {
-        return resolutions.data();
+        return resolutions;
     }
     hrefIsKnown_[eye] = true;
     const float *const x = &rows_->position[Lanes::kHref + eye][kFirst];
     const float *const y = &rows_->position[Lanes::kHref + kEyes + eye][kFirst];
+    HrefResolutions own;
     for (std::size_t i = 0; i < count; ++i) {
         const double squareX = squareOf(x[i]);
         const double squareY = squareOf(y[i]);
-        resolutions[i] =
-            checked({hrefResolution(squareX, squareY, squareY), hrefResolution(squareX, squareY, squareX)});
+        own.x[i] = hrefResolution(squareX, squareY, squareY);
+        own.y[i] = hrefResolution(squareX, squareY, squareX);
     }
-    return resolutions.data();
+    for (std::size_t i = 0; i < count; ++i) {
+        const FixedResolution sound = checked({own.x[i], own.y[i]});
+        resolutions.x[i] = sound.x;
+        resolutions.y[i] = sound.y;
+    }
+    return resolutions;
 }
 
 // The model of high-speed trackers: all positions of the span or nothing.
@@ -146,16 +153,17 @@ void RunVelocity::hideBesideMissing(const RunRows::Column<float> &position, std:
     if (missing == 0) {
         return;
     }
+    std::size_t done = 0; // rows before it were seen to
     for (std::size_t row = begin; row < end; ++row) {
         if (position[row] != MISSING_DATA) {
             continue;
         }
-        // The rows wanted within reach, of which those before the last missing place were seen to already.
         const std::size_t firstHit = row < kFirst + half ? 0 : row - half - kFirst;
         const std::size_t behindHits = std::min(row + half + 1 - kFirst, count);
-        for (std::size_t i = firstHit; i < behindHits; ++i) {
+        for (std::size_t i = std::max(firstHit, done); i < behindHits; ++i) {
             out.smoothed[i] = out.fast[i] = MISSING_DATA;
         }
+        done = behindHits;
     }
 }
 

@@ -52,7 +52,11 @@ class RunVelocity {
 
   private:
     void findResolution(std::size_t lane, std::size_t count);
-    const FixedResolution *hrefResolutions(std::size_t eye, std::size_t count);
+    struct HrefResolutions {
+        std::array<float, RunRows::kRows> x;
+        std::array<float, RunRows::kRows> y;
+    };
+    const HrefResolutions &hrefResolutions(std::size_t eye, std::size_t count);
     void computeHighSpeed(std::size_t lane, std::size_t count, LaneVelocities &out);
     void hideBesideMissing(const RunRows::Column<float> &position, std::size_t count, LaneVelocities &out) const;
     void computePlain(std::size_t lane, std::size_t count, LaneVelocities &out) const;
@@ -63,7 +67,7 @@ class RunVelocity {
     std::array<float, RunRows::kRows> commonX_{}; // resolution of each row; MISSING_DATA where there is none
     std::array<float, RunRows::kRows> commonY_{};
     std::array<float, RunRows::kRows> resolution_{}; // of the lane at hand
-    std::array<std::array<FixedResolution, RunRows::kRows>, kEyes> hrefResolutions_;
+    std::array<HrefResolutions, kEyes> hrefResolutions_;
     std::array<bool, kEyes> hrefIsKnown_{};
     RunRows::Column<float> group_{}; // means of the groups that begin at each row
 };
