@@ -97,7 +97,7 @@ TEST(Door, ChecksArguments) {
     // A newer caller: what this library does not know must be 0.
     struct Newer {
         TRK_OPEN_OPTIONS known;
-        int more;
+        int64_t more; // no padding behind it, which would hold anything
     } newer{defaults(), 0};
     newer.known.size = sizeof(newer);
     for (newer.more = 0; newer.more < 2; ++newer.more) {
