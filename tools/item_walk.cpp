@@ -48,9 +48,12 @@ std::optional<Item> BulkWalk::next() {
             return Item{rows->codes[row], rows->isReadable[row] != 0 ? &rows->records[row] : nullptr};
         }
     }
-    constexpr int kUnknownKind = 0;
     failure_ = "item " + std::to_string(number) + " is of a kind that is not known";
-    return Item{kUnknownKind, nullptr};
+    return Item{codeOf(number), nullptr};
+}
+
+int BulkWalk::codeOf(uint32_t number) {
+    return trk_goto_item(handle_, number) == 0 ? trk_get_next_data(handle_) : 0;
 }
 
 void BulkWalk::fill() {
@@ -84,7 +87,8 @@ template <class Read> void BulkWalk::readRows(Rows &rows, Read read) {
         }
         row += static_cast<std::size_t>(count);
         if (error.code != TRK_OK) {
-            failure_ = error.text;
+            failure_ = "item " + std::to_string(error.item);
+            rows.codes[row] = codeOf(static_cast<uint32_t>(error.item));
             rows.isReadable[row++] = 0;
             first = static_cast<uint32_t>(error.item) + 1;
         } else {

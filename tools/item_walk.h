@@ -23,7 +23,7 @@ class BulkWalk {
     // be read.
     std::optional<Item> next();
 
-    // Why the last item that could not be read cannot.
+    // One of the items that could not be read.
     [[nodiscard]] const std::string &failure() const { return failure_; }
 
   private:
@@ -36,6 +36,7 @@ class BulkWalk {
         std::size_t next = 0;
     };
 
+    int codeOf(uint32_t number);
     void fill();
     void list(Rows &rows, int code);
     template <class Read> void readRows(Rows &rows, Read read);

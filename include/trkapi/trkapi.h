@@ -919,14 +919,15 @@ typedef struct TRK_COLUMN {
     int id;        /* TRK_COLUMN_ID */
     int type;      /* TRK_TYPE: that of the description, or one that holds all of its values: a wider integer,
                       double for all, float for integers of 16 bits and less */
-    void *data;    /* where the first value goes, aligned for its type */
+    void *data;    /* where the first value goes; it need not be aligned */
     size_t stride; /* bytes from value to value; 0: side by side */
 } TRK_COLUMN;
 
 /* Bits of `flags` of trk_read_samples. */
 enum {
-    TRK_READ_NAN = 1 /* in float and double columns, values that are missing or were not carried read NaN, and so
-                        does a pupil size of 0; else they read as in FSAMPLE_REC */
+    TRK_READ_NAN = 1 /* in float and double columns, values that are missing or that the record did not carry read
+                        NaN, and so does a pupil size of 0; else they read as in FSAMPLE_REC. A head-referenced or
+                        raw position that was recorded as -32768 cannot be told from one that was not carried */
 };
 
 /*
@@ -949,20 +950,23 @@ TRK_API int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, i
  * columns  what to read and where to put it; the same id may come twice
  * rows     room in each column; when there are more samples the first ones are read
  * flags    TRK_READ_* bits
- * error    receives code TRK_OK and, in `item`, the item to go on from: `end` or the number of all items, or the
- *          first sample that found no room; or why the reading ended; may be null
+ * error    receives code TRK_OK and, in `item`, the item to go on from: `end` when all was read, else the first
+ *          sample that found no room; or why the reading ended; may be null
  *
  * Returns the number of rows written. A sample that cannot be read ends the reading: the rows before it are
  * written, the code is TRK_ERROR_DAMAGED and `item` the number of the sample; a call from the next item on goes
  * on behind it. -1 when an argument is not allowed (TRK_ERROR_ARGUMENT: a null handle, an unknown id or type, a
- * type that does not hold the column's values, a null address, unknown flags) or memory runs out; then nothing was
- * written, or no row counts.
+ * type that does not hold the column's values, a null address, null columns, unknown flags, rows below 0) or memory
+ * runs out; then nothing was written, or no row counts.
  *
  * The values are those that a walk over all items from the first on, fetching each, would deliver, whatever was
  * read before, and whatever the part of the recording: each sample is decoded as its own recording block says,
  * and velocities are computed from neighbours on both sides of `first` and `end`. The read position, the pairing
- * of events and what was fetched stay as they are: a walk may be going on. Velocities are worked out only when a
- * column of them is asked for. Memory beyond the caller's does not grow with the number of rows.
+ * of events and what was fetched stay as they are: a walk may be going on. Messages of an external log are no items
+ * here, and what their merge leaves out of a walk is read. Velocities are worked out only when a column of them is
+ * asked for. Memory beyond the caller's does not grow with the number of rows. Where a recording block cannot be
+ * read without what lies before it, as after damage, and in recordings opened with TRK_EVENTS_BLOCKS_ONLY, a reading
+ * costs as much as a walk to there.
  */
 TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const TRK_COLUMN *columns,
                                  size_t column_count, int64_t rows, int flags, TRK_ERROR *error) TRK_NOTHROW;
@@ -975,13 +979,15 @@ TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end,
  * rows          room in `events` and, less one, in `text_offsets`
  * texts         receives the texts of the messages, one behind the other, each with a zero byte behind it. They
  *               can hold zero bytes themselves. May be null: then texts are left out
- * texts_size    its size in bytes; when it is full the reading ends before the event
+ * texts_size    its size in bytes; when it is full the reading ends before the event. No text takes more than 500;
+ *               with less room a reading can stand still, with 0 rows
  * text_offsets  receives, for each event, where its text begins in `texts`, and at the end where the next one
  *               would: the text of event i has text_offsets[i + 1] - text_offsets[i] - 1 bytes, or is none when
  *               both are the same. May be null
  * error         as for trk_read_samples
  *
- * Returns the number of events written, likewise, and with the values of such a walk.
+ * Returns the number of events written, likewise, and with the values of such a walk. Ends of eye events depend on
+ * the starts before them: the first reading, and one before the last, goes over the events from the first item on.
  */
 TRK_API int64_t trk_read_events(_TRKFILE *handle, unsigned first, unsigned end, FEVENT *events, int64_t rows,
                                 char *texts, size_t texts_size, int64_t *text_offsets,

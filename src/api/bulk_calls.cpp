@@ -48,8 +48,9 @@ bool makeOutputs(const TRK_COLUMN *columns, std::size_t count, int flags, std::v
     return true;
 }
 
-// Makes a call that reads, and tells how it ended. What the body returns false for is told already.
-template <class Body> int64_t read(_TRKFILE *handle, int64_t rows, TRK_ERROR *told, Body body) noexcept {
+// Makes a call that reads up to an item, and tells how it ended. What the body returns false for is told already.
+template <class Body>
+int64_t read(_TRKFILE *handle, unsigned end, int64_t rows, TRK_ERROR *told, Body body) noexcept {
     TRK_ERROR unwanted;
     TRK_ERROR &error = told != nullptr ? *told : unwanted;
     error = trk::noError();
@@ -66,7 +67,8 @@ template <class Body> int64_t read(_TRKFILE *handle, int64_t rows, TRK_ERROR *to
         if (!body(trk::fileOf(handle), error, result)) {
             return kFailed;
         }
-        error.item = result.item;
+        const bool isOver = !result.unreadable && result.item >= std::min(end, trk::fileOf(handle).itemCount());
+        error.item = isOver ? end : result.item;
         if (result.unreadable) {
             trk::say(error, TRK_ERROR_DAMAGED, "item %u cannot be read: go on from the next one", result.item);
         }
@@ -102,7 +104,7 @@ int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, int code,
 
 int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const TRK_COLUMN *columns,
                          size_t column_count, int64_t rows, int flags, TRK_ERROR *error) noexcept {
-    return read(handle, rows, error, [&](TRKFile &file, TRK_ERROR &problem, BulkResult &result) {
+    return read(handle, end, rows, error, [&](TRKFile &file, TRK_ERROR &problem, BulkResult &result) {
         if ((flags & ~kKnownReadFlags) != 0) {
             trk::say(problem, TRK_ERROR_ARGUMENT, "unknown flags 0x%X", static_cast<unsigned>(flags));
             return false;
@@ -118,7 +120,7 @@ int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const T
 
 int64_t trk_read_events(_TRKFILE *handle, unsigned first, unsigned end, FEVENT *events, int64_t rows, char *texts,
                         size_t texts_size, int64_t *text_offsets, TRK_ERROR *error) noexcept {
-    return read(handle, rows, error, [&](TRKFile &file, TRK_ERROR &, BulkResult &result) {
+    return read(handle, end, rows, error, [&](TRKFile &file, TRK_ERROR &, BulkResult &result) {
         result = file.bulk().readEvents(first, std::min(end, file.itemCount()),
                                         {events, rows, texts, texts_size, text_offsets});
         return true;

@@ -126,7 +126,14 @@ class Mapper {
                         (!anySample_ || (ends && apart));
         if (stretch.fresh) {
             largestStep_ = 0;
+        } else if (anySample_ && item.key > lastKey_) {
+            largestStep_ = std::max(largestStep_, item.key - lastKey_);
         }
+        // Batches run on from the samples before: these have neighbours here.
+        if (anySample_ && !ends) {
+            stretches_[lastWithSamples_].plain = false;
+        }
+        lastWithSamples_ = stretches_.size() - 1;
     }
 
     void seeStart(const Item &item) {
@@ -144,6 +151,7 @@ class Mapper {
 
     const ItemIndex &index_;
     std::vector<Stretch> stretches_;
+    std::size_t lastWithSamples_ = 0;
     std::vector<int64_t> reach_; // for each, the farthest position of a sample in it or before
 
     // Of the index so far. Positions in the stream, 0: none.

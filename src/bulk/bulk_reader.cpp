@@ -167,6 +167,8 @@ void BulkReader::putRecord(const SampleRequest &request, int64_t row, ItemNumber
     for (const OutputColumn &out : request.columns) {
         const SampleColumn &column = out.column();
         const auto put = [&](auto value) { out.put(row, &value, 1); };
+        const bool absent =
+            out.wantsNan() && column.needed != 0 && !carries(column, sample.flags, sample.ext_type);
         switch (column.source) {
         case ColumnSource::Item:
             put(number);
@@ -190,7 +192,14 @@ void BulkReader::putRecord(const SampleRequest &request, int64_t row, ItemNumber
             put(static_cast<uint8_t>(hidesGaze(item.type, column.place)));
             break;
         case ColumnSource::Word:
-            put(fieldOf<uint16_t>(sample, column));
+            if (absent) {
+                put(TRK_FIELD_ABSENT);
+            } else {
+                put(fieldOf<uint16_t>(sample, column));
+            }
+            break;
+        case ColumnSource::PupilSize:
+            put(absent ? TRK_FIELD_ABSENT : fieldOf<float>(sample, column));
             break;
         default:
             put(fieldOf<float>(sample, column));

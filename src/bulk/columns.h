@@ -26,8 +26,8 @@ enum class ColumnSource {
 struct SampleColumn {
     TRK_COLUMN_DESCRIPTION description;
     ColumnSource source;
-    std::size_t place;         // lane, eye or axis
-    bool marksAbsence = false; // TRK_WORD_ABSENT stands for a word that was not carried
+    std::size_t place; // lane, eye or axis; of an extension word its number
+    int needed = 0;    // TRK_SAMPLE_* bit of the samples that carry it; 0: all do
 };
 
 // The column with an id; null when there is none.

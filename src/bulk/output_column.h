@@ -21,6 +21,7 @@ class OutputColumn {
           nan_(nan && (type_ == TRK_TYPE_FLOAT || type_ == TRK_TYPE_DOUBLE)) {}
 
     [[nodiscard]] const SampleColumn &column() const { return *column_; }
+    [[nodiscard]] bool wantsNan() const { return nan_; }
 
     // Bytes of a value; 0 for a type that is none.
     [[nodiscard]] static std::size_t sizeOf(int type);
@@ -76,9 +77,6 @@ class OutputColumn {
         if constexpr (std::is_same_v<Number, float>) {
             return value == MISSING_DATA || value == TRK_FIELD_ABSENT ||
                    (value == 0 && column_->source == ColumnSource::PupilSize);
-        } else if constexpr (std::is_same_v<Number, uint16_t>) {
-            // Words that carry no mark of their own for a missing value say so in their description.
-            return value == TRK_WORD_ABSENT && column_->marksAbsence;
         } else {
             return false;
         }

@@ -84,7 +84,7 @@ void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row)
     case ColumnSource::Position:
         return putPositions(out, row);
     case ColumnSource::PupilSize:
-        return out.put(row, &rows_.pupilSizes(column.place)[kFirst], rows_.count());
+        return putPupilSizes(out, row);
     case ColumnSource::Resolution:
         return out.put(row, &rows_.resolution(column.place)[kFirst], rows_.count());
     case ColumnSource::Word: {
@@ -93,14 +93,38 @@ void RowColumns::putColumn(uint32_t block, const OutputColumn &out, int64_t row)
                 return deliveredFlags(rows_.keys()[i], rows_.tags()[i], TimeKey::time(rows_.keys()[i]));
             });
         }
-        SampleRows::Column<uint16_t> words;
-        rows_.words(column, words);
-        return out.put(row, &words[kFirst], rows_.count());
+        return putWords(out, row);
     }
     case ColumnSource::Smoothed:
     case ColumnSource::Fast:
         return; // with the other velocities
     }
+}
+
+// A size that is carried on from a sample before is none of this one.
+void RowColumns::putPupilSizes(const OutputColumn &out, int64_t row) {
+    const SampleRows::Column<float> &sizes = rows_.pupilSizes(out.column().place);
+    if (!out.wantsNan()) {
+        return out.put(row, &sizes[kFirst], rows_.count());
+    }
+    putEach<float>(out, row, [&](std::size_t i) {
+        return carries(out.column(), rows_.tags()[i], 0) ? sizes[i] : TRK_FIELD_ABSENT;
+    });
+}
+
+void RowColumns::putWords(const OutputColumn &out, int64_t row) {
+    SampleRows::Column<uint16_t> words;
+    rows_.words(out.column(), words);
+    if (!out.wantsNan()) {
+        return out.put(row, &words[kFirst], rows_.count());
+    }
+    SampleRows::Column<uint16_t> extensionTypes;
+    rows_.words(*columnOf(TRK_COLUMN_EXT_TYPE), extensionTypes);
+    // As a float no word looks like the mark of an absent one.
+    putEach<float>(out, row, [&](std::size_t i) {
+        return carries(out.column(), rows_.tags()[i], extensionTypes[i]) ? static_cast<float>(words[i])
+                                                                         : TRK_FIELD_ABSENT;
+    });
 }
 
 // Gaze is hidden in blinks.

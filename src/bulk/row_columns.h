@@ -29,6 +29,14 @@ struct SampleRequest {
 // TRK_EYE_* value of a sample's flags.
 [[nodiscard]] uint8_t eyesIn(uint16_t flags);
 
+// Whether a sample carries what a column holds, by its flags and the header of its extension words.
+[[nodiscard]] inline bool carries(const SampleColumn &column, uint16_t flags, uint16_t extensionType) {
+    constexpr unsigned kCountMask = 0x0F;
+    const int id = column.description.id;
+    const bool isWord = id >= TRK_COLUMN_EXT_DATA_1 && id <= TRK_COLUMN_EXT_DATA_8;
+    return (flags & column.needed) != 0 && !(isWord && column.place >= (extensionType & kCountMask));
+}
+
 class RowColumns {
   public:
     // `offset` is what times are moved by, ms.
@@ -40,6 +48,8 @@ class RowColumns {
 
   private:
     void putColumn(uint32_t block, const OutputColumn &out, int64_t row);
+    void putPupilSizes(const OutputColumn &out, int64_t row);
+    void putWords(const OutputColumn &out, int64_t row);
     void putPositions(const OutputColumn &out, int64_t row);
     void putVelocities(const SampleRequest &request, const VelocityModel &model, FixedResolution fixed,
                        int64_t row);
