@@ -37,6 +37,40 @@ void compareStretches(const Bytes &file, const OpenOptions &options, std::mt1993
     }
 }
 
+// A block of some length, at times without an end, with samples that lack something, and the start of the next one,
+// at times close by. Returns when that is.
+uint32_t addBlock(RecordingWriter &writer, uint32_t start, unsigned rate, std::mt19937 &random) {
+    const auto oneOf = [&random](std::initializer_list<unsigned> values) {
+        return values.begin()[random() % values.size()];
+    };
+    const unsigned length = oneOf({1, 3, 40, 600, 700});
+    const unsigned lost = oneOf({0, 211});
+    const auto timeOf = [&](unsigned i) { return start + i * 1000 / rate; };
+    writer.startBlock({.time = start, .rate = rate, .gazeDivisor = static_cast<int>(oneOf({10, 11, 12}))});
+    for (unsigned i = 0; i < length; ++i) {
+        const int noise = static_cast<int>(random() % 400);
+        SampleRecord sample{.time = timeOf(i), .eyes = i % 97 == 3 ? LeftEye : BothEyes};
+        sample.href = EyePositions{Position{noise, 2 * noise}, Position{-noise, noise}};
+        sample.gaze =
+            EyePositions{Position{i % 50 == 7 ? kMissingWord : 3 * noise, noise}, Position{noise, 5 * noise}};
+        sample.resolution = Position{260 + noise, 270};
+        if (i % 31 != 0) {
+            sample.pupilSize = EyeWords{i % 41 == 0 ? 3 : 900 + noise, 1000};
+        }
+        if (lost == 0 || i % lost != 5) {
+            writer.sample(sample);
+        }
+        if (i % 90 == 0) {
+            writer.message(timeOf(i), "m" + std::to_string(i));
+            writer.event(EventRecord(REC_SFIX, LeftEye).startTime(timeOf(i)));
+        }
+    }
+    if (oneOf({0, 1, 1}) != 0) {
+        writer.endBlock(timeOf(length));
+    }
+    return timeOf(length) + oneOf({0, 1, 2, 20, 1000});
+}
+
 TEST(Bulk, ReadsWhatAWholeWalkFetches) {
     std::mt19937 random(1);
     CONFIG fixed{30, 31};
@@ -47,33 +81,14 @@ TEST(Bulk, ReadsWhatAWholeWalkFetches) {
             compareStretches(file, {.flags = flags, .config = rate == 250 ? &fixed : nullptr}, random, 8);
         }
     }
-    // Models that velocities are computed otherwise for, odd rates, a lost sample and a lost eye in between.
-    for (const char *const model : {"I", "V2", "LX"}) {
-        for (const unsigned rate : {1000U, 600U, 2000U}) {
+    // Models that velocities are computed otherwise for, odd rates, blocks that lack something.
+    const LogCapture quiet;
+    for (const char *const model : {"I", "V2", "LX", "I", "LX", "LX"}) {
+        for (const unsigned rate : {1000U, 600U, 2000U, 500U, 100U}) {
             RecordingWriter writer(preamble(5, model));
-            for (unsigned block = 0; block < 3; ++block) {
-                const uint32_t start = 1000 + block * (block == 2 ? 1002 : 2000);
-                writer.startBlock({.time = start, .rate = rate, .gazeDivisor = 10 + static_cast<int>(block)});
-                for (unsigned i = 0; i < 700; ++i) {
-                    const uint32_t time = start + i * 1000 / rate;
-                    const int noise = static_cast<int>(random() % 400);
-                    SampleRecord sample{.time = time, .eyes = i % 97 == 3 ? LeftEye : BothEyes};
-                    sample.href = EyePositions{Position{noise, 2 * noise}, Position{-noise, noise}};
-                    sample.gaze = EyePositions{Position{i % 50 == 7 ? kMissingWord : 3 * noise, noise},
-                                               Position{noise, 5 * noise}};
-                    sample.resolution = Position{260 + noise, 270};
-                    if (i % 31 != 0) {
-                        sample.pupilSize = EyeWords{i % 41 == 0 ? 3 : 900 + noise, 1000};
-                    }
-                    if (block != 1 || i % 211 != 5) {
-                        writer.sample(sample);
-                    }
-                    if (i % 90 == 0) {
-                        writer.message(time, "m" + std::to_string(i));
-                        writer.event(EventRecord(REC_SFIX, LeftEye).startTime(time));
-                    }
-                }
-                writer.endBlock(start + 700 * 1000 / rate);
+            uint32_t start = 1000;
+            for (int block = 0; block < 9; ++block) {
+                start = addBlock(writer, start, rate, random);
             }
             writer.end();
             for (const int flags : {int{TRK_OPEN_CHECK}, kBoth}) {

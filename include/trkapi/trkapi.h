@@ -956,17 +956,17 @@ TRK_API int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, i
  * Returns the number of rows written. A sample that cannot be read ends the reading: the rows before it are
  * written, the code is TRK_ERROR_DAMAGED and `item` the number of the sample; a call from the next item on goes
  * on behind it. -1 when an argument is not allowed (TRK_ERROR_ARGUMENT: a null handle, an unknown id or type, a
- * type that does not hold the column's values, a null address, null columns, unknown flags, rows below 0) or memory
- * runs out; then nothing was written, or no row counts.
+ * type that does not hold the column's values, a null address, null columns, unknown flags, rows below 0) or
+ * memory runs out; then nothing was written, or no row counts.
  *
  * The values are those that a walk over all items from the first on, fetching each, would deliver, whatever was
  * read before, and whatever the part of the recording: each sample is decoded as its own recording block says,
  * and velocities are computed from neighbours on both sides of `first` and `end`. The read position, the pairing
- * of events and what was fetched stay as they are: a walk may be going on. Messages of an external log are no items
- * here, and what their merge leaves out of a walk is read. Velocities are worked out only when a column of them is
+ * of events and what was fetched stay as they are: a walk may be going on. Messages of an external log are no
+ * items here, and what their merge leaves out of a walk is read. Velocities are worked out only when a column of them is
  * asked for. Memory beyond the caller's does not grow with the number of rows. Where a recording block cannot be
- * read without what lies before it, as after damage, and in recordings opened with TRK_EVENTS_BLOCKS_ONLY, a reading
- * costs as much as a walk to there.
+ * read without what lies before it, as after damage, and in recordings opened with TRK_EVENTS_BLOCKS_ONLY, a
+ * reading costs as much as a walk to there.
  */
 TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end, const TRK_COLUMN *columns,
                                  size_t column_count, int64_t rows, int flags, TRK_ERROR *error) TRK_NOTHROW;
