@@ -37,8 +37,8 @@ void compareStretches(const Bytes &file, const OpenOptions &options, std::mt1993
     }
 }
 
-// A block of some length, at times without an end, with samples that lack something, and the start of the next one,
-// at times close by. Returns when that is.
+// A block of some length, at times without an end, with samples that lack something. Returns when the next one is
+// to start, at times close by.
 uint32_t addBlock(RecordingWriter &writer, uint32_t start, unsigned rate, std::mt19937 &random) {
     const auto oneOf = [&random](std::initializer_list<unsigned> values) {
         return values.begin()[random() % values.size()];

@@ -960,10 +960,10 @@ TRK_API int64_t trk_list_items(_TRKFILE *handle, unsigned first, unsigned end, i
  * memory runs out; then nothing was written, or no row counts.
  *
  * The values are those that a walk over all items from the first on, fetching each, would deliver, whatever was
- * read before, and whatever the part of the recording: each sample is decoded as its own recording block says,
- * and velocities are computed from neighbours on both sides of `first` and `end`. The read position, the pairing
- * of events and what was fetched stay as they are: a walk may be going on. Messages of an external log are no
- * items here, and what their merge leaves out of a walk is read. Velocities are worked out only when a column of them is
+ * read before, and whatever the part of the recording: each sample is decoded as its own recording block says, and
+ * velocities are computed from neighbours on both sides of `first` and `end`. The read position, the pairing of
+ * events and what was fetched stay as they are: a walk may be going on. Messages of an external log are no items
+ * here, and what their merge leaves out of a walk is read. Velocities are worked out only when a column of them is
  * asked for. Memory beyond the caller's does not grow with the number of rows. Where a recording block cannot be
  * read without what lies before it, as after damage, and in recordings opened with TRK_EVENTS_BLOCKS_ONLY, a
  * reading costs as much as a walk to there.
