@@ -69,7 +69,7 @@ TEST(Velocity, BothModelsByHand) {
     }
 }
 
-// One computer a model sees refills of all kinds and changes of the rate, as in an open file.
+// One computer a model sees refills of all kinds, amid a walk too, and changes of the rate, as in an open file.
 TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
     std::mt19937 random(1);
     const auto pick = [&random]<class T>(std::initializer_list<T> choices) {
@@ -79,7 +79,7 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
     trk::VelocityComputer computers[]{
         {windows[0].window, 1}, {windows[1].window, 2}, {windows[2].window, 3}, {windows[3].window, 4}};
     std::ptrdiff_t known = 0;
-    for (int round = 0; round < 80; ++round) {
+    for (int round = 0; round < 100; ++round) {
         const std::size_t model = random() % 4;
         auto &[window, plain] = windows[model];
         const int rate = pick({60, 250, 333, 500, 999, 1000, 1500, 2000, 4001});
@@ -111,6 +111,11 @@ TEST(Velocity, EqualsThePlainAlgorithmBitForBit) {
         }
         ASSERT_EQ(static_cast<std::size_t>(window.count()), plain.count());
         for (std::size_t i = 0; i < plain.count(); ++i) {
+            if (i >= 128 && random() % 40 == 0) { // a walk goes on in what a refill leaves
+                window.dropOldest();
+                plain.shift();
+                i -= 128;
+            }
             Sample sample = window.entry(static_cast<int>(i));
             FSAMPLE_REC expected = plain[i];
             computers[model].setVelocity(sample, {fixed.first, fixed.second}, rate);

@@ -261,21 +261,27 @@ Velocities VelocityComputer::plainVelocities(uint64_t key, const PositionLanes &
 }
 
 // Whether the velocities were, or now are, worked out together with those of the samples behind. They are when
-// this sample follows the one asked for last, and all neighbours stand in a row.
+// this sample follows the one asked for last, and all neighbours stand in a row. What a run says holds only while
+// they still do: the window may have dropped entries or become uneven since.
 bool VelocityComputer::takeFromRun(Sample &sample, int place, FixedResolution fixed) {
     const uint64_t serial = window_.serial(place);
+    const uint64_t spacing = window_.uniformSpacing();
     const bool follows = std::exchange(nextSerial_, serial + 1) == serial;
-    const bool isIn = serial - run_.firstSerial < run_.count;
-    if (!isIn || fixed.x != run_.fixed.x || fixed.y != run_.fixed.y) {
+    const int withNeighbours = window_.count() - place - model_.halfSpan(); // samples from this one on
+    if (place < model_.halfSpan() || withNeighbours < 1) {
+        return false;
+    }
+    const bool isIn = serial - run_.firstSerial < run_.count && spacing == run_.spacing &&
+                      fixed.x == run_.fixed.x && fixed.y == run_.fixed.y;
+    if (!isIn) {
         constexpr int kWorthIt = 16;
-        const int count = window_.count() - place - model_.halfSpan();
-        if (!follows || count < kWorthIt || place < model_.halfSpan() ||
-            !model_.standInARow(window_.uniformSpacing())) {
+        if (!follows || withNeighbours < kWorthIt || !model_.standInARow(spacing)) {
             return false;
         }
         run_.firstSerial = serial;
+        run_.spacing = spacing;
         run_.fixed = fixed;
-        computeRun(place, std::min(static_cast<std::size_t>(count), RunRows::kRows), fixed);
+        computeRun(place, std::min(static_cast<std::size_t>(withNeighbours), RunRows::kRows), fixed);
     }
     std::memcpy(velocitiesIn(sample), run_.velocities[serial - run_.firstSerial].data(),
                 sizeof(run_.velocities[0]));

@@ -64,6 +64,7 @@ class VelocityComputer {
     struct Run {
         uint64_t firstSerial = 0;
         std::size_t count = 0;
+        uint64_t spacing = 0; // of the window's keys
         FixedResolution fixed;
         // Smoothed, then fast ones, as they stand in a sample.
         std::array<std::array<float, 2 * Lanes::kCount>, RunRows::kRows> velocities;
