@@ -92,7 +92,7 @@ void scan(RecordingParts &parts, const OpenRequest &request, OpenProgress &progr
     }
     checkSource(stream, parts, request);
     parts.decodingState = reader.state();
-    parts.indexIsComplete = request.loadEvents && request.loadSamples;
+    parts.everythingIsIndexed = request.loadEvents && request.loadSamples;
     if (request.repair) {
         parts.repairs = repairIndex(parts.index, request.strict);
     }

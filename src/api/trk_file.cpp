@@ -20,15 +20,17 @@ bool isOfKind(const Item &item, int code) {
 } // namespace
 
 TRKFile::TRKFile(RecordingParts &&parts, const DeliveryOptions &options)
-    : parts_(std::move(parts)), options_(options),
-      reader_(*parts_.stream, parts_.preamble.revision, options.cutMessageOffsets),
-      batches_(reader_, index_, window_, options.strict), velocity_(window_, parts_.preamble.trackerModel),
-      itemReader_(reader_, index_, batches_, velocity_,
-                  options_.config != nullptr ? options_.config : &options_.ownConfig),
-      delivery_(itemReader_, index_, options.strict), merge_(delivery_, index_, parts_.messageLog),
-      times_(options.keepTimes, parts_.facts.firstTime, parts_.facts.lastTime), trials_(index_, *this) {
-    reader_.setState(parts_.decodingState);
-}
+    : parts_(std::move(parts)),
+      options_(options), source_{*parts_.stream,
+                                 index_,
+                                 parts_.decodingState,
+                                 options_.config != nullptr ? options_.config : &options_.ownConfig,
+                                 parts_.preamble.revision,
+                                 parts_.preamble.trackerModel,
+                                 options.strict,
+                                 options.cutMessageOffsets,
+                                 {options.keepTimes, parts_.facts.firstTime, parts_.facts.lastTime}},
+      walk_(source_), merge_(delivery_, index_, parts_.messageLog), trials_(index_, *this) {}
 
 ALLF_DATA *TRKFile::fetch() {
     ALLF_DATA *const record = merge_.fetch();
@@ -56,18 +58,9 @@ const Trial *TRKFile::trial(int number) {
 
 BulkReader &TRKFile::bulk() {
     if (!bulk_) {
-        const MapFacts facts{parts_.indexIsComplete && parts_.repairs.droppedSamples == 0 &&
-                             !parts_.facts.passedEndMark};
-        const WalkSource source{*parts_.stream,
-                                index_,
-                                parts_.decodingState,
-                                options_.config != nullptr ? options_.config : &options_.ownConfig,
-                                parts_.preamble.revision,
-                                parts_.preamble.trackerModel,
-                                options_.strict,
-                                options_.cutMessageOffsets,
-                                {options_.keepTimes, parts_.facts.firstTime, parts_.facts.lastTime}};
-        bulk_ = std::make_unique<BulkReader>(source, facts);
+        const bool indexIsComplete =
+            parts_.everythingIsIndexed && parts_.repairs.droppedSamples == 0 && !parts_.facts.passedEndMark;
+        bulk_ = std::make_unique<BulkReader>(source_, indexIsComplete);
     }
     return *bulk_;
 }

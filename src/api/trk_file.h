@@ -4,22 +4,16 @@
 #include "api/damages.h"
 #include "base/log.h"
 #include "bulk/bulk_reader.h"
-#include "delivery/batch_reader.h"
-#include "delivery/delivery.h"
-#include "delivery/item_reader.h"
 #include "delivery/log_merge.h"
 #include "delivery/message_log.h"
-#include "delivery/time_adjustment.h"
+#include "delivery/walk.h"
 #include "index/item_index.h"
 #include "index/prescan.h"
 #include "io/container.h"
 #include "measures/raw_data.h"
-#include "measures/sample_window.h"
-#include "measures/velocity.h"
 #include "navigation/bookmarks.h"
 #include "navigation/item_source.h"
 #include "navigation/trials.h"
-#include "records/record_reader.h"
 
 #include <cstdint>
 #include <memory>
@@ -41,7 +35,7 @@ struct RecordingParts {
     ItemIndex index;
     PrescanFacts facts;
     RepairCounts repairs;
-    bool indexIsComplete = true; // events and samples were asked for
+    bool everythingIsIndexed = true; // events and samples were asked for
 
     [[nodiscard]] const Inflation *inflationIfAny() const { return compressed ? &inflation : nullptr; }
 };
@@ -128,7 +122,7 @@ class TRKFile final : private ItemSource, private BlockLookup {
     [[nodiscard]] std::size_t elementCount() const;
     [[nodiscard]] ItemNumber itemsPassed() const { return delivery_.itemsPassed(); }
     [[nodiscard]] const FRECORDING *currentRecording() const { return delivery_.currentRecording(); }
-    [[nodiscard]] int filterLevel() const { return reader_.state().filterLevel; }
+    [[nodiscard]] int filterLevel() const { return walk_.state().filterLevel; }
     [[nodiscard]] uint32_t inputDataAvailability() const { return parts_.facts.inputDataAvailability; }
 
   private:
@@ -138,15 +132,12 @@ class TRKFile final : private ItemSource, private BlockLookup {
 
     RecordingParts parts_;
     DeliveryOptions options_;
-    RecordReader reader_;
     ItemIndex &index_ = parts_.index;
-    SampleWindow window_;
-    BatchReader batches_;
-    VelocityComputer velocity_;
-    ItemReader itemReader_;
-    Delivery delivery_;
+    WalkSource source_;
+    Walk walk_; // the caller's
+    Delivery &delivery_ = walk_.delivery();
+    TimeAdjustment &times_ = walk_.times();
     LogMerge merge_;
-    TimeAdjustment times_;
     TrialList trials_;
     BookmarkList bookmarks_;
     std::optional<std::vector<TRK_DAMAGE>> damages_;

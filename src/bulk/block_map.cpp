@@ -17,7 +17,7 @@ namespace {
 // follows from its distance to the last one.
 class Mapper {
   public:
-    Mapper(const ItemIndex &index, const MapFacts &facts) : index_(index), inStep_(facts.complete) {}
+    Mapper(const ItemIndex &index, bool isComplete) : index_(index), inStep_(isComplete) {}
 
     std::vector<Stretch> run() {
         open(0, 0);
@@ -176,8 +176,6 @@ class Mapper {
 
 } // namespace
 
-std::vector<Stretch> mapBlocks(const ItemIndex &index, const MapFacts &facts) {
-    return Mapper(index, facts).run();
-}
+std::vector<Stretch> mapBlocks(const ItemIndex &index, bool isComplete) { return Mapper(index, isComplete).run(); }
 
 } // namespace trk

@@ -26,12 +26,8 @@ struct Stretch {
     float gazeDivisor = 0; // that its start sets; 0: nobody has looked yet
 };
 
-// What is known of a recording beside its index.
-struct MapFacts {
-    bool complete = true; // all records were indexed, no sample was dropped, no end mark was passed over
-};
-
-// Looks over an index. Every item is in one stretch, in order.
-[[nodiscard]] std::vector<Stretch> mapBlocks(const ItemIndex &index, const MapFacts &facts);
+// Looks over an index. Every item is in one stretch, in order. The index is complete when all records were indexed, no
+// sample was dropped and no end mark was passed over.
+[[nodiscard]] std::vector<Stretch> mapBlocks(const ItemIndex &index, bool isComplete);
 
 } // namespace trk

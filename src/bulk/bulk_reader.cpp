@@ -19,15 +19,10 @@ template <class Number> Number fieldOf(const Sample &sample, const SampleColumn 
     return value;
 }
 
-FixedResolution fixedResolution(const CONFIG *config) {
-    return config == nullptr ? FixedResolution{}
-                             : FixedResolution{config->velocity_param_1, config->velocity_param_2};
-}
-
 } // namespace
 
-BulkReader::BulkReader(const WalkSource &source, const MapFacts &facts)
-    : source_(source), stretches_(mapBlocks(source_.index, facts)), rows_(source_.stream, source_.index),
+BulkReader::BulkReader(const WalkSource &source, bool indexIsComplete)
+    : source_(source), stretches_(mapBlocks(source_.index, indexIsComplete)), rows_(source_.stream, source_.index),
       columns_(rows_, source_.times.offset()),
       eventsStandAlone_(std::ranges::all_of(
           stretches_, [](const Stretch &stretch) { return stretch.plain || stretch.samples == 0; })) {}
@@ -120,7 +115,7 @@ bool BulkReader::readDirectly(Stretch &stretch, const SampleRequest &request, Bu
             stretch.plain = false;
             return false;
         }
-        columns_.put(stretch.block, request, model, fixedResolution(source_.config), result.rows);
+        columns_.put(stretch.block, request, model, fixedResolutionOf(source_.config), result.rows);
         result.rows += static_cast<int64_t>(rows_.count());
         result.item = rows_.next();
     }
@@ -128,18 +123,18 @@ bool BulkReader::readDirectly(Stretch &stretch, const SampleRequest &request, Bu
 }
 
 // The walk, before an item. It begins at the last fresh stretch unless it already is on the way from there.
-PrivateWalk &BulkReader::walkTo(ItemNumber item) {
+Walk &BulkReader::walkTo(ItemNumber item) {
     ItemNumber begin = 0;
     for (auto stretch = std::ranges::upper_bound(stretches_, item, {}, &Stretch::begin);
          stretch != stretches_.begin() && begin == 0;) {
         --stretch;
         begin = isFresh(*stretch) ? stretch->begin : 0;
     }
-    if (!walk_ || walk_->position() < begin || walk_->position() > item) {
-        walk_ = std::make_unique<PrivateWalk>(source_);
-        walk_->goTo(begin);
+    if (!walk_ || walk_->delivery().itemsPassed() < begin || walk_->delivery().itemsPassed() > item) {
+        walk_ = std::make_unique<Walk>(source_);
+        walk_->delivery().goTo(begin);
     }
-    while (walk_->position() < item) {
+    while (walk_->delivery().itemsPassed() < item) {
         walk_->next();
     }
     return *walk_;
@@ -147,7 +142,7 @@ PrivateWalk &BulkReader::walkTo(ItemNumber item) {
 
 void BulkReader::walkOver(const Stretch &stretch, const SampleRequest &request, BulkResult &result) {
     const ItemNumber end = std::min(request.end, stretch.end);
-    PrivateWalk &walk = walkTo(result.item);
+    Walk &walk = walkTo(result.item);
     for (; result.item < end && result.rows < request.rows; ++result.item) {
         const ALLF_DATA *const record = walk.next();
         if (!source_.index[result.item].isSample()) {
@@ -157,7 +152,8 @@ void BulkReader::walkOver(const Stretch &stretch, const SampleRequest &request, 
             result.unreadable = true;
             return;
         }
-        putRecord(request, result.rows++, result.item, walk.isInsideBlock() ? stretch.block : 0, record->sample);
+        const bool isInside = walk.delivery().currentRecording() != nullptr;
+        putRecord(request, result.rows++, result.item, isInside ? stretch.block : 0, record->sample);
     }
 }
 
@@ -210,13 +206,13 @@ void BulkReader::putRecord(const SampleRequest &request, int64_t row, ItemNumber
 // An event as a walk over all items would deliver it; null when it cannot be read. Starts and ends of eye events
 // are paired in the order of the walk, so that all before it must have been fetched.
 ALLF_DATA *BulkReader::eventAt(ItemNumber number) {
-    if (!events_ || events_->position() > number) {
-        events_ = std::make_unique<PrivateWalk>(source_);
+    if (!events_ || events_->delivery().itemsPassed() > number) {
+        events_ = std::make_unique<Walk>(source_);
     }
-    while (events_->position() < number) {
-        const ItemNumber next = events_->position();
+    while (events_->delivery().itemsPassed() < number) {
+        const ItemNumber next = events_->delivery().itemsPassed();
         if (eventsStandAlone_ && source_.index[next].isSample()) {
-            events_->goTo(next + 1);
+            events_->delivery().goTo(next + 1);
         } else {
             events_->next();
         }

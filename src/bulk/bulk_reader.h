@@ -2,9 +2,9 @@
 #pragma once
 
 #include "bulk/block_map.h"
-#include "bulk/private_walk.h"
 #include "bulk/row_columns.h"
 #include "bulk/sample_rows.h"
+#include "delivery/walk.h"
 
 #include <cstdint>
 #include <memory>
@@ -34,7 +34,7 @@ struct EventPlaces {
 // from the nearest place that does not depend on what is before, finds them out.
 class BulkReader {
   public:
-    BulkReader(const WalkSource &source, const MapFacts &facts);
+    BulkReader(const WalkSource &source, bool indexIsComplete);
 
     BulkResult readSamples(ItemNumber first, const SampleRequest &request);
     BulkResult readEvents(ItemNumber first, ItemNumber end, const EventPlaces &places);
@@ -47,7 +47,7 @@ class BulkReader {
     bool isFresh(Stretch &stretch);
     bool readDirectly(Stretch &stretch, const SampleRequest &request, BulkResult &result);
     void walkOver(const Stretch &stretch, const SampleRequest &request, BulkResult &result);
-    PrivateWalk &walkTo(ItemNumber item);
+    Walk &walkTo(ItemNumber item);
     void putRecord(const SampleRequest &request, int64_t row, ItemNumber number, uint32_t block,
                    const Sample &sample) const;
     ALLF_DATA *eventAt(ItemNumber number);
@@ -57,9 +57,9 @@ class BulkReader {
     std::vector<Stretch> stretches_;
     SampleRows rows_;
     RowColumns columns_;
-    std::unique_ptr<PrivateWalk> walk_;   // over all items, for samples
-    std::unique_ptr<PrivateWalk> events_; // for events
-    bool eventsStandAlone_;               // no sample on the way matters for them
+    std::unique_ptr<Walk> walk_;   // over all items, for samples
+    std::unique_ptr<Walk> events_; // for events
+    bool eventsStandAlone_;        // no sample on the way matters for them
 };
 
 } // namespace trk

@@ -34,17 +34,12 @@ bool ItemReader::readSample(ItemNumber number, const FRECORDING *block, FSAMPLE_
     }
     out = *sample;
     if (block != nullptr) {
-        velocity_.setVelocity(out, fixedResolution(), truncateTo<int>(block->sample_rate));
+        velocity_.setVelocity(out, fixedResolutionOf(config_), truncateTo<int>(block->sample_rate));
     } else {
         logLine("WARNING: TRK FILE MAY BE CORRUPTED. Samples %ld found without start recording \n",
                 static_cast<long>(out.time));
     }
     return true;
-}
-
-FixedResolution ItemReader::fixedResolution() const {
-    return config_ == nullptr ? FixedResolution{}
-                              : FixedResolution{config_->velocity_param_1, config_->velocity_param_2};
 }
 
 } // namespace trk

@@ -8,6 +8,12 @@
 
 namespace trk {
 
+// What a caller's configuration says; null says nothing.
+[[nodiscard]] inline FixedResolution fixedResolutionOf(const CONFIG *config) {
+    return config == nullptr ? FixedResolution{}
+                             : FixedResolution{config->velocity_param_1, config->velocity_param_2};
+}
+
 class ItemReader {
   public:
     // `config` is the caller's, may be null, and is read at every sample.
@@ -21,7 +27,6 @@ class ItemReader {
 
   private:
     bool readSample(ItemNumber number, const FRECORDING *block, FSAMPLE_REC &out);
-    [[nodiscard]] FixedResolution fixedResolution() const;
 
     RecordReader &reader_;
     const ItemIndex &index_;

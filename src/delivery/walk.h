@@ -1,4 +1,4 @@
-// A walk of its own over the items, beside that of the caller.
+// A walk over the items: what it reads with, and what it has come to know on the way.
 #pragma once
 
 #include "delivery/batch_reader.h"
@@ -23,9 +23,10 @@ struct WalkSource {
     TimeAdjustment times; // as it is before the first item
 };
 
-class PrivateWalk {
+// The caller's, or one beside it.
+class Walk {
   public:
-    explicit PrivateWalk(const WalkSource &source)
+    explicit Walk(const WalkSource &source)
         : times_(source.times), reader_(source.stream, source.fileRevision, source.cutMessageOffsets),
           batches_(reader_, source.index, window_, source.strict), velocity_(window_, source.trackerModel),
           items_(reader_, source.index, batches_, velocity_, source.config),
@@ -33,11 +34,11 @@ class PrivateWalk {
         reader_.setState(source.state);
     }
 
-    // Items before this one were fetched, or do not matter for those behind.
-    [[nodiscard]] ItemNumber position() const { return delivery_.itemsPassed(); }
-    void goTo(ItemNumber item) { delivery_.goTo(item); }
+    [[nodiscard]] Delivery &delivery() { return delivery_; }
+    [[nodiscard]] TimeAdjustment &times() { return times_; }
+    [[nodiscard]] const DecodingState &state() const { return reader_.state(); }
 
-    // Steps to the next item and fetches it; null when it cannot be read.
+    // Steps to the next item and fetches it, with its times adjusted; null when it cannot be read.
     ALLF_DATA *next() {
         delivery_.step();
         ALLF_DATA *const record = delivery_.fetch();
@@ -46,9 +47,6 @@ class PrivateWalk {
         }
         return record;
     }
-
-    // Whether the last item lies in a recording block.
-    [[nodiscard]] bool isInsideBlock() const { return delivery_.currentRecording() != nullptr; }
 
   private:
     TimeAdjustment times_;
