@@ -150,7 +150,8 @@ std::string withPlural(int64_t count, std::string_view thing) {
 
 } // namespace
 
-DamageReport::DamageReport(const Recording &recording) : isSalvaged_(recording.options().salvage) {
+DamageReport::DamageReport(const Recording &recording) {
+    const bool isSalvaged = recording.options().salvage;
     for (const TRK_DAMAGE &entry : listOf(recording)) {
         (entry.kind < kFirstRepair ? damages_ : repairs_).push_back(entry);
     }
@@ -169,8 +170,8 @@ DamageReport::DamageReport(const Recording &recording) : isSalvaged_(recording.o
         loss_ = LossMeter(salvaged).measure();
         const uint64_t shown = trk_get_element_count(recording.handle()) - filledSamples(repairs_);
         const uint64_t all = trk_get_element_count(salvaged.handle());
-        hasItemsBehind_ = !isSalvaged_ && damages_.front().item < all;
-        itemsOnlySalvaged_ = !isSalvaged_ && all > shown ? all - shown : 0;
+        hasItemsBehind_ = !isSalvaged && damages_.front().item < all;
+        itemsOnlySalvaged_ = !isSalvaged && all > shown ? all - shown : 0;
     } catch (const CannotRead &) {
         loss_.reset(); // such as for want of a second temporary file
     }

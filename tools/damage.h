@@ -30,7 +30,6 @@ class DamageReport {
 
     // What is lost, however it was opened; nothing when that could not be found out.
     [[nodiscard]] const std::optional<Loss> &loss() const { return loss_; }
-    [[nodiscard]] uint64_t itemsOnlySalvaged() const { return itemsOnlySalvaged_; }
 
     // Where it is damaged and what is missing, for a person: to go on with behind "damaged".
     [[nodiscard]] std::string text() const;
@@ -43,7 +42,6 @@ class DamageReport {
     std::vector<TRK_DAMAGE> repairs_;
     std::optional<Loss> loss_ = Loss{};
     bool breaksOff_ = false;
-    bool isSalvaged_ = false;
     bool hasItemsBehind_ = false; // that another way of reading could get wrong
     uint64_t itemsOnlySalvaged_ = 0;
 };

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <new>
 #include <vector>
 
 using trk::BulkResult;

@@ -3,7 +3,6 @@
 
 #include "bulk/columns.h"
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -4,6 +4,7 @@
 #include "bulk/output_column.h"
 #include "bulk/sample_rows.h"
 #include "measures/run_velocity.h"
+#include "records/sample_layout.h"
 
 #include <cstdint>
 #include <span>
@@ -31,10 +32,9 @@ struct SampleRequest {
 
 // Whether a sample carries what a column holds, by its flags and the header of its extension words.
 [[nodiscard]] inline bool carries(const SampleColumn &column, uint16_t flags, uint16_t extensionType) {
-    constexpr unsigned kCountMask = 0x0F;
     const int id = column.description.id;
     const bool isWord = id >= TRK_COLUMN_EXT_DATA_1 && id <= TRK_COLUMN_EXT_DATA_8;
-    return (flags & column.needed) != 0 && !(isWord && column.place >= (extensionType & kCountMask));
+    return (flags & column.needed) != 0 && !(isWord && column.place >= extensionWordCount(extensionType));
 }
 
 class RowColumns {

@@ -1,5 +1,7 @@
 #include "bulk/sample_rows.h"
 
+#include "measures/eye_positions.h"
+#include "measures/sample_window.h"
 #include "records/sample_layout.h"
 #include "records/scaling.h"
 
@@ -9,59 +11,27 @@ namespace trk {
 
 namespace {
 
-constexpr float kUnknownPupilSize = 1000.0F;
 constexpr uint16_t kBothEyes = TRK_SAMPLE_LEFT | TRK_SAMPLE_RIGHT;
 constexpr int64_t kLongestReach = int64_t{1} << 20; // of the rows taken at once, bytes
 
 constexpr std::size_t eyeOf(std::size_t lane) { return lane % kEyes; }
 
 // The flag of the group that a lane belongs to.
-constexpr uint16_t groupFlag(std::size_t lane) {
-    constexpr std::array<uint16_t, 3> kFlags{TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF, TRK_SAMPLE_PUPIL_POSITION};
-    return kFlags[lane / Lanes::kGroup];
-}
+constexpr uint16_t groupFlag(std::size_t lane) { return kPositionFlags[lane / Lanes::kGroup]; }
 
 constexpr bool has(uint16_t tag, unsigned flag) { return (tag & flag) != 0; }
 
-} // namespace
-
-// Where the parts of a record stand behind its tag word.
-struct SampleRows::Layout {
-    explicit Layout(uint16_t tag) {
-        const std::size_t eyes = (has(tag, TRK_SAMPLE_LEFT) ? 1U : 0U) + (has(tag, TRK_SAMPLE_RIGHT) ? 1U : 0U);
-        std::size_t at = has(tag, TRK_SAMPLE_FULL_TIME) ? 4 : 1;
-        const auto part = [&at, tag](unsigned flag, std::size_t size) {
-            const std::size_t begin = at;
-            at += has(tag, flag) ? size : 0;
-            return begin;
-        };
-        group[2] = part(TRK_SAMPLE_PUPIL_POSITION, 4 * eyes);
-        group[1] = part(TRK_SAMPLE_HREF, 4 * eyes);
-        group[0] = part(TRK_SAMPLE_GAZE, 4 * eyes);
-        resolution = part(TRK_SAMPLE_RESOLUTION, 4);
-        pupilSize = part(TRK_SAMPLE_PUPIL_SIZE, 2 * eyes);
-        status = part(TRK_SAMPLE_STATUS, 2);
-        input = part(TRK_SAMPLE_INPUT, 2);
-        buttons = part(TRK_SAMPLE_BUTTONS, 2);
-        extension = part(TRK_SAMPLE_EXTENSION, 1);
-        end = at;
+// The pupil sizes of a record that has some.
+std::array<float, kEyes> pupilSizesIn(uint16_t tag, const uint8_t *body) {
+    std::array<float, kEyes> sizes{TRK_FIELD_ABSENT, TRK_FIELD_ABSENT};
+    const uint8_t *at = body + SampleLayout(tag).pupilSize;
+    for (std::size_t eye = 0; eye < kEyes; ++eye) {
+        if (has(tag, kEyePresent[eye])) {
+            sizes[eye] = plainValue(loadWord(at));
+            at += 2;
+        }
     }
-
-    std::array<std::size_t, 3> group{}; // as groups of lanes
-    std::size_t resolution;
-    std::size_t pupilSize;
-    std::size_t status;
-    std::size_t input;
-    std::size_t buttons;
-    std::size_t extension; // its header; the words follow
-    std::size_t end;       // behind all but the extension words
-};
-
-namespace {
-
-// Words of an extension with this header.
-constexpr std::size_t extensionWords(uint8_t header) {
-    return std::min<std::size_t>(header & 0x0FU, kExtensionWords);
+    return sizes;
 }
 
 } // namespace
@@ -155,13 +125,13 @@ bool SampleRows::locate() {
     }
     // Only the last one can be cut short.
     const Item &lastItem = index_[number_[last]];
-    const Layout layout(lastItem.tag);
+    const SampleLayout layout(lastItem.tag);
     const auto at = static_cast<std::size_t>(lastItem.filePosition - offset);
     if (at + layout.end > bytes.size()) {
         return false;
     }
     const bool extends = has(lastItem.tag, TRK_SAMPLE_EXTENSION);
-    return !extends || at + layout.end + 2 * extensionWords(bytes[at + layout.extension]) <= bytes.size();
+    return !extends || at + layout.end + 2 * extensionWordCount(bytes[at + layout.extension]) <= bytes.size();
 }
 
 // A record tells its time, or how far it is from the record before. A walk that begins a batch at a sample takes
@@ -199,22 +169,17 @@ const Item *SampleRows::realSampleBefore(const Stretch &stretch, ItemNumber numb
 }
 
 bool SampleRows::findPupilsBefore(const Stretch &stretch, ItemNumber first) {
-    pupilBefore_ = {kUnknownPupilSize, kUnknownPupilSize};
+    pupilBefore_ = {SampleWindow::kUnknownPupilSize, SampleWindow::kUnknownPupilSize};
     const Item *const before = realSampleBefore(stretch, first, TRK_SAMPLE_PUPIL_SIZE);
     if (before == nullptr) {
         return true;
     }
-    const Layout layout(before->tag);
-    const auto bytes = view_.at(before->filePosition, layout.end);
-    if (bytes.size() < layout.end) {
+    const std::size_t size = SampleLayout(before->tag).end;
+    const auto bytes = view_.at(before->filePosition, size);
+    if (bytes.size() < size) {
         return false;
     }
-    std::size_t at = layout.pupilSize;
-    for (std::size_t eye = 0; eye < kEyes; ++eye) {
-        const bool present = has(before->tag, kEyePresent[eye]);
-        pupilBefore_[eye] = present ? plainValue(loadWord(&bytes[at])) : TRK_FIELD_ABSENT;
-        at += present ? 2 : 0;
-    }
+    pupilBefore_ = pupilSizesIn(before->tag, bytes.data());
     return true;
 }
 
@@ -222,12 +187,7 @@ void SampleRows::findPupilsBehind() {
     pupilBehind_ = pupilBefore_;
     for (std::size_t row = kFirst + count_; row-- > kFirst;) {
         if (has(tag_[row], TRK_SAMPLE_PUPIL_SIZE)) {
-            std::size_t at = Layout(tag_[row]).pupilSize;
-            for (std::size_t eye = 0; eye < kEyes; ++eye) {
-                const bool present = has(tag_[row], kEyePresent[eye]);
-                pupilBehind_[eye] = present ? plainValue(loadWord(body_[row] + at)) : TRK_FIELD_ABSENT;
-                at += present ? 2 : 0;
-            }
+            pupilBehind_ = pupilSizesIn(tag_[row], body_[row]);
             return;
         }
     }
@@ -248,7 +208,7 @@ void SampleRows::findRuns() {
 template <class Each> void SampleRows::forRuns(Each each) const {
     for (std::size_t run = 0; run < runs_; ++run) {
         const std::size_t begin = runBegin_[run];
-        each(begin, runBegin_[run + 1], tag_[begin], Layout(tag_[begin]));
+        each(begin, runBegin_[run + 1], tag_[begin], SampleLayout(tag_[begin]));
     }
 }
 
@@ -280,7 +240,7 @@ const SampleRows::Column<float> &SampleRows::positions(std::size_t lane) {
     knownPositions_ |= LaneMask{1} << lane;
     const std::size_t eye = eyeOf(lane);
     const std::size_t axis = lane % Lanes::kGroup / kEyes;
-    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &layout) {
         if (body_[begin] == nullptr || !has(tag, groupFlag(lane)) || !has(tag, kEyePresent[eye])) {
             const float nothing = body_[begin] == nullptr ? MISSING_DATA : TRK_FIELD_ABSENT;
             std::fill(&out[begin], &out[begin] + (end - begin), nothing);
@@ -304,7 +264,7 @@ const SampleRows::Column<float> &SampleRows::resolution(std::size_t axis) {
         return out;
     }
     knownResolution_ |= 1U << axis;
-    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &layout) {
         if (body_[begin] == nullptr || !has(tag, TRK_SAMPLE_RESOLUTION)) {
             std::fill(&out[begin], &out[begin] + (end - begin), MISSING_DATA);
         } else {
@@ -321,7 +281,7 @@ const SampleRows::Column<float> &SampleRows::pupilSizes(std::size_t eye) {
         return out;
     }
     knownPupilSizes_ |= 1U << eye;
-    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &layout) {
         if (!has(tag, TRK_SAMPLE_PUPIL_SIZE)) {
             const float last = begin <= kFirst ? pupilBefore_[eye] : out[begin - 1];
             std::fill(&out[begin], &out[begin] + (end - begin), last);
@@ -344,7 +304,7 @@ void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const 
         uint16_t absent;
     };
     const int id = column.description.id;
-    const auto kindIn = [id](const Layout &layout) -> Kind {
+    const auto kindIn = [id](const SampleLayout &layout) -> Kind {
         switch (id) {
         case TRK_COLUMN_INPUT:
             return {TRK_SAMPLE_INPUT, layout.input, TRK_WORD_ABSENT};
@@ -358,7 +318,7 @@ void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const 
             return {TRK_SAMPLE_EXTENSION, layout.extension, 0};
         }
     };
-    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &layout) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &layout) {
         const Kind kind = kindIn(layout);
         const bool isDummy = body_[begin] == nullptr;
         if (isDummy || !has(tag, kind.flag)) {
@@ -368,7 +328,7 @@ void SampleRows::words(const SampleColumn &column, Column<uint16_t> &out) const 
         } else {
             for (std::size_t row = begin; row < end; ++row) {
                 const uint8_t *const header = body_[row] + kind.offset;
-                const bool isThere = column.place < extensionWords(*header);
+                const bool isThere = column.place < extensionWordCount(*header);
                 out[row] = id == TRK_COLUMN_EXT_TYPE ? *header
                            : isThere                 ? loadWord(header + 1 + 2 * column.place)
                                                      : uint16_t{0};
@@ -381,7 +341,7 @@ void SampleRows::fillRun(LaneMask lanes, RunRows &run) {
     run.resolutionX = resolution(0);
     run.resolutionY = resolution(1);
     for (std::size_t eye = 0; eye < kEyes; ++eye) {
-        forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &) {
+        forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &) {
             const uint32_t present = has(tag, kEyePresent[eye]) ? 0xFFFFFFFF : 0;
             std::fill(&run.present[eye][begin], &run.present[eye][begin] + (end - begin), present);
         });
@@ -399,7 +359,7 @@ void SampleRows::fillLane(std::size_t lane, Column<float> &out) {
     const Column<float> &size = pupilSizes(eyeOf(lane));
     std::fill_n(out.begin(), begin_, MISSING_DATA);
     std::fill(out.begin() + static_cast<std::ptrdiff_t>(end_), out.end(), MISSING_DATA);
-    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const Layout &) {
+    forRuns([&](std::size_t begin, std::size_t end, uint16_t tag, const SampleLayout &) {
         if (!has(tag, groupFlag(lane)) || !has(tag, kEyePresent[eyeOf(lane)])) {
             std::fill(&out[begin], &out[begin] + (end - begin), MISSING_DATA);
             return;

@@ -56,8 +56,6 @@ class SampleRows {
     static constexpr std::size_t kBlock = std::size_t{128} * 1024;
     static constexpr int64_t kKeptBefore = 4096;
 
-    struct Layout;
-
     bool collect(const Stretch &stretch, ItemNumber first, ItemNumber end, std::size_t most, bool context);
     void append(std::size_t row, ItemNumber number);
     bool locate();

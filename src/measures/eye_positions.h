@@ -12,6 +12,10 @@
 
 namespace trk {
 
+// What a sample carries the groups of positions by.
+inline constexpr std::array<uint16_t, 3> kPositionFlags{TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF,
+                                                        TRK_SAMPLE_PUPIL_POSITION};
+
 struct alignas(64) PositionLanes {
     Lanes position;   // MISSING_DATA where there is none
     LaneMask missing; // the lanes that read MISSING_DATA
@@ -22,7 +26,6 @@ struct alignas(64) PositionLanes {
 [[nodiscard]] inline PositionLanes positionsOf(const Sample &sample) {
     constexpr std::array<std::size_t, 3> kOffsets{offsetof(FSAMPLE_REC, gaze_x), offsetof(FSAMPLE_REC, href_x),
                                                   offsetof(FSAMPLE_REC, pupil_x)};
-    constexpr std::array<uint16_t, 3> kPresent{TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF, TRK_SAMPLE_PUPIL_POSITION};
     static_assert(offsetof(FSAMPLE_REC, gaze_y) == offsetof(FSAMPLE_REC, gaze_x) + 2 * sizeof(float));
     static_assert(offsetof(FSAMPLE_REC, href_y) == offsetof(FSAMPLE_REC, href_x) + 2 * sizeof(float));
     static_assert(offsetof(FSAMPLE_REC, pupil_y) == offsetof(FSAMPLE_REC, pupil_x) + 2 * sizeof(float));
@@ -35,7 +38,7 @@ struct alignas(64) PositionLanes {
     const unsigned eyes = (tracksEye(sample, 0) ? 1U : 0U) | (tracksEye(sample, 1) ? 2U : 0U);
     PositionLanes lanes;
     for (std::size_t group = 0; group < kOffsets.size(); ++group) {
-        const bool present = (sample.flags & kPresent[group]) != 0;
+        const bool present = (sample.flags & kPositionFlags[group]) != 0;
         const auto &usable = kEyeLanes[present ? eyes : 0];
         std::array<uint32_t, Lanes::kGroup> bits;
         std::memcpy(bits.data(), reinterpret_cast<const unsigned char *>(&sample) + kOffsets[group], sizeof(bits));

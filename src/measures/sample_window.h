@@ -15,6 +15,7 @@ namespace trk {
 class SampleWindow {
   public:
     static constexpr int kCapacity = 512;
+    static constexpr float kUnknownPupilSize = 1000.0F; // while no sample had one
 
     // The spacings of 2000, 1000, 500 and 250 samples per second: entries of others are not found by their
     // distance.
@@ -73,7 +74,6 @@ class SampleWindow {
     [[nodiscard]] int search(uint64_t key) const;
 
   private:
-    static constexpr float kUnknownPupilSize = 1000.0F;
     static constexpr int kShift = 128;
     static constexpr int kLookAhead = 64;
 

@@ -93,7 +93,6 @@ void fillRun(const SampleWindow &window, int place, std::size_t count, int halfS
     constexpr std::array<float(FSAMPLE_REC::*)[kEyes], 6> kFields{&FSAMPLE_REC::gaze_x,  &FSAMPLE_REC::gaze_y,
                                                                   &FSAMPLE_REC::href_x,  &FSAMPLE_REC::href_y,
                                                                   &FSAMPLE_REC::pupil_x, &FSAMPLE_REC::pupil_y};
-    constexpr std::array<uint16_t, 3> kCarried{TRK_SAMPLE_GAZE, TRK_SAMPLE_HREF, TRK_SAMPLE_PUPIL_POSITION};
     const std::size_t first = RunRows::kContext - static_cast<std::size_t>(halfSpan);
     const std::size_t end = RunRows::kContext + count + static_cast<std::size_t>(halfSpan);
     for (std::size_t row = first; row < end; ++row) {
@@ -105,7 +104,7 @@ void fillRun(const SampleWindow &window, int place, std::size_t count, int halfS
             rows.present[side][row] = (entry.flags & kEyePresent[eye]) != 0 ? 0xFFFFFFFF : 0;
             const bool tracked = tracksEye(entry, eye);
             for (std::size_t field = 0; field < kFields.size(); ++field) {
-                const uint32_t known = tracked && (entry.flags & kCarried[field / 2]) != 0 ? 0xFFFFFFFF : 0;
+                const uint32_t known = tracked && (entry.flags & kPositionFlags[field / 2]) != 0 ? 0xFFFFFFFF : 0;
                 rows.position[kEyes * field + side][row] =
                     chosen(known, (entry.*kFields[field])[eye], MISSING_DATA);
             }

@@ -125,8 +125,8 @@ template <class Source> void readPupilSizes(Source &source, Sample &out) {
 
 template <class Source> void readExtension(Source &source, Sample &out) {
     out.ext_type = source.getByte();
-    const int words = std::min(out.ext_type & 0x0F, kExtensionWords);
-    for (int i = 0; i < words; ++i) {
+    const std::size_t words = extensionWordCount(out.ext_type);
+    for (std::size_t i = 0; i < words; ++i) {
         out.ext_data[i] = source.getWord();
     }
 }

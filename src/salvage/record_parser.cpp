@@ -57,7 +57,7 @@ void parseSample(Cursor &cursor, ParsedRecord &record) {
         cursor.skip((tag & word) != 0 ? 2 : 0);
     }
     if ((tag & TRK_SAMPLE_EXTENSION) != 0) {
-        cursor.skip(std::size_t{2} * static_cast<std::size_t>(std::min(cursor.byte() & 0x0F, kExtensionWords)));
+        cursor.skip(2 * extensionWordCount(cursor.byte()));
     }
     for (const uint16_t list : {TRK_SAMPLE_SKIP_LIST1, TRK_SAMPLE_SKIP_LIST2}) {
         if ((tag & list) != 0) {
