@@ -18,8 +18,9 @@
  *
  * Conventions, which hold for every call unless its own text says otherwise:
  *
- *  1. Handles. A handle comes from an open call and stays usable until trk_close_file. Apart from
- *     trk_close_file, no call checks its handle: a null or closed handle is the caller's error.
+ *  1. Handles. A handle comes from an open call and stays usable until trk_close_file. A null or closed handle is
+ *     the caller's error: trk_close_file takes it, those that read many items at once fail with
+ *     null, no other call checks it.
  *  2. Threads. Use a handle in one thread at a time. Different handles may be used in different threads at the
  *     same time. The log hook, the name of the extra message log and the viewing geometry are process-wide. They
  *     may be set and used from any thread; a log hook must be safe to be called from all threads that use the
@@ -725,15 +726,18 @@ enum TRK_ERROR_CODE {
 typedef struct TRK_ERROR {
     int code;          /* TRK_ERROR_CODE */
     int system_error;  /* errno, or 0 */
-    int64_t offset;    /* byte of the record stream where the damage begins, -1 when not known. The record stream
-                          of a plain recording is the file itself; that of a compressed one what its data inflate
-                          to */
+    int64_t offset;    /* byte of the record stream where reading stopped, -1 when not known: the damage begins
+                          there or in the record before. The record stream of a plain recording is the file itself;
+                          that of a compressed one what its data inflate to */
     char text[256];    /* one sentence for a person, with no line end: what, where, why and what to do. UTF-8 where
                           the path is; a longer one is cut */
     int64_t item;      /* the item at which a reading ended, -1 for none */
 } TRK_ERROR;
 
-/* Fills in the defaults, size included. `options` must not be null. */
+/*
+ * Fills in the defaults, size included. `options` must not be null. It writes these members only, in later
+ * versions of the library too: members that a later header adds are set by hand, and `size` with them.
+ */
 TRK_API void trk_default_options(TRK_OPEN_OPTIONS *options) TRK_NOTHROW;
 
 /*
