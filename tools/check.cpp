@@ -2,7 +2,7 @@
 
 #include "damage.h"
 #include "json.h"
-#include "text_output.h"
+#include "tables/text_output.h"
 
 #include <algorithm>
 
@@ -27,7 +27,7 @@ std::string lineOf(const Recording &recording, const DamageReport &report) {
 }
 
 Json jsonOf(const Recording &recording, const DamageReport &report) {
-    return {{"file", utf8(recording.path())},
+    return {{"file", tables::utf8(recording.path())},
             {"status", statusName(report)},
             {"items", trk_get_element_count(recording.handle())},
             {"damages", damagesJson(report)},
@@ -49,7 +49,7 @@ what could not be found out), "repairs" ("kind", "code", "text",
 "count", for filled gaps "samples_each"); of one that cannot be read "error" ("code", "system_error", "text").)";
 
 int check(const CheckOptions &options) {
-    TextOutput out(std::string(TextOutput::kStandardOutput), {});
+    tables::TextOutput out(std::string(tables::TextOutput::kStandardOutput), {});
     Json all = Json::array();
     Status status = kSound;
     for (const std::string &path : options.files) {
@@ -67,7 +67,7 @@ int check(const CheckOptions &options) {
             if (options.json) {
                 all.push_back(failureJson(path, failure));
             } else {
-                out.text(escaped(path) + ": " + (failure.status() == kFailed ? "not readable: " : "damaged: ") +
+                out.text(tables::escaped(path) + ": " + (failure.status() == kFailed ? "not readable: " : "damaged: ") +
                          failure.what());
             }
         }

@@ -1,6 +1,6 @@
 #include "damage.h"
 
-#include "text_output.h"
+#include "tables/text_output.h"
 
 #include <algorithm>
 #include <array>
@@ -187,7 +187,7 @@ std::string DamageReport::text() const {
     } else if (loss_->bytes > 0 || loss_->items > 0) {
         text += withPlural(loss_->bytes, "byte") + ", " +
                 (loss_->isEstimated ? "about " + withPlural(std::llround(loss_->items), "item") + " or " +
-                                          fixedPoint(loss_->seconds, 3) + " s"
+                                          tables::fixedPoint(loss_->seconds, 3) + " s"
                                     : "an unknown number of items") +
                 ", cannot be saved";
     } else if (!breaksOff_) {

@@ -1,10 +1,10 @@
 #include "dump.h"
 
 #include "damage.h"
-#include "dump_columns.h"
-#include "item_walk.h"
 #include "progress.h"
-#include "trials.h"
+#include "tables/delimited.h"
+#include "tables/item_columns.h"
+#include "tables/item_walk.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -14,53 +14,124 @@
 
 namespace tool {
 
+using tables::Item;
+
 namespace {
 
 // Items by their numbers: the first, and one past the last.
 struct ItemRange {
-    uint32_t first;
-    uint32_t end;
+    uint32_t first = 0;
+    uint32_t end = kBehindLastItem;
+
+    // With it, messages of a log behind the last item belong to the range.
+    static constexpr uint32_t kBehindLastItem = std::numeric_limits<uint32_t>::max();
 };
 
-// With it, messages of a log behind the last item belong to the range.
-constexpr uint32_t kBehindLastItem = std::numeric_limits<uint32_t>::max();
-
-// Collecting trials moves the read position, uses up the message log and can set the base of moved times: it has a
-// handle of its own.
-std::optional<ItemRange> rangeOf(const DumpOptions &options) {
+ItemRange rangeOf(const DumpOptions &options, const Recording &recording, const tables::Places &places) {
     if (!options.trial) {
-        return std::nullopt;
+        return {};
     }
-    OpenOptions withoutLog = options.open;
-    withoutLog.mergeLog = false;
-    Recording recording(options.file, withoutLog, OnDamage::Refuse);
-    const std::vector<Trial> trials = collectTrials(recording, options.texts);
-    if (*options.trial >= trials.size()) {
+    if (!places.unmatched().empty()) {
+        throw CannotRead(recording.name() + ": " + places.unmatched().front(), kIncomplete);
+    }
+    const std::vector<tables::Trial> &trials = places.trials();
+    if (*options.trial < 1 || *options.trial > trials.size()) {
         reportDamage(recording, DamageReport(recording));
         throw CannotRead(recording.name() + " has no trial " + std::to_string(*options.trial) + ": it has " +
-                             std::to_string(trials.size()) + ", counted from 0",
+                             std::to_string(trials.size()) + ", counted from 1",
                          kIncomplete);
     }
-    const Trial &trial = trials[*options.trial];
+    const tables::Trial &trial = trials[*options.trial - 1];
     const bool endsTheRecording = trial.end == trk_get_element_count(recording.handle());
-    return ItemRange{trial.first, endsTheRecording ? kBehindLastItem : trial.end};
+    return {trial.first, endsTheRecording ? ItemRange::kBehindLastItem : trial.end};
 }
 
+// Places take a handle of their own, without the log.
+OpenOptions withoutLog(OpenOptions options) {
+    options.mergeLog = false;
+    return options;
+}
+
+// The items of one recording on their way into the table.
 class Dump {
   public:
-    Dump(const Recording &recording, const DumpOptions &options)
-        : options_(options), recording_(recording), handle_(recording.handle()),
-          logName_(messageLogName(options.file, options.open)), out_(options.output, {options.file, logName_}),
-          columns_(columnsFor(options.kinds)) {}
+    Dump(const std::string &path, const DumpOptions &options, const std::vector<tables::ItemColumn> &columns,
+         tables::TextOutput &out, TableText &text)
+        : options_(options), columns_(columns), indexed_(path, withoutLog(options.open), OnDamage::Refuse),
+          places_(indexed_.findPlaces(options.texts)), range_(rangeOf(options, indexed_, places_)),
+          recording_(path, options.open, OnDamage::Refuse), handle_(recording_.handle()), out_(out), text_(text),
+          writer_(out, text.format()), rows_(columns.size()) {}
 
-    void write(const std::optional<ItemRange> &range) {
-        writeHeader();
-        if (options_.open.mergeLog) {
-            walkWithLog(range);
-        } else {
-            readMany(range.value_or(ItemRange{0, kBehindLastItem}));
+    // Returns the exit status.
+    Status write() {
+        Status status = reportDamage(recording_, DamageReport(recording_));
+        status = std::max(status, reportUnmatched(indexed_, places_));
+        if (options_.raw) {
+            trk_get_trial_count(handle_); // the raw data need the trials; not in the middle of the walk
         }
-        out_.finish();
+        if (options_.open.mergeLog) {
+            walkWithLog();
+        } else {
+            readMany();
+        }
+        flushRows();
+        return std::max(status, reportGaps());
+    }
+
+  private:
+    void readMany() {
+        const unsigned count = trk_get_element_count(handle_);
+        Progress progress(std::min(range_.end, count) - std::min(range_.first, count), !out_.isTerminal());
+        tables::BulkWalk walk(handle_, range_.first, range_.end, options_.kinds, wantsVelocities());
+        while (const std::optional<tables::Item> item = walk.next()) {
+            see(*item, walk.number(), true);
+            progress.step();
+        }
+        failure_ = walk.failure();
+    }
+
+    // The merge goes with a walk, item by item, to the end, to see whether the log is merged at all. Any item can
+    // hide a message of the log.
+    void walkWithLog() {
+        Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
+        bool isOver = false;
+        for (int code = 0; (code = trk_get_next_data(handle_)) != 0; progress.step()) {
+            const uint32_t position = trk_get_position(handle_);
+            const bool isInside = !isOver && position > range_.first && position <= range_.end;
+            isOver = isOver || position >= range_.end;
+            see(tables::fetchItem(handle_, code), position - 1, isInside);
+        }
+        failure_ = recording_.log().last();
+    }
+
+    [[nodiscard]] bool wantsVelocities() const {
+        return std::ranges::any_of(columns_, [](const tables::ItemColumn &column) {
+            return column.column.name.find("vel_") != std::string::npos;
+        });
+    }
+
+    void see(const tables::Item &item, uint32_t number, bool isInside) {
+        logMessages_ += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
+        if (!isInside || (tables::kindOf(item.code) & options_.kinds) == 0) {
+            return;
+        }
+        if (item.record == nullptr) {
+            ++unreadable_;
+        } else if (item.time() >= options_.from && item.time() <= options_.to) {
+            addRow(item, number);
+        }
+    }
+
+    void addRow(const tables::Item &item, uint32_t number) {
+        tables::addRow(columns_, {item, number, places_, recording_.name(), handle_, text_.decoder(), rows_});
+        if (rows_.isFull()) {
+            flushRows();
+        }
+    }
+
+    void flushRows() {
+        writer_.write(rows_);
+        rows_.clear();
     }
 
     // Tells standard error what the table lacks. Returns the exit status.
@@ -76,87 +147,34 @@ class Dump {
             std::fprintf(stderr,
                          "trk: %s: nothing of the message log %s was merged: it lacks a line that pairs "
                          "the clocks or the end line\n",
-                         file, escaped(logName_).c_str());
+                         file, tables::escaped(messageLogName(recording_.path(), options_.open)).c_str());
         }
         return unreadable_ == 0 && !lacksLog ? kSound : kIncomplete;
     }
 
-  private:
-    void readMany(const ItemRange &range) {
-        const unsigned count = trk_get_element_count(handle_);
-        Progress progress(std::min(range.end, count) - std::min(range.first, count), !out_.isTerminal());
-        BulkWalk walk(handle_, range.first, range.end, options_.kinds == kSamples);
-        while (const std::optional<Item> item = walk.next()) {
-            see(*item, true);
-            progress.step();
-        }
-        failure_ = walk.failure();
-    }
-
-    // The merge goes with a walk, item by item, to the end, to see whether the log is merged at all. Any item can
-    // hide a message of the log.
-    void walkWithLog(const std::optional<ItemRange> &range) {
-        Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
-        bool isOver = false;
-        for (int code = 0; (code = trk_get_next_data(handle_)) != 0; progress.step()) {
-            bool isInside = !isOver;
-            if (range && !isOver) {
-                const uint32_t position = trk_get_position(handle_);
-                isInside = position > range->first && position <= range->end;
-                isOver = position >= range->end;
-            }
-            see(fetchItem(handle_, code), isInside);
-        }
-        failure_ = recording_.log().last();
-    }
-
-    [[nodiscard]] bool isWanted(int code) const { return (kindOf(code) & options_.kinds) != 0; }
-
-    void see(const Item &item, bool isInside) {
-        logMessages_ += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
-        if (!isInside || !isWanted(item.code)) {
-            return;
-        }
-        if (item.record == nullptr) {
-            ++unreadable_;
-        } else if (item.time() >= options_.from && item.time() <= options_.to) {
-            writeLine(item);
-        }
-    }
-
-    void writeHeader() {
-        for (const Column &column : columns_) {
-            out_.text(&column == columns_.data() ? "" : "\t");
-            out_.text(column.name);
-        }
-        if (options_.raw) {
-            writeRawHeader(out_);
-        }
-        out_.character('\n');
-    }
-
-    void writeLine(const Item &item) {
-        columns_.front().write(out_, item);
-        for (const Column &column : columns_.subspan(1)) {
-            out_.character('\t');
-            column.write(out_, item);
-        }
-        if (options_.raw) {
-            writeRaw(out_, handle_, item);
-        }
-        out_.character('\n');
-    }
-
     const DumpOptions &options_;
-    const Recording &recording_;
+    const std::vector<tables::ItemColumn> &columns_;
+    Recording indexed_;
+    tables::Places places_;
+    ItemRange range_;
+    Recording recording_;
     _TRKFILE *handle_;
-    std::string logName_;
-    TextOutput out_;
-    std::span<const Column> columns_;
-    std::string failure_; // why the last item that could not be read cannot
+    tables::TextOutput &out_;
+    TableText &text_;
+    tables::DelimitedWriter writer_;
+    tables::Rows rows_;
+    std::string failure_; // names one of the items that could not be read
     uint64_t unreadable_ = 0;
     uint64_t logMessages_ = 0;
 };
+
+std::vector<std::string> inputsOf(const DumpOptions &options) {
+    std::vector<std::string> inputs = options.files;
+    for (const std::string &file : options.files) {
+        inputs.push_back(messageLogName(file, options.open));
+    }
+    return inputs;
+}
 
 } // namespace
 
@@ -165,9 +183,12 @@ const char *const kDumpHelp =
 units; pupil sizes tracker units (area or diameter: "pupil_mode" 0 or 1 of the block); velocities ("vel" smooth,
 "fvel" fast) degrees per second; resolution pixels per degree; sample_rate samples per second.
 "time" is the item's place; ends of blinks, saccades and fixations stand at their end time. Kind
-"dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil
-size, velocity or resolution of an event that is 0 was not recorded. Message texts have \t, \n, \r, \\ and
-\xHH in place of control bytes and backslashes. New columns are added at the end.
+"dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil size of 0 is
+missing, and so is a velocity or resolution of an event that is 0: it was not recorded. Blocks and trials count from
+1. New columns are added at the end; --columns help lists all, with those that are not there by default.
+A text that holds a tab, a quote or a line end is quoted, with quotes inside doubled: the common readers give it back.
+A button event tells its number, its state (1 pressed) and the state of all buttons, where the tracker writes them
+into its two words as the recordings of our own writer have them.
 --log: the texts of the log begin with their time; where the recording's times are moved, theirs are not
 always (--keep-times). Left out are lines of the log that pair the clocks, with the message of the
 recording that each meets; an item behind such a line that meets none; the last item of the recording when
@@ -176,15 +197,38 @@ a message of the log is 2 ms or less away.
 pupil_minus_cr is the mended pupil minus 1.02 times the reflection.)";
 
 int dump(const DumpOptions &options) {
-    const std::optional<ItemRange> range = rangeOf(options);
-    Recording recording(options.file, options.open, OnDamage::Refuse);
-    if (options.raw) {
-        recording.collectTrials({}); // the raw data need them; not in the middle of the walk
+    const bool isOne = options.files.size() == 1;
+    const tables::ColumnChoice choice{options.kinds, options.raw, !isOne, options.table.columns};
+    if (options.table.wantsList()) {
+        const tables::ItemColumns columns(choice);
+        return listColumns(columns.descriptions(), columns.byDefault);
     }
-    Dump dump(recording, options);
-    const Status damage = reportDamage(recording, DamageReport(recording));
-    dump.write(range);
-    return std::max(damage, dump.reportGaps());
+    const std::vector<tables::ItemColumn> columns = tables::chooseColumns(choice);
+    tables::TextOutput out(options.output, inputsOf(options));
+    TableText text(options.table, out);
+    std::vector<tables::Column> names;
+    for (const tables::ItemColumn &column : columns) {
+        names.push_back(column.column);
+    }
+    bool hasHeader = false;
+    Status status = kSound;
+    for (const std::string &path : options.files) {
+        try {
+            Dump dump(path, options, columns, out, text);
+            if (!std::exchange(hasHeader, true)) {
+                tables::DelimitedWriter(out, text.format()).writeHeader(names);
+            }
+            status = std::max(status, dump.write());
+        } catch (const CannotRead &failure) {
+            if (isOne) {
+                throw;
+            }
+            std::fprintf(stderr, "trk: %s\n", failure.what());
+            status = std::max(status, failure.status());
+        }
+    }
+    out.finish();
+    return std::max(status, text.reportDoubtful());
 }
 
 } // namespace tool

@@ -1,24 +1,27 @@
 // trk dump: all items of a recording as a table.
 #pragma once
 
-#include "items.h"
 #include "open_recording.h"
-#include "text_output.h"
+#include "table_options.h"
+#include "tables/items.h"
+#include "tables/text_output.h"
 
 #include <limits>
 #include <optional>
+#include <vector>
 
 namespace tool {
 
 struct DumpOptions {
-    std::string file;
-    ItemKinds kinds = kAllKinds;
+    std::vector<std::string> files;
+    tables::ItemKinds kinds = tables::kAllKinds;
     uint32_t from = 0;
     uint32_t to = std::numeric_limits<uint32_t>::max();
     std::optional<uint32_t> trial; // only this one's items
-    TrialTexts texts;
+    tables::TrialTexts texts;
     bool raw = false; // with the columns for raw pupil and corneal reflection
-    std::string output{TextOutput::kStandardOutput};
+    TableOptions table;
+    std::string output{tables::TextOutput::kStandardOutput};
     OpenOptions open;
 };
 

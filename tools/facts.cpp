@@ -1,8 +1,7 @@
 #include "facts.h"
 
-#include "item_walk.h"
 #include "progress.h"
-#include "trials.h"
+#include "tables/item_walk.h"
 
 #include <algorithm>
 
@@ -40,7 +39,7 @@ LogFacts messageLogFacts(const Recording &alone, uint64_t items) {
         uint64_t steps = 0;
         Progress progress(items, true);
         for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-            const Item item = fetchItem(handle, code);
+            const tables::Item item = tables::fetchItem(handle, code);
             ++steps;
             facts.merged += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
         }
@@ -54,17 +53,17 @@ LogFacts messageLogFacts(const Recording &alone, uint64_t items) {
 
 } // namespace
 
-Facts gatherFacts(Recording &recording, const DamageReport &damage, const TrialTexts &texts) {
+Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables::TrialTexts &texts) {
     _TRKFILE *const handle = recording.handle();
-    Facts facts{recording, damage, {}, 0, {}, preambleLines(handle)};
+    Facts facts{recording, damage, {}, {}, {}, preambleLines(handle)};
     {
         Progress progress(trk_get_element_count(handle), true);
-        BulkWalk walk(handle, 0, trk_get_element_count(handle), false);
-        for (std::optional<Item> item; (item = walk.next()); progress.step()) {
+        tables::BulkWalk walk(handle, 0, trk_get_element_count(handle), tables::kAllKinds, false);
+        for (std::optional<tables::Item> item; (item = walk.next()); progress.step()) {
             item->record == nullptr ? facts.summary.addUnreadable(item->code) : facts.summary.add(*item);
         }
     }
-    facts.trials = collectTrials(recording, texts).size();
+    facts.places = recording.findPlaces(texts);
     facts.messageLog = messageLogFacts(recording, facts.summary.items());
     return facts;
 }

@@ -3,6 +3,7 @@
 
 #include "damage.h"
 #include "summary.h"
+#include "tables/places.h"
 
 #include <array>
 #include <string>
@@ -25,7 +26,7 @@ struct Facts {
     const Recording &recording;
     const DamageReport &damage;
     RecordingSummary summary;
-    std::size_t trials = 0;
+    tables::Places places;
     LogFacts messageLog;
     std::vector<std::string> preamble; // its lines
 
@@ -35,7 +36,8 @@ struct Facts {
 };
 
 // Walks over the whole recording. The facts refer to it and to the report.
-[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage, const TrialTexts &texts);
+[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage,
+                                const tables::TrialTexts &texts);
 
 inline constexpr std::array<std::string_view, kFixations + 1> kEyeEventNames{"blinks", "saccades", "fixations"};
 

@@ -2,7 +2,7 @@
 
 #include "facts.h"
 #include "info_json.h"
-#include "text_output.h"
+#include "tables/text_output.h"
 
 #include <algorithm>
 #include <array>
@@ -13,6 +13,8 @@ namespace tool {
 
 namespace {
 
+constexpr std::string_view kMissing = ".";
+
 constexpr double kMillisecondsPerSecond = 1000.0;
 // From here on the tracker's millisecond clock gives several samples one time stamp.
 constexpr float kFastestDistinctRate = 1000.0F;
@@ -20,7 +22,7 @@ constexpr float kFastestDistinctRate = 1000.0F;
 using TableRow = std::vector<std::string>;
 
 // Columns are aligned as `alignment` says, one letter each: l or r.
-void writeTable(TextOutput &out, std::string_view title, std::string_view alignment,
+void writeTable(tables::TextOutput &out, std::string_view title, std::string_view alignment,
                 const std::vector<TableRow> &rows) {
     std::vector<std::size_t> widths(alignment.size(), 0);
     for (const TableRow &row : rows) {
@@ -43,7 +45,7 @@ void writeTable(TextOutput &out, std::string_view title, std::string_view alignm
     }
 }
 
-void writeFact(TextOutput &out, std::string_view name, std::string_view value) {
+void writeFact(tables::TextOutput &out, std::string_view name, std::string_view value) {
     constexpr std::size_t kNameWidth = 14;
     out.text("  ");
     out.text(name);
@@ -53,14 +55,14 @@ void writeFact(TextOutput &out, std::string_view name, std::string_view value) {
 }
 
 std::string seconds(uint64_t milliseconds) {
-    return fixedPoint(static_cast<double>(milliseconds) / kMillisecondsPerSecond, 3);
+    return tables::fixedPoint(static_cast<double>(milliseconds) / kMillisecondsPerSecond, 3);
 }
 
 std::string share(uint64_t part, uint64_t whole) {
     if (whole == 0) {
         return std::string(kMissing);
     }
-    return fixedPoint(100.0 * static_cast<double>(part) / static_cast<double>(whole), 2) + " %";
+    return tables::fixedPoint(100.0 * static_cast<double>(part) / static_cast<double>(whole), 2) + " %";
 }
 
 std::string counted(uint64_t count, std::string_view thing) {
@@ -99,7 +101,7 @@ std::string recordedText(const RecordingSummary &summary) {
 
 // What all blocks have in common, or else each of their values with the number of blocks that have it.
 template <typename TextOf>
-void writeBlockFact(TextOutput &out, std::string_view name, const RecordingSummary &summary, TextOf textOf) {
+void writeBlockFact(tables::TextOutput &out, std::string_view name, const RecordingSummary &summary, TextOf textOf) {
     using Value = std::pair<std::string, std::size_t>;
     std::vector<Value> values;
     for (const BlockSummary &block : summary.blocks) {
@@ -125,7 +127,7 @@ std::string messageLogText(const LogFacts &log) {
     if (!log.failure.empty()) {
         return "none: " + log.failure;
     }
-    const std::string found = escaped(log.name) + ": " + counted(log.messages, "message");
+    const std::string found = tables::escaped(log.name) + ": " + counted(log.messages, "message");
     if (log.messages == 0) {
         return found + ", not merged: no line pairs the clocks";
     }
@@ -136,9 +138,9 @@ std::string messageLogText(const LogFacts &log) {
            counted(log.replaced, "item");
 }
 
-std::string trialsText(std::size_t count, const TrialTexts &texts) {
+std::string trialsText(std::size_t count, const tables::TrialTexts &texts) {
     const auto quoted = [](std::string_view word, const std::optional<std::string> &text) {
-        return text ? std::string(word) + " \"" + escaped(*text) + "\"" : std::string();
+        return text ? std::string(word) + " \"" + tables::escaped(*text) + "\"" : std::string();
     };
     const std::string limits = quoted(" from", texts.start) + quoted(" to", texts.end);
     return std::to_string(count) + (limits.empty() ? " by recording blocks" : limits);
@@ -154,7 +156,7 @@ std::string aboutSamples(const RecordingSummary &summary) {
            (isFast ? " (natural above 1000 samples/s)" : "");
 }
 
-void writeItemCounts(TextOutput &out, const RecordingSummary &summary) {
+void writeItemCounts(tables::TextOutput &out, const RecordingSummary &summary) {
     const uint64_t eyeEvents = summary.countOf(REC_EVENT1, REC_EVENT10);
     const uint64_t marks = summary.countOf(REC_STARTSAMPLES, REC_ENDEVENTS) + summary.countOf(REC_RECORDING);
     const uint64_t samples = summary.countOf(REC_SAMPLE);
@@ -187,43 +189,43 @@ std::string eyeEventsText(const EyeEvents &events) {
     return text;
 }
 
-void writeEyeTable(TextOutput &out, const RecordingSummary &summary) {
+void writeEyeTable(tables::TextOutput &out, const RecordingSummary &summary) {
     std::vector<TableRow> rows{{"", "left", "right"}};
     const auto addRow = [&rows](std::string_view name, auto textOfEye) {
-        rows.push_back({std::string(name), textOfEye(kLeft), textOfEye(kRight)});
+        rows.push_back({std::string(name), textOfEye(tables::kLeft), textOfEye(tables::kRight)});
     };
-    addRow("samples", [&](Eye eye) { return std::to_string(summary.eyeSamples[eye].count); });
+    addRow("samples", [&](tables::Eye eye) { return std::to_string(summary.eyeSamples[eye].count); });
     addRow("gaze missing",
-           [&](Eye eye) { return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze); });
+           [&](tables::Eye eye) { return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze); });
     addRow("inside blinks",
-           [&](Eye eye) { return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count); });
+           [&](tables::Eye eye) { return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count); });
     for (std::size_t kind = 0; kind < kEyeEventNames.size(); ++kind) {
         const auto &eyes = summary.eyeEvents[kind];
-        addRow(kEyeEventNames[kind], [&](Eye eye) { return eyeEventsText(eyes[eye]); });
-        addRow("  mean ms", [&](Eye eye) {
+        addRow(kEyeEventNames[kind], [&](tables::Eye eye) { return eyeEventsText(eyes[eye]); });
+        addRow("  mean ms", [&](tables::Eye eye) {
             const EyeEvents &events = eyes[eye];
             return events.timed == 0
                        ? std::string(kMissing)
-                       : fixedPoint(static_cast<double>(events.duration) / static_cast<double>(events.timed), 1);
+                       : tables::fixedPoint(static_cast<double>(events.duration) / static_cast<double>(events.timed), 1);
         });
     }
     writeTable(out, "Eyes", "lrr", rows);
 }
 
-void writeBlocks(TextOutput &out, const RecordingSummary &summary) {
+void writeBlocks(tables::TextOutput &out, const RecordingSummary &summary) {
     std::vector<TableRow> rows{
         {"#", "start ms", "end ms", "duration s", "eyes", "samples/s", "samples", "events", "content"}};
     for (const BlockSummary &block : summary.blocks) {
         rows.push_back({std::to_string(rows.size()), std::to_string(block.start),
                         block.endIsLost ? "lost" : std::to_string(block.end), seconds(block.duration()),
-                        std::string(eyeName(block.eyes)), sampleRate(block.sampleRate),
+                        std::string(tables::eyeName(block.eyes)), sampleRate(block.sampleRate),
                         std::to_string(block.samples), std::to_string(block.events),
-                        std::string(recordTypeName(block.recordType))});
+                        std::string(tables::recordTypeName(block.recordType))});
     }
     writeTable(out, "Recording blocks", "rrrrlrrrl", rows);
 }
 
-void writeLog(TextOutput &out, const LogLines &log) {
+void writeLog(tables::TextOutput &out, const LogLines &log) {
     std::vector<TableRow> rows;
     for (const LogLines::Group &group : log.groups()) {
         rows.push_back({std::to_string(group.count) + " x", group.first, group.count > 1 ? "(the first)" : ""});
@@ -234,7 +236,7 @@ void writeLog(TextOutput &out, const LogLines &log) {
     writeTable(out, rows.empty() ? "Defects logged: none" : "Defects logged", "rll", rows);
 }
 
-void describe(TextOutput &out, const Facts &facts, const TrialTexts &texts) {
+void describe(tables::TextOutput &out, const Facts &facts, const tables::TrialTexts &texts) {
     _TRKFILE *const handle = facts.recording.handle();
     const RecordingSummary &summary = facts.summary;
     out.text(facts.recording.name());
@@ -245,12 +247,12 @@ void describe(TextOutput &out, const Facts &facts, const TrialTexts &texts) {
     writeFact(out, "container", facts.container());
     writeFact(out, "tracker", trackerText(handle));
     writeFact(out, "recorded", recordedText(summary));
-    writeBlockFact(out, "eyes", summary, [](const BlockSummary &block) { return eyeName(block.eyes); });
+    writeBlockFact(out, "eyes", summary, [](const BlockSummary &block) { return tables::eyeName(block.eyes); });
     writeBlockFact(out, "samples/s", summary,
                    [](const BlockSummary &block) { return sampleRate(block.sampleRate); });
     writeBlockFact(out, "samples hold", summary,
-                   [](const BlockSummary &block) { return contentNames(block.content); });
-    writeFact(out, "trials", trialsText(facts.trials, texts));
+                   [](const BlockSummary &block) { return tables::contentNames(block.content); });
+    writeFact(out, "trials", trialsText(facts.places.trials().size(), texts));
     writeFact(out, "input data",
               counted(summary.countOf(REC_INPUT), "event") + ", " + counted(summary.samplesWithInput, "sample") +
                   " with an input value");
@@ -258,7 +260,7 @@ void describe(TextOutput &out, const Facts &facts, const TrialTexts &texts) {
     out.text("\nPreamble\n");
     for (const std::string &line : facts.preamble) {
         out.text("  ");
-        out.text(escaped(line));
+        out.text(tables::escaped(line));
         out.text("\n");
     }
     writeItemCounts(out, summary);
@@ -279,7 +281,7 @@ are the library's own notes on what it repaired or passed over. A DAMAGED line t
 "lost" and "repairs" as trk check has them.)";
 
 int info(const InfoOptions &options) {
-    TextOutput out(std::string(TextOutput::kStandardOutput), {});
+    tables::TextOutput out(std::string(tables::TextOutput::kStandardOutput), {});
     Status status = kSound;
     Json all = Json::array();
     bool isFirst = true;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "open_recording.h"
-#include "text_output.h"
+#include "tables/text_output.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@ namespace tool {
 
 struct InfoOptions {
     std::vector<std::string> files;
-    TrialTexts texts;
+    tables::TrialTexts texts;
     bool json = false;
     OpenOptions open;
 };

@@ -19,7 +19,7 @@ Json itemsJson(const RecordingSummary &summary) {
             {"unreadable", summary.unreadable}};
 }
 
-Json eyeJson(const RecordingSummary &summary, Eye eye) {
+Json eyeJson(const RecordingSummary &summary, tables::Eye eye) {
     const EyeSamples &samples = summary.eyeSamples[eye];
     Json entry{{"samples", samples.count},
                {"with_gaze", samples.withGaze},
@@ -42,20 +42,20 @@ Json blocksJson(const RecordingSummary &summary) {
                         {"start", block.start},
                         {"end", block.end},
                         {"end_is_lost", block.endIsLost},
-                        {"eyes", eyeName(block.eyes)},
+                        {"eyes", tables::eyeName(block.eyes)},
                         {"sample_rate", block.sampleRate},
                         {"samples", block.samples},
                         {"events", block.events},
-                        {"records", recordTypeName(block.recordType)},
-                        {"samples_hold", contentNames(block.content)}});
+                        {"records", tables::recordTypeName(block.recordType)},
+                        {"samples_hold", tables::contentNames(block.content)}});
     }
     return list;
 }
 
 Json messageLogJson(const LogFacts &log) {
-    Json entry{{"file", utf8(log.name)}};
+    Json entry{{"file", tables::utf8(log.name)}};
     if (!log.failure.empty()) {
-        entry["error"] = utf8(log.failure);
+        entry["error"] = tables::utf8(log.failure);
     } else {
         entry.update({{"messages", log.messages}, {"merged", log.merged}, {"items_left_out", log.replaced}});
     }
@@ -68,22 +68,22 @@ Json factsJson(const Facts &facts) {
     _TRKFILE *const handle = facts.recording.handle();
     Json preamble = Json::array();
     for (const std::string &line : facts.preamble) {
-        preamble.push_back(utf8(line));
+        preamble.push_back(tables::utf8(line));
     }
     Json log = Json::array();
     for (const LogLines::Group &group : facts.recording.log().groups()) {
-        log.push_back({{"count", group.count}, {"first", utf8(group.first)}});
+        log.push_back({{"count", group.count}, {"first", tables::utf8(group.first)}});
     }
-    return {{"file", utf8(facts.recording.path())},
+    return {{"file", tables::utf8(facts.recording.path())},
             {"status", statusName(facts.damage)},
             {"container", facts.container()},
             {"tracker_model", trk_get_pupilon_revision(handle)},
             {"file_revision", trk_get_revision(handle)},
             {"preamble", preamble},
             {"items", itemsJson(facts.summary)},
-            {"eyes", {{"left", eyeJson(facts.summary, kLeft)}, {"right", eyeJson(facts.summary, kRight)}}},
+            {"eyes", {{"left", eyeJson(facts.summary, tables::kLeft)}, {"right", eyeJson(facts.summary, tables::kRight)}}},
             {"blocks", blocksJson(facts.summary)},
-            {"trials", facts.trials},
+            {"trials", facts.places.trials().size()},
             {"message_log", messageLogJson(facts.messageLog)},
             {"damages", damagesJson(facts.damage)},
             {"lost", lossJson(facts.damage)},

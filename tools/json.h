@@ -2,6 +2,7 @@
 #pragma once
 
 #include "damage.h"
+#include "tables/encoding.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,9 +12,6 @@
 namespace tool {
 
 using Json = nlohmann::ordered_json;
-
-// Text that is not UTF-8 is taken as Latin-1.
-[[nodiscard]] std::string utf8(std::string_view text);
 
 [[nodiscard]] std::string_view statusName(const DamageReport &report);
 [[nodiscard]] Json damagesJson(const DamageReport &report);

@@ -13,7 +13,9 @@
 #include <fcntl.h>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -49,31 +51,78 @@ void addOpenOptions(CLI::App &command, tool::OpenOptions &options) {
                      "Take a number before a message text as an offset to its time");
 }
 
-CLI::App *addCommand(CLI::App &app, const char *name, const char *purpose, const char *help) {
+// A help text whose first lines can be typed.
+class ExamplesFirst : public CLI::Formatter {
+  public:
+    explicit ExamplesFirst(std::string examples) : examples_(std::move(examples)) {}
+
+    std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override {
+        return tool::exampleText(examples_) + "\n" + CLI::Formatter::make_help(app, std::move(name), mode);
+    }
+
+  private:
+    std::string examples_; // command lines behind "trk", one a line
+};
+
+// `examples` are command lines behind "trk", one a line.
+CLI::App *addCommand(CLI::App &app, const char *name, const char *purpose, const char *examples, const char *help) {
     CLI::App *const command = app.add_subcommand(name, purpose);
+    command->formatter(std::make_shared<ExamplesFirst>(examples));
     command->footer(std::string(help) + "\n\n" + tool::kStatusHelp);
     return command;
 }
 
-std::vector<CLI::Option *> addTrialTexts(CLI::App &command, tool::TrialTexts &texts) {
-    return {command
-                .add_option("--start", texts.start,
-                            "Text in messages that start a trial. Without texts, each recording block is a trial")
-                ->option_text("TEXT"),
-            command.add_option("--end", texts.end, "Text in messages that end a trial")->option_text("TEXT")};
+void addTrialTexts(CLI::App &command, tables::TrialTexts &texts) {
+    command
+        .add_option("--start", texts.start,
+                    "Text in messages that start a trial. Without texts, each recording block is a trial")
+        ->option_text("TEXT");
+    command.add_option("--end", texts.end, "Text in messages that end a trial")->option_text("TEXT");
+}
+
+void addTableOptions(CLI::App &command, tool::TableOptions &options) {
+    command
+        .add_option("--columns", options.columns,
+                    "Columns to write: names or patterns (gaze_*) separated by commas; behind a leading + they are "
+                    "added to those that are there by default. help lists all")
+        ->option_text("NAME,...");
+    command
+        .add_option("--missing", options.missing,
+                    "What stands for a missing value; by default \"" + options.missing + "\"")
+        ->option_text("TEXT");
+    command
+        .add_option("--encoding", options.encoding,
+                    "Character encoding of the texts of the recording; by default UTF-8, and Latin-1 for what is not")
+        ->option_text("NAME");
+}
+
+void addOutput(CLI::App &command, std::string &output) {
+    command
+        .add_option("-o,--output", output,
+                    "File to write in place of standard output: there whole in the end, or as it was")
+        ->option_text("OUT");
 }
 
 void addTrials(CLI::App &app, tool::TrialsOptions &options, int &status) {
-    CLI::App *const command =
-        addCommand(app, "trials", "Write the trials of a recording as a table", tool::kTrialsHelp);
+    CLI::App *const command = addCommand(app, "trials", "Write the trials of a recording as a table",
+                                         "trials s07.trk --start TRIALID --end 'TRIAL OK'\n"
+                                         "trials s07.trk --start TRIALID --variable 'VAR (\\w+) (.*)' -o trials.tsv",
+                                         tool::kTrialsHelp);
     command->add_option("FILE", options.file, "Recording")->required();
     addTrialTexts(*command, options.texts);
+    command
+        ->add_option("--variable", options.variable,
+                     "Regular expression with two groups, name and value, for variables that messages tell")
+        ->option_text("REGEX");
+    addTableOptions(*command, options.table);
+    addOutput(*command, options.output);
     addOpenOptions(*command, options.open);
     command->callback([&] { status = tool::trials(options); });
 }
 
 void addInfo(CLI::App &app, tool::InfoOptions &options, int &status) {
-    CLI::App *const command = addCommand(app, "info", "Show what recordings hold at a glance", tool::kInfoHelp);
+    CLI::App *const command = addCommand(app, "info", "Show what recordings hold at a glance",
+                                         "info s07.trk\ninfo *.trk --json", tool::kInfoHelp);
     command->add_option("FILE", options.files, "Recordings")->required();
     command->add_flag("--json", options.json, "Write it for programs");
     addTrialTexts(*command, options.texts);
@@ -82,21 +131,23 @@ void addInfo(CLI::App &app, tool::InfoOptions &options, int &status) {
 }
 
 void addCheck(CLI::App &app, tool::CheckOptions &options, int &status) {
-    CLI::App *const command =
-        addCommand(app, "check", "Tell whether recordings are sound, and what of them is lost", tool::kCheckHelp);
+    CLI::App *const command = addCommand(app, "check", "Tell whether recordings are sound, and what of them is lost",
+                                         "check *.trk\ncheck s07.trk --json", tool::kCheckHelp);
     command->add_option("FILE", options.files, "Recordings")->required();
     command->add_flag("--json", options.json, "Write it for programs, with all damages");
     command->callback([&] { status = tool::check(options); });
 }
 
 void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string> &kinds, int &status) {
-    static const std::map<std::string, tool::ItemKinds> kKinds{{"samples", tool::kSamples},
-                                                               {"events", tool::kEvents},
-                                                               {"messages", tool::kMessages},
-                                                               {"recordings", tool::kRecordings}};
-    CLI::App *const command =
-        addCommand(app, "dump", "Write the items of a recording as a tab-separated table", tool::kDumpHelp);
-    command->add_option("FILE", options.file, "Recording")->required();
+    static const std::map<std::string, tables::ItemKinds> kKinds{{"samples", tables::kSamples},
+                                                                 {"events", tables::kEvents},
+                                                                 {"messages", tables::kMessages},
+                                                                 {"recordings", tables::kRecordings}};
+    CLI::App *const command = addCommand(app, "dump", "Write the items of recordings as a tab-separated table",
+                                         "dump s07.trk --kind messages\n"
+                                         "dump s07.trk --kind samples --trial 3 --columns time,gaze_* -o gaze.tsv",
+                                         tool::kDumpHelp);
+    command->add_option("FILE", options.files, "Recordings; several get a column for the file")->required();
     command
         ->add_option("--kind", kinds,
                      "Items to write: samples, events (all but messages), messages, recordings; repeatable or "
@@ -107,29 +158,24 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
         ->option_text("KIND");
     command->add_option("--from", options.from, "Only items with this time or a later one")->option_text("MS");
     command->add_option("--to", options.to, "Only items with this time or an earlier one")->option_text("MS");
-    CLI::Option *const trial =
-        command->add_option("--trial", options.trial, "Only the items of this trial, numbered as trials does")
-            ->option_text("N");
-    for (CLI::Option *const text : addTrialTexts(*command, options.texts)) {
-        text->needs(trial);
-    }
+    command->add_option("--trial", options.trial, "Only the items of this trial, numbered from 1 as trials does")
+        ->option_text("N");
+    addTrialTexts(*command, options.texts);
     command->add_flag("--log", options.open.mergeLog,
                       "Merge the messages of the external log xq_messages.log beside the recording");
     command->add_option("--log-file", options.open.logFile, "Merge those of this log")->option_text("LOG");
     command->add_flag("--raw", options.raw,
                       "Add columns for raw pupil and corneal reflection, in camera pixels, to samples");
-    command
-        ->add_option("-o,--output", options.output,
-                     "File to write in place of standard output: there whole in the end, or as it was")
-        ->option_text("OUT");
+    addTableOptions(*command, options.table);
+    addOutput(*command, options.output);
     addOpenOptions(*command, options.open);
     command->callback([&] {
         options.open.mergeLog |= options.open.logFile.has_value();
-        options.kinds = kinds.empty() ? tool::kAllKinds : 0;
+        options.kinds = kinds.empty() ? tables::kAllKinds : 0;
         for (const std::string &kind : kinds) {
             options.kinds |= kKinds.at(kind);
         }
-        if (options.raw && (options.kinds & tool::kSamples) == 0) {
+        if (options.raw && (options.kinds & tables::kSamples) == 0) {
             throw CLI::ValidationError("--raw", "needs samples among the kinds");
         }
         status = tool::dump(options);
@@ -160,8 +206,9 @@ int run(int argc, char **argv, int &status) {
     std::vector<std::string> kinds;
     CLI::App app("Looks into recordings of video eye trackers.", "trk");
     app.footer(tool::kStatusHelp);
-    app.set_version_flag("--version", trk_get_version());
-    app.require_subcommand(1);
+    app.formatter(std::make_shared<ExamplesFirst>("info s07.trk\ndump s07.trk --kind samples -o samples.tsv"));
+    app.set_version_flag("--version", std::string("trk " TRK_PROGRAM_VERSION "\n") + trk_get_version());
+    app.require_subcommand(0, 1);
     addInfo(app, infoOptions, status);
     addCheck(app, checkOptions, status);
     addTrials(app, trialsOptions, status);
@@ -174,6 +221,10 @@ int run(int argc, char **argv, int &status) {
         }
         app.exit(error); // help, or the version
         return std::cout.flush() ? tool::kSound : tool::kFailed;
+    }
+    if (app.get_subcommands().empty()) {
+        std::cerr << app.help();
+        return tool::kUsage;
     }
     return status;
 }
@@ -188,10 +239,12 @@ int main(int argc, char **argv) {
     int status = tool::kSound;
     try {
         return run(argc, argv, status);
-    } catch (const tool::OutputClosed &) {
+    } catch (const tables::OutputClosed &) {
         return status;
     } catch (const tool::CannotRead &failure) {
         return fail(failure.what(), failure.status());
+    } catch (const std::invalid_argument &mistake) {
+        return fail(mistake.what(), tool::kUsage);
     } catch (const std::bad_alloc &) {
         return fail("out of memory", tool::kFailed);
     } catch (const std::exception &error) {

@@ -1,6 +1,6 @@
 #include "open_recording.h"
 
-#include "text_output.h"
+#include "tables/text_output.h"
 
 #include <algorithm>
 #include <new>
@@ -55,12 +55,12 @@ _TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines
 // text that has to be escaped.
 std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
     if (error.code == TRK_ERROR_DAMAGED && error.offset >= 0) {
-        return escaped(path) + " is damaged at byte " + std::to_string(error.offset) +
+        return tables::escaped(path) + " is damaged at byte " + std::to_string(error.offset) +
                ": --tolerant shows what lies before, --salvage all that can be saved";
     }
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string text(error.text);
-    return !name.empty() && text.starts_with(name) ? escaped(path) + text.substr(name.size()) : text;
+    return !name.empty() && text.starts_with(name) ? tables::escaped(path) + text.substr(name.size()) : text;
 }
 
 } // namespace
@@ -79,7 +79,7 @@ void LogLines::add(std::string_view line) noexcept {
 }
 
 void LogLines::sort(std::string_view line) {
-    const std::string text = escaped(trimmed(line));
+    const std::string text = tables::escaped(trimmed(line));
     const std::string pattern = withoutNumbers(text);
     const auto known = std::ranges::find(groups_, pattern, &Group::pattern);
     if (known != groups_.end()) {
@@ -93,7 +93,7 @@ void LogLines::sort(std::string_view line) {
 }
 
 Recording::Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage)
-    : path_(path), name_(escaped(path)), options_(options) {
+    : path_(path), name_(tables::escaped(path)), options_(options) {
     TRK_ERROR error;
     handle_.reset(openWith(path, options_, log_, error));
     if (!handle_ && error.code == TRK_ERROR_DAMAGED && onDamage == OnDamage::ShowIntactPart && !options.salvage) {
@@ -107,13 +107,9 @@ Recording::Recording(const std::string &path, const OpenOptions &options, OnDama
     }
 }
 
-int Recording::collectTrials(const TrialTexts &texts) {
+tables::Places Recording::findPlaces(const tables::TrialTexts &texts) {
     trialTexts_ = texts;
-    const auto pointer = [](std::optional<std::string> &text) { return text ? text->data() : nullptr; };
-    if (texts.start || texts.end) {
-        trk_set_trial_identifier(handle(), pointer(trialTexts_.start), pointer(trialTexts_.end));
-    }
-    return trk_get_trial_count(handle());
+    return {handle(), trialTexts_};
 }
 
 } // namespace tool

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "status.h"
+#include "tables/places.h"
 #include "trkapi/trkapi.h"
 
 #include <cstdint>
@@ -50,12 +51,6 @@ struct OpenOptions {
     std::optional<std::string> logFile; // in place of the one beside the recording
 };
 
-// What starts and ends trials; without texts, each recording block is a trial.
-struct TrialTexts {
-    std::optional<std::string> start;
-    std::optional<std::string> end;
-};
-
 // What to do with a recording that opens only tolerantly.
 enum class OnDamage { Refuse, ShowIntactPart };
 
@@ -90,8 +85,8 @@ class Recording {
     [[nodiscard]] const std::string &name() const { return name_; } // to be shown
     [[nodiscard]] const OpenOptions &options() const { return options_; }
 
-    // Lets the library collect the trials and returns their number.
-    int collectTrials(const TrialTexts &texts);
+    // Collects trials and blocks. Moves the read position: for a walk of its own, it wants its own recording.
+    [[nodiscard]] tables::Places findPlaces(const tables::TrialTexts &texts);
 
   private:
     struct Closer {
@@ -102,7 +97,7 @@ class Recording {
     std::string name_;
     OpenOptions options_;
     LogLines log_;
-    TrialTexts trialTexts_; // the library keeps pointers to them
+    tables::TrialTexts trialTexts_; // the library keeps pointers to them
     std::unique_ptr<_TRKFILE, Closer> handle_;
 };
 

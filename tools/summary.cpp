@@ -7,7 +7,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::array<int, kEyes> kEyeFlags{TRK_EYE_LEFT, TRK_EYE_RIGHT};
+constexpr std::array<int, tables::kEyes> kEyeFlags{TRK_EYE_LEFT, TRK_EYE_RIGHT};
 constexpr uint16_t kContentFlags = TRK_SAMPLE_PUPIL_POSITION | TRK_SAMPLE_HREF | TRK_SAMPLE_GAZE |
                                    TRK_SAMPLE_RESOLUTION | TRK_SAMPLE_PUPIL_SIZE | TRK_SAMPLE_STATUS |
                                    TRK_SAMPLE_INPUT | TRK_SAMPLE_BUTTONS | TRK_SAMPLE_EXTENSION;
@@ -20,7 +20,7 @@ uint64_t RecordingSummary::countOf(int firstCode, int lastCode) const {
     return std::accumulate(counts_.begin() + firstCode, counts_.begin() + lastCode + 1, uint64_t{0});
 }
 
-void RecordingSummary::add(const Item &item) {
+void RecordingSummary::add(const tables::Item &item) {
     ++counts_[static_cast<std::size_t>(item.code)];
     if (item.code == REC_SAMPLE) {
         addSample(item);
@@ -36,7 +36,7 @@ void RecordingSummary::addUnreadable(int code) {
     ++unreadable;
 }
 
-void RecordingSummary::addSample(const Item &item) {
+void RecordingSummary::addSample(const tables::Item &item) {
     const FSAMPLE_REC &sample = *item.sample();
     if (item.isDummySample()) {
         ++dummySamples;
@@ -45,7 +45,7 @@ void RecordingSummary::addSample(const Item &item) {
     }
     const bool hasInput = (sample.flags & TRK_SAMPLE_INPUT) != 0 && sample.input != TRK_WORD_ABSENT;
     samplesWithInput += hasInput ? 1U : 0U;
-    int eyes = eyesOf(sample.flags);
+    int eyes = tables::eyesOf(sample.flags);
     if (insideBlock_) {
         BlockSummary &block = blocks.back();
         ++block.samples;
@@ -58,14 +58,14 @@ void RecordingSummary::addSample(const Item &item) {
             eyes = block.eyes;
         }
     }
-    for (const Eye eye : {kLeft, kRight}) {
+    for (const tables::Eye eye : {tables::kLeft, tables::kRight}) {
         if ((eyes & kEyeFlags[eye]) != 0) {
             addSampleOfEye(item, eye);
         }
     }
 }
 
-void RecordingSummary::addSampleOfEye(const Item &item, Eye eye) {
+void RecordingSummary::addSampleOfEye(const tables::Item &item, tables::Eye eye) {
     const FSAMPLE_REC &sample = *item.sample();
     EyeSamples &samples = eyeSamples[eye];
     ++samples.count;
@@ -95,7 +95,7 @@ void RecordingSummary::addRecording(const FRECORDING &recording) {
     insideBlock_ = recording.state == TRK_BLOCK_START;
 }
 
-void RecordingSummary::addEvent(const Item &item) {
+void RecordingSummary::addEvent(const tables::Item &item) {
     if (insideBlock_ && !item.isBlockMark()) {
         ++blocks.back().events;
     }
@@ -106,7 +106,7 @@ void RecordingSummary::addEvent(const Item &item) {
     const int place = item.code - REC_SBLINK;
     const bool isStart = place % 2 == 0;
     const FEVENT &event = *item.event();
-    const Eye eye = event.eye == 0 ? kLeft : kRight;
+    const tables::Eye eye = event.eye == 0 ? tables::kLeft : tables::kRight;
     EyeEvents &events = eyeEvents[static_cast<std::size_t>(place / 2)][eye];
     if (isStart) {
         ++events.starts;

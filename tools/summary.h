@@ -1,7 +1,7 @@
 // Figures that sum up a recording, gathered in one walk over its items.
 #pragma once
 
-#include "items.h"
+#include "tables/items.h"
 
 #include <array>
 #include <vector>
@@ -43,7 +43,7 @@ enum EyeEventKind : int { kBlinks, kSaccades, kFixations };
 
 class RecordingSummary {
   public:
-    void add(const Item &item);
+    void add(const tables::Item &item);
     void addUnreadable(int code);
 
     [[nodiscard]] uint64_t countOf(int code) const { return countOf(code, code); }
@@ -51,23 +51,23 @@ class RecordingSummary {
     [[nodiscard]] uint64_t items() const;
 
     std::vector<BlockSummary> blocks;
-    std::array<EyeSamples, kEyes> eyeSamples;
-    std::array<std::array<EyeEvents, kEyes>, kFixations + 1> eyeEvents;
+    std::array<EyeSamples, tables::kEyes> eyeSamples;
+    std::array<std::array<EyeEvents, tables::kEyes>, kFixations + 1> eyeEvents;
     uint64_t dummySamples = 0;
     uint64_t repeatedTimes = 0;
     uint64_t samplesWithInput = 0;
     uint64_t unreadable = 0;
 
   private:
-    void addSample(const Item &item);
-    void addSampleOfEye(const Item &item, Eye eye);
+    void addSample(const tables::Item &item);
+    void addSampleOfEye(const tables::Item &item, tables::Eye eye);
     void addRecording(const FRECORDING &recording);
-    void addEvent(const Item &item);
+    void addEvent(const tables::Item &item);
 
     static constexpr std::size_t kCodes = 256;
     std::array<uint64_t, kCodes> counts_{};
     bool insideBlock_ = false; // the last of `blocks` is in force
-    std::array<bool, kEyes> insideBlink_{};
+    std::array<bool, tables::kEyes> insideBlink_{};
 };
 
 } // namespace tool

@@ -1,17 +1,19 @@
-// trk trials: the trials of a recording, and which items belong to them.
+// trk trials: the trials of a recording, one row each.
 #pragma once
 
 #include "open_recording.h"
+#include "table_options.h"
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 namespace tool {
 
 struct TrialsOptions {
     std::string file;
-    TrialTexts texts;
+    tables::TrialTexts texts;
+    std::string variable; // pattern for variables that messages name
+    TableOptions table;
+    std::string output{tables::TextOutput::kStandardOutput};
     OpenOptions open;
 };
 
@@ -20,14 +22,5 @@ extern const char *const kTrialsHelp;
 
 // Returns the exit status. Throws CannotRead, OutputError and OutputClosed.
 int trials(const TrialsOptions &options);
-
-struct Trial {
-    TRIAL header{};
-    uint32_t first = 0; // number of its first item
-    uint32_t end = 0;   // one past its last item
-};
-
-// All trials, first to last. Moves the read position. Tells standard error of a text that is found nowhere.
-[[nodiscard]] std::vector<Trial> collectTrials(Recording &recording, const TrialTexts &texts);
 
 } // namespace tool

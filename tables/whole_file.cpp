@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace tool {
+namespace tables {
 
 namespace {
 
@@ -124,4 +124,4 @@ void WholeFile::finish() {
     }
 }
 
-} // namespace tool
+} // namespace tables

@@ -1,6 +1,7 @@
 // Text written to a file descriptor through one large buffer.
 #pragma once
 
+#include "gzip.h"
 #include "whole_file.h"
 
 #include <charconv>
@@ -14,10 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace tool {
-
-// Stands for a value that is missing or does not apply.
-inline constexpr std::string_view kMissing = ".";
+namespace tables {
 
 // Backslashes, tabs, line ends and all other control bytes as \\, \t, \n, \r and \xHH; other bytes as they are.
 [[nodiscard]] std::string escaped(std::string_view text);
@@ -33,13 +31,15 @@ class OutputError : public std::runtime_error {
 // Whoever read the output wants no more of it: the end of the work, and no failure.
 struct OutputClosed {};
 
+enum class Packing : uint8_t { None, Gzip };
+
 class TextOutput {
   public:
     static constexpr std::string_view kStandardOutput = "-";
 
     // Writes the file `path`, which is there whole or not at all, or standard output. Never replaces one of the
     // files `inputs`. Throws OutputError.
-    TextOutput(const std::string &path, const std::vector<std::string> &inputs);
+    TextOutput(const std::string &path, const std::vector<std::string> &inputs, Packing packing = Packing::None);
 
     void text(std::string_view text);
 
@@ -57,22 +57,9 @@ class TextOutput {
         used_ += static_cast<std::size_t>(std::to_chars(start, start + kLongestNumber, value).ptr - start);
     }
 
-    // A further cell of a line.
-    template <typename Number> void cell(Number value, bool isKnown = true) {
-        character('\t');
-        if (isKnown) {
-            number(value);
-        } else {
-            text(kMissing);
-        }
-    }
-
-    // A flag word, 0x and four digits.
-    void flagWord(uint16_t value);
-
     [[nodiscard]] bool isTerminal() const;
 
-    void flush();
+    void flush() { flush(false); }
 
     // Writes what is left and gives a file its name. What is not finished is lost. Throws OutputError or
     // OutputClosed.
@@ -87,13 +74,17 @@ class TextOutput {
             flush();
         }
     }
+    void flush(bool isLast);
+    void write(std::string_view bytes);
     [[noreturn]] void fail(int error) const;
 
     std::string name_;
     std::optional<WholeFile> file_;
     int descriptor_ = STDOUT_FILENO;
+    std::optional<Gzip> gzip_;
+    std::vector<char> packed_;
     std::vector<char> buffer_;
     std::size_t used_ = 0;
 };
 
-} // namespace tool
+} // namespace tables

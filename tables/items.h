@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace tables {
 
 enum Eye : unsigned { kLeft = 0, kRight = 1 };
 inline constexpr std::size_t kEyes = 2;
@@ -47,6 +47,9 @@ struct Item {
     // Start or end of the samples or the events of a recording block.
     [[nodiscard]] bool isBlockMark() const { return code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS; }
 
+    // Of a message; empty when there is none.
+    [[nodiscard]] std::string_view messageText() const;
+
     [[nodiscard]] std::string_view name() const;
 
     // The moment at which the item stands among the others: ends of blinks, saccades and fixations at their end,
@@ -70,4 +73,4 @@ struct Item {
 // The field groups that a sample's flags or a block's content flags name, such as "gaze, pupil size".
 [[nodiscard]] std::string contentNames(uint16_t flags);
 
-} // namespace tool
+} // namespace tables

@@ -8,7 +8,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace tool {
+namespace tables {
 
 namespace {
 
@@ -53,8 +53,11 @@ std::string fixedPoint(double value, int decimals) {
     return {digits.data(), end.ptr};
 }
 
-TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &inputs)
+TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &inputs, Packing packing)
     : name_(path == kStandardOutput ? "standard output" : path), buffer_(kCapacity) {
+    if (packing == Packing::Gzip) {
+        gzip_.emplace();
+    }
     if (path == kStandardOutput) {
         return;
     }
@@ -78,17 +81,10 @@ void TextOutput::text(std::string_view text) {
     }
 }
 
-void TextOutput::flagWord(uint16_t value) {
-    text("0x");
-    for (int shift = 12; shift >= 0; shift -= 4) {
-        character(kHexDigits[(value >> shift) & 0xF]);
-    }
-}
-
 bool TextOutput::isTerminal() const { return ::isatty(descriptor_) == 1; }
 
 void TextOutput::finish() {
-    flush();
+    flush(true);
     try {
         if (file_) {
             file_->finish();
@@ -98,22 +94,32 @@ void TextOutput::finish() {
     }
 }
 
-void TextOutput::flush() {
-    for (std::size_t done = 0; done < used_;) {
-        const ssize_t written = ::write(descriptor_, buffer_.data() + done, used_ - done);
+void TextOutput::flush(bool isLast) {
+    const std::string_view bytes(buffer_.data(), used_);
+    if (gzip_) {
+        gzip_->compress(bytes, isLast, packed_);
+        write({packed_.data(), packed_.size()});
+    } else {
+        write(bytes);
+    }
+    used_ = 0;
+}
+
+void TextOutput::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
         if (written >= 0) {
-            done += static_cast<std::size_t>(written);
+            bytes.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno == EPIPE) {
             throw OutputClosed{};
         } else if (errno != EINTR) {
             fail(errno);
         }
     }
-    used_ = 0;
 }
 
 void TextOutput::fail(int error) const {
     throw OutputError(escaped(name_) + " cannot be written: " + std::strerror(error));
 }
 
-} // namespace tool
+} // namespace tables

@@ -1,9 +1,10 @@
 #include "items.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
-namespace tool {
+namespace tables {
 
 namespace {
 
@@ -69,6 +70,13 @@ std::string_view Item::name() const {
     return "unknown";
 }
 
+std::string_view Item::messageText() const {
+    const TRK_MESSAGE *const message = event() == nullptr ? nullptr : event()->message;
+    return message == nullptr
+               ? std::string_view()
+               : std::string_view(message->text, std::min<std::size_t>(message->length, sizeof message->text));
+}
+
 uint32_t Item::time() const {
     if (code == REC_SAMPLE) {
         return sample()->time;
@@ -127,4 +135,4 @@ std::string contentNames(uint16_t flags) {
     return names;
 }
 
-} // namespace tool
+} // namespace tables

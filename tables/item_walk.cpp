@@ -4,7 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
-namespace tool {
+namespace tables {
 
 namespace {
 
@@ -25,9 +25,9 @@ std::vector<TRK_COLUMN> recordColumns(bool velocities, ALLF_DATA *records) {
 
 } // namespace
 
-BulkWalk::BulkWalk(_TRKFILE *handle, uint32_t first, uint32_t end, bool velocities)
+BulkWalk::BulkWalk(_TRKFILE *handle, uint32_t first, uint32_t end, ItemKinds kinds, bool velocities)
     : handle_(handle), number_(first), end_(std::min(end, trk_get_element_count(handle))), fillEnd_(first),
-      velocities_(velocities) {
+      kinds_(kinds), velocities_(velocities) {
     // Times of late recording blocks are counted from the item that is fetched first: the first one of all.
     if (trk_goto_item(handle_, 0) == 0 && trk_get_next_data(handle_) != 0) {
         trk_get_float_data(handle_);
@@ -35,21 +35,34 @@ BulkWalk::BulkWalk(_TRKFILE *handle, uint32_t first, uint32_t end, bool velociti
 }
 
 std::optional<Item> BulkWalk::next() {
-    if (number_ >= end_) {
-        return std::nullopt;
-    }
-    if (number_ == fillEnd_) {
-        fill();
-    }
-    const uint32_t number = number_++;
-    for (Rows *const rows : {&samples_, &events_, &blocks_}) {
-        if (rows->next < rows->numbers.size() && rows->numbers[rows->next] == number) {
-            const std::size_t row = rows->next++;
-            return Item{rows->codes[row], rows->isReadable[row] != 0 ? &rows->records[row] : nullptr};
+    while (number_ < end_) {
+        if (number_ == fillEnd_) {
+            fill();
+        }
+        Rows *nearest = nullptr;
+        for (Rows *const rows : {&samples_, &events_, &blocks_}) {
+            if (rows->next < rows->numbers.size() &&
+                (nearest == nullptr || rows->numbers[rows->next] < nearest->numbers[nearest->next])) {
+                nearest = rows;
+            }
+        }
+        const uint32_t number = nearest == nullptr ? fillEnd_ : nearest->numbers[nearest->next];
+        if (kinds_ == kAllKinds && number != number_) {
+            last_ = number_++;
+            failure_ = "item " + std::to_string(last_) + " is of a kind that is not known";
+            return Item{codeOf(last_), nullptr};
+        }
+        number_ = number;
+        if (nearest == nullptr) {
+            continue;
+        }
+        const std::size_t row = nearest->next++;
+        last_ = number_++;
+        if ((kindOf(nearest->codes[row]) & kinds_) != 0) {
+            return Item{nearest->codes[row], nearest->isReadable[row] != 0 ? &nearest->records[row] : nullptr};
         }
     }
-    failure_ = "item " + std::to_string(number) + " is of a kind that is not known";
-    return Item{codeOf(number), nullptr};
+    return std::nullopt;
 }
 
 int BulkWalk::codeOf(uint32_t number) {
@@ -58,12 +71,18 @@ int BulkWalk::codeOf(uint32_t number) {
 
 void BulkWalk::fill() {
     fillEnd_ = std::min(end_, number_ + kItemsAtOnce);
-    list(samples_, REC_SAMPLE);
-    list(events_, kAllEvents);
-    list(blocks_, REC_RECORDING);
-    readSamples();
-    readEvents();
-    readBlocks();
+    if ((kinds_ & kSamples) != 0) {
+        list(samples_, REC_SAMPLE);
+        readSamples();
+    }
+    if ((kinds_ & (kEvents | kMessages)) != 0) {
+        list(events_, kAllEvents);
+        readEvents();
+    }
+    if ((kinds_ & kRecordings) != 0) {
+        list(blocks_, REC_RECORDING);
+        readBlocks();
+    }
 }
 
 void BulkWalk::list(Rows &rows, int code) {
@@ -142,4 +161,4 @@ void BulkWalk::readBlocks() {
     }
 }
 
-} // namespace tool
+} // namespace tables

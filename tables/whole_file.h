@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace tool {
+namespace tables {
 
 // Written under a name beside the one it is to have. What it replaces stays until then. When the work breaks off,
 // also by a signal that ends the program, nothing is left behind.
@@ -27,4 +27,4 @@ class WholeFile {
     int slot_ = -1; // of the names that a signal removes
 };
 
-} // namespace tool
+} // namespace tables

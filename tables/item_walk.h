@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace tables {
 
 // Reads many items at a time. Items of an external message log are not among them.
 class BulkWalk {
   public:
-    // Over the items [first, end); with velocities only when they are wanted.
-    BulkWalk(_TRKFILE *handle, uint32_t first, uint32_t end, bool velocities);
+    // Over the items of some kinds in [first, end); with velocities only when they are wanted.
+    BulkWalk(_TRKFILE *handle, uint32_t first, uint32_t end, ItemKinds kinds, bool velocities);
     BulkWalk(const BulkWalk &) = delete; // columns point into it
     BulkWalk &operator=(const BulkWalk &) = delete;
     ~BulkWalk() = default;
@@ -22,6 +22,9 @@ class BulkWalk {
     // The next item, valid until the call after; nothing behind the last one. Its record is null when it cannot
     // be read.
     std::optional<Item> next();
+
+    // Of the item that came last.
+    [[nodiscard]] uint32_t number() const { return last_; }
 
     // One of the items that could not be read.
     [[nodiscard]] const std::string &failure() const { return failure_; }
@@ -45,9 +48,11 @@ class BulkWalk {
     void readBlocks();
 
     _TRKFILE *handle_;
-    uint32_t number_; // of the next item
+    uint32_t number_; // items before it were handed out, or are of other kinds
+    uint32_t last_ = 0;
     uint32_t end_;
     uint32_t fillEnd_; // behind the items that were read
+    ItemKinds kinds_;
     bool velocities_;
     Rows samples_;
     Rows events_;
@@ -57,4 +62,4 @@ class BulkWalk {
     std::string failure_;
 };
 
-} // namespace tool
+} // namespace tables

@@ -1,0 +1,115 @@
+#include "places.h"
+
+#include "items.h"
+#include "text_output.h"
+
+#include <algorithm>
+#include <span>
+#include <string_view>
+
+namespace tables {
+
+namespace {
+
+Item itemAt(_TRKFILE *handle, uint32_t number) {
+    if (trk_goto_item(handle, number) != 0) {
+        return {0, nullptr};
+    }
+    return fetchItem(handle, trk_get_next_data(handle));
+}
+
+// Whether an item is of the kind that a text names, and holds it.
+bool matches(_TRKFILE *handle, uint32_t number, const std::optional<std::string> &text) {
+    const Item item = itemAt(handle, number);
+    if (item.record == nullptr || item.code != REC_MESSAGE || item.event()->message == nullptr) {
+        return item.code == REC_INPUT;
+    }
+    return text && item.messageText().find(*text) != std::string_view::npos;
+}
+
+// The number, from 1, of the last one that begins at an item or before it, unless it ends there.
+template <class Entry> uint32_t numberOf(const std::vector<Entry> &entries, uint32_t item) {
+    const auto behind = std::ranges::upper_bound(entries, item, {}, &Entry::first);
+    return behind != entries.begin() && item < std::prev(behind)->end
+               ? static_cast<uint32_t>(behind - entries.begin())
+               : 0;
+}
+
+} // namespace
+
+Places::Places(_TRKFILE *handle, TrialTexts &texts) {
+    findTrials(handle, texts);
+    findBlocks(handle);
+}
+
+uint32_t Places::blockOf(uint32_t item) const { return numberOf(blocks_, item); }
+uint32_t Places::trialOf(uint32_t item) const { return numberOf(trials_, item); }
+
+uint32_t Places::firstBlockIn(uint32_t first, uint32_t end) const {
+    const auto found = std::ranges::upper_bound(blocks_, first, {}, &Block::end);
+    return found == blocks_.end() || found->first >= end ? 0 : static_cast<uint32_t>(found - blocks_.begin()) + 1;
+}
+
+void Places::findBlocks(_TRKFILE *handle) {
+    const unsigned all = trk_get_element_count(handle);
+    std::vector<unsigned> marks(static_cast<std::size_t>(trk_count_items(handle, 0, all, REC_RECORDING)));
+    trk_list_items(handle, 0, all, REC_RECORDING, marks.data(), static_cast<int64_t>(marks.size()));
+    bool isOpen = false;
+    for (const unsigned mark : marks) {
+        const Item item = itemAt(handle, mark);
+        if (item.record == nullptr) {
+            continue;
+        }
+        const FRECORDING &recording = *item.recording();
+        if (recording.state == TRK_BLOCK_START) {
+            if (isOpen) {
+                blocks_.back().end = mark;
+            }
+            blocks_.push_back({recording, mark, all, recording.time, false});
+        } else if (isOpen) {
+            blocks_.back().end = mark + 1;
+            blocks_.back().endTime = recording.time;
+            blocks_.back().hasEnd = true;
+        }
+        isOpen = recording.state == TRK_BLOCK_START;
+    }
+}
+
+void Places::findTrials(_TRKFILE *handle, TrialTexts &texts) {
+    const auto pointer = [](std::optional<std::string> &text) { return text ? text->data() : nullptr; };
+    if (texts.start || texts.end) {
+        trk_set_trial_identifier(handle, pointer(texts.start), pointer(texts.end));
+    }
+    trials_.resize(static_cast<std::size_t>(std::max(trk_get_trial_count(handle), 0)));
+    bool sawStart = false;
+    bool sawEnd = false;
+    for (int i = 0; Trial & trial : trials_) {
+        trk_jump_to_trial(handle, i);
+        trk_get_trial_header(handle, &trial.header);
+        trk_get_trial_range(handle, i++, &trial.first, &trial.end);
+        if (trial.header.recording != nullptr) {
+            trial.block = *trial.header.recording;
+        }
+        const Item start = itemAt(handle, trial.first);
+        if (start.record != nullptr && start.code == REC_MESSAGE) {
+            trial.text = start.messageText();
+            trial.hasText = true;
+        }
+        sawStart = sawStart || matches(handle, trial.first, texts.start);
+        sawEnd = sawEnd || matches(handle, trial.end - 1, texts.end);
+    }
+    const auto demand = [this](const std::optional<std::string> &text, bool wasSeen, const char *does) {
+        if (text && text->empty()) {
+            unmatched_.push_back(std::string("an empty text ") + does + " no trial");
+        } else if (text && !wasSeen) {
+            unmatched_.push_back(std::string("nothing ") + does + " a trial by \"" + escaped(*text) + "\"");
+        }
+    };
+    demand(texts.start, sawStart, "starts");
+    demand(texts.end, sawEnd, "ends");
+    if (!unmatched_.empty()) {
+        trials_.clear(); // they are the recording blocks, which nobody asked for
+    }
+}
+
+} // namespace tables

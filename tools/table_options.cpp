@@ -1,0 +1,61 @@
+#include "table_options.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace tool {
+
+std::string doubtfulTexts(uint64_t count) {
+    return std::to_string(count) + (count == 1 ? " text is" : " texts are") +
+           " not in the encoding that texts are taken for (--encoding names another)";
+}
+
+Status TableText::reportDoubtful() const {
+    if (decoder_.doubtful() != 0) {
+        std::fprintf(stderr, "trk: %s\n", doubtfulTexts(decoder_.doubtful()).c_str());
+    }
+    return kSound;
+}
+
+Status listColumns(const std::vector<tables::Column> &columns, std::size_t byDefault) {
+    tables::TextOutput out(std::string(tables::TextOutput::kStandardOutput), {});
+    std::size_t width = 0;
+    for (const tables::Column &column : columns) {
+        width = std::max(width, column.name.size());
+    }
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const tables::Column &column = columns[i];
+        if (i == 0 || i == byDefault) {
+            out.text(i == 0 ? "By default:\n" : "\nBesides, with --columns NAME,... or --columns +NAME,...:\n");
+        }
+        out.text("  " + column.name + std::string(width + 2 - column.name.size(), ' ') + column.description);
+        out.text(column.unit.empty() ? "\n" : " [" + column.unit + "]\n");
+    }
+    out.finish();
+    return kSound;
+}
+
+void writeTable(tables::Table &table, const TableOptions &options, const TableText &text, tables::TextOutput &out) {
+    tables::ChosenColumns chosen(table, options.columns);
+    tables::DelimitedWriter writer(out, text.format());
+    writer.writeHeader(chosen.columns());
+    tables::copyRows(chosen, writer);
+}
+
+Status reportUnreadable(const Recording &recording, uint64_t count) {
+    if (count == 0) {
+        return kSound;
+    }
+    std::fprintf(stderr, "trk: %s: %llu %s could not be read\n", recording.name().c_str(),
+                 static_cast<unsigned long long>(count), count == 1 ? "item" : "items");
+    return kIncomplete;
+}
+
+Status reportUnmatched(const Recording &recording, const tables::Places &places) {
+    for (const std::string &sentence : places.unmatched()) {
+        std::fprintf(stderr, "trk: %s: %s\n", recording.name().c_str(), sentence.c_str());
+    }
+    return places.unmatched().empty() ? kSound : kIncomplete;
+}
+
+} // namespace tool
