@@ -16,7 +16,8 @@ class Cell {
     Cell(std::integral auto value) : kind_(Kind::Integer), integer_(static_cast<int64_t>(value)) {}
     Cell(float value) : kind_(Kind::Float), float_(value) {}
     Cell(double value) : kind_(Kind::Double), double_(value) {}
-    Cell(std::string_view text) : kind_(Kind::Text), size_(static_cast<uint32_t>(text.size())), text_(text.data()) {}
+    Cell(std::string_view text)
+        : kind_(Kind::Text), size_(static_cast<uint32_t>(text.size())), text_(text.data()) {}
     Cell(const char *text) : Cell(std::string_view(text)) {}
 
     [[nodiscard]] Kind kind() const { return kind_; }

@@ -45,8 +45,9 @@ void DelimitedWriter::putText(std::string_view text) {
     if (format_.isShown) {
         return out_.text(escaped(text));
     }
-    const bool needsQuotes = text == format_.missing || text.find_first_of("\"\r\n") != std::string_view::npos ||
-                             text.find(format_.separator) != std::string_view::npos;
+    const bool needsQuotes =
+        format_.quotes && (text == format_.missing || text.find_first_of("\"\r\n") != std::string_view::npos ||
+                           text.find(format_.separator) != std::string_view::npos);
     if (!needsQuotes) {
         return out_.text(text);
     }

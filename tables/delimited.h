@@ -12,7 +12,8 @@ namespace tables {
 // doubled. That is what RFC 4180 says of commas, and what the common readers take with tabs as well.
 struct TextFormat {
     char separator = '\t';
-    std::string missing; // stands for a missing cell
+    std::string missing;  // stands for a missing cell
+    bool quotes = true;   // false: texts are as they are
     bool isShown = false; // on a terminal: control characters are shown as \xHH, and do nothing to it
 };
 

@@ -74,7 +74,8 @@ TextDecoder::TextDecoder(const std::string &encoding) {
     }
     converter_ = std::make_unique<Converter>(encoding.c_str());
     if (!converter_->isOpen()) {
-        throw std::invalid_argument("there is no encoding " + encoding + "; iconv --list shows those that there are");
+        throw std::invalid_argument("there is no encoding " + encoding +
+                                    "; iconv --list shows those that there are");
     }
 }
 

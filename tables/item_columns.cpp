@@ -13,9 +13,7 @@ namespace tables {
 
 namespace {
 
-Cell measurement(float value) {
-    return value == MISSING_DATA || value == TRK_FIELD_ABSENT ? Cell() : Cell(value);
-}
+Cell measurement(float value) { return value == MISSING_DATA || value == TRK_FIELD_ABSENT ? Cell() : Cell(value); }
 
 // ---- Of any item ----
 
@@ -43,7 +41,8 @@ Cell eye(const ItemRow &row, int) {
     if (const FRECORDING *recording = row.item.recording()) {
         return eyeName(recording->eye);
     }
-    return row.item.isEyeEvent() ? Cell(eyeName(row.item.event()->eye == 0 ? TRK_EYE_LEFT : TRK_EYE_RIGHT)) : Cell();
+    return row.item.isEyeEvent() ? Cell(eyeName(row.item.event()->eye == 0 ? TRK_EYE_LEFT : TRK_EYE_RIGHT))
+                                 : Cell();
 }
 
 // ---- Samples ----
@@ -93,8 +92,9 @@ Cell ofSample(const ItemRow &row, int column) {
     }
     float value = 0;
     std::memcpy(&value, field, sizeof value);
-    return column == TRK_COLUMN_PUPIL_SIZE_LEFT || column == TRK_COLUMN_PUPIL_SIZE_RIGHT ? pupilSize(*sample, value)
-                                                                                         : measurement(value);
+    return column == TRK_COLUMN_PUPIL_SIZE_LEFT || column == TRK_COLUMN_PUPIL_SIZE_RIGHT
+               ? pupilSize(*sample, value)
+               : measurement(value);
 }
 
 // ---- Events ----
@@ -264,10 +264,12 @@ const ItemColumn kTime{
     {"time", "ms", "when the item stands, on the tracker's clock; ends of eye events at their end", Type::Integer},
     time};
 const ItemColumn kEye{{"eye", "", "left, right, both or none", Type::Text}, eye};
-const ItemColumn kStart{{"start", "ms", "start of the event; missing when it is not known", Type::Integer}, startTime};
+const ItemColumn kStart{{"start", "ms", "start of the event; missing when it is not known", Type::Integer},
+                        startTime};
 const ItemColumn kEnd{{"end", "ms", "end of the event", Type::Integer}, endTime};
 const ItemColumn kText{{"text", "", "text of the message", Type::Text}, messageText};
-const ItemColumn kRate{{"sample_rate", "Hz", "samples per second of the recording block", Type::Float}, sampleRate};
+const ItemColumn kRate{{"sample_rate", "Hz", "samples per second of the recording block", Type::Float},
+                       sampleRate};
 const ItemColumn kBlock{{"block", "", "number of the recording block, from 1", Type::Integer}, block};
 const ItemColumn kTrial{{"trial", "", "number of the trial, from 1", Type::Integer}, trial};
 const ItemColumn kTrialTime{{"trial_time", "ms", "time from the start of the trial", Type::Integer}, trialTime};
@@ -280,8 +282,8 @@ const ItemColumn kButton{{"button", "", "number of the button of a button event"
 const ItemColumn kButtonValue{
     {"button_value", "", "state of all buttons behind a button event, bit n - 1 for button n", Type::Integer},
     buttonValue};
-const ItemColumn kButtonState{{"button_state", "", "1 when the button was pressed, 0 when it was let go", Type::Integer},
-                              buttonState};
+const ItemColumn kButtonState{
+    {"button_state", "", "1 when the button was pressed, 0 when it was let go", Type::Integer}, buttonState};
 
 constexpr int kGazeOrRaw = TRK_EVENT_GAZE | TRK_EVENT_RAW;
 
@@ -293,29 +295,52 @@ ItemColumn ofEventColumn(const char *name, const char *unit, const char *descrip
 // What an eye event says of itself.
 std::vector<ItemColumn> eventValues() {
     return {
-        ofEventColumn<&FEVENT::start_gaze_x, TRK_EVENT_START_POSITION, kGazeOrRaw>("start_gaze_x", "display pixels", "gaze position, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_gaze_y, TRK_EVENT_START_POSITION, kGazeOrRaw>("start_gaze_y", "display pixels", "gaze position, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_gaze_x, TRK_EVENT_END_POSITION, kGazeOrRaw>("end_gaze_x", "display pixels", "gaze position, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_gaze_y, TRK_EVENT_END_POSITION, kGazeOrRaw>("end_gaze_y", "display pixels", "gaze position, vertical, at the end"),
-        ofEventColumn<&FEVENT::avg_gaze_x, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>("avg_gaze_x", "display pixels", "gaze position, horizontal, mean over the event"),
-        ofEventColumn<&FEVENT::avg_gaze_y, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>("avg_gaze_y", "display pixels", "gaze position, vertical, mean over the event"),
-        ofEventColumn<&FEVENT::start_href_x, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>("start_href_x", "HREF units", "head-referenced position, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_href_y, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>("start_href_y", "HREF units", "head-referenced position, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_href_x, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>("end_href_x", "HREF units", "head-referenced position, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_href_y, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>("end_href_y", "HREF units", "head-referenced position, vertical, at the end"),
-        ofEventColumn<&FEVENT::avg_href_x, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>("avg_href_x", "HREF units", "head-referenced position, horizontal, mean over the event"),
-        ofEventColumn<&FEVENT::avg_href_y, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>("avg_href_y", "HREF units", "head-referenced position, vertical, mean over the event"),
-        ofEventColumn<&FEVENT::start_pupil_size, TRK_EVENT_AT_START, TRK_EVENT_PUPIL_SIZE>("start_pupil_size", "tracker units", "pupil size, area or diameter, at the start"),
-        ofEventColumn<&FEVENT::end_pupil_size, TRK_EVENT_AT_END, TRK_EVENT_PUPIL_SIZE>("end_pupil_size", "tracker units", "pupil size, area or diameter, at the end"),
-        ofEventColumn<&FEVENT::avg_pupil_size, TRK_EVENT_AT_AVERAGE, TRK_EVENT_PUPIL_SIZE>("avg_pupil_size", "tracker units", "pupil size, area or diameter, mean over the event"),
-        ofEventColumn<&FEVENT::start_velocity, TRK_EVENT_AT_START, TRK_EVENT_VELOCITY>("start_velocity", "degrees per second", "velocity, at the start"),
-        ofEventColumn<&FEVENT::end_velocity, TRK_EVENT_AT_END, TRK_EVENT_VELOCITY>("end_velocity", "degrees per second", "velocity, at the end"),
-        ofEventColumn<&FEVENT::avg_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>("avg_velocity", "degrees per second", "velocity, mean over the event"),
-        ofEventColumn<&FEVENT::peak_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>("peak_velocity", "degrees per second", "velocity, highest"),
-        ofEventColumn<&FEVENT::start_res_x, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>("start_res_x", "pixels per degree", "resolution, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_res_y, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>("start_res_y", "pixels per degree", "resolution, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_res_x, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>("end_res_x", "pixels per degree", "resolution, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_res_y, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>("end_res_y", "pixels per degree", "resolution, vertical, at the end"),
+        ofEventColumn<&FEVENT::start_gaze_x, TRK_EVENT_START_POSITION, kGazeOrRaw>(
+            "start_gaze_x", "display pixels", "gaze position, horizontal, at the start"),
+        ofEventColumn<&FEVENT::start_gaze_y, TRK_EVENT_START_POSITION, kGazeOrRaw>(
+            "start_gaze_y", "display pixels", "gaze position, vertical, at the start"),
+        ofEventColumn<&FEVENT::end_gaze_x, TRK_EVENT_END_POSITION, kGazeOrRaw>(
+            "end_gaze_x", "display pixels", "gaze position, horizontal, at the end"),
+        ofEventColumn<&FEVENT::end_gaze_y, TRK_EVENT_END_POSITION, kGazeOrRaw>(
+            "end_gaze_y", "display pixels", "gaze position, vertical, at the end"),
+        ofEventColumn<&FEVENT::avg_gaze_x, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>(
+            "avg_gaze_x", "display pixels", "gaze position, horizontal, mean over the event"),
+        ofEventColumn<&FEVENT::avg_gaze_y, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>(
+            "avg_gaze_y", "display pixels", "gaze position, vertical, mean over the event"),
+        ofEventColumn<&FEVENT::start_href_x, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(
+            "start_href_x", "HREF units", "head-referenced position, horizontal, at the start"),
+        ofEventColumn<&FEVENT::start_href_y, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(
+            "start_href_y", "HREF units", "head-referenced position, vertical, at the start"),
+        ofEventColumn<&FEVENT::end_href_x, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(
+            "end_href_x", "HREF units", "head-referenced position, horizontal, at the end"),
+        ofEventColumn<&FEVENT::end_href_y, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(
+            "end_href_y", "HREF units", "head-referenced position, vertical, at the end"),
+        ofEventColumn<&FEVENT::avg_href_x, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>(
+            "avg_href_x", "HREF units", "head-referenced position, horizontal, mean over the event"),
+        ofEventColumn<&FEVENT::avg_href_y, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>(
+            "avg_href_y", "HREF units", "head-referenced position, vertical, mean over the event"),
+        ofEventColumn<&FEVENT::start_pupil_size, TRK_EVENT_AT_START, TRK_EVENT_PUPIL_SIZE>(
+            "start_pupil_size", "tracker units", "pupil size, area or diameter, at the start"),
+        ofEventColumn<&FEVENT::end_pupil_size, TRK_EVENT_AT_END, TRK_EVENT_PUPIL_SIZE>(
+            "end_pupil_size", "tracker units", "pupil size, area or diameter, at the end"),
+        ofEventColumn<&FEVENT::avg_pupil_size, TRK_EVENT_AT_AVERAGE, TRK_EVENT_PUPIL_SIZE>(
+            "avg_pupil_size", "tracker units", "pupil size, area or diameter, mean over the event"),
+        ofEventColumn<&FEVENT::start_velocity, TRK_EVENT_AT_START, TRK_EVENT_VELOCITY>(
+            "start_velocity", "degrees per second", "velocity, at the start"),
+        ofEventColumn<&FEVENT::end_velocity, TRK_EVENT_AT_END, TRK_EVENT_VELOCITY>(
+            "end_velocity", "degrees per second", "velocity, at the end"),
+        ofEventColumn<&FEVENT::avg_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>(
+            "avg_velocity", "degrees per second", "velocity, mean over the event"),
+        ofEventColumn<&FEVENT::peak_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>(
+            "peak_velocity", "degrees per second", "velocity, highest"),
+        ofEventColumn<&FEVENT::start_res_x, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(
+            "start_res_x", "pixels per degree", "resolution, horizontal, at the start"),
+        ofEventColumn<&FEVENT::start_res_y, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(
+            "start_res_y", "pixels per degree", "resolution, vertical, at the start"),
+        ofEventColumn<&FEVENT::end_res_x, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(
+            "end_res_x", "pixels per degree", "resolution, horizontal, at the end"),
+        ofEventColumn<&FEVENT::end_res_y, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(
+            "end_res_y", "pixels per degree", "resolution, vertical, at the end"),
     };
 }
 
@@ -330,12 +355,12 @@ std::vector<ItemColumn> severalKinds() {
         columns.push_back(librarysColumn(id));
     }
     const std::vector<ItemColumn> values = eventValues();
-    for (const char *name : {"start_gaze_x", "start_gaze_y", "end_gaze_x", "end_gaze_y", "avg_gaze_x", "avg_gaze_y",
-                             "avg_pupil_size", "peak_velocity"}) {
+    for (const char *name : {"start_gaze_x", "start_gaze_y", "end_gaze_x", "end_gaze_y", "avg_gaze_x",
+                             "avg_gaze_y", "avg_pupil_size", "peak_velocity"}) {
         columns.push_back(named(values, name));
     }
-    append(columns, {kInput, librarysColumn(TRK_COLUMN_BUTTONS), kRate, kText, kBlock, kTrial, kButton, kButtonValue,
-                     kButtonState});
+    append(columns, {kInput, librarysColumn(TRK_COLUMN_BUTTONS), kRate, kText, kBlock, kTrial, kButton,
+                     kButtonValue, kButtonState});
     return columns;
 }
 
@@ -355,50 +380,53 @@ std::vector<ItemColumn> eventColumns() {
     std::vector<ItemColumn> columns{kKind, kTime, kStart, kEnd, kEye};
     const std::vector<ItemColumn> values = eventValues();
     columns.insert(columns.end(), values.begin(), values.end());
-    append(columns,
-           {kStatus,
-            {{"aux_word1", "", "first word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word1>},
-            {{"aux_word2", "", "second word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word2>},
-            {{"read_flags", "", "TRK_EVENT_* bits", Type::Integer}, wordOfEvent<&FEVENT::read_flags>},
-            {{"parse_flags", "", "low byte of the record's tag", Type::Integer}, wordOfEvent<&FEVENT::parse_flags>},
-            kBlock,
-            kTrial,
-            kInput,
-            kButton,
-            kButtonValue,
-            kButtonState});
+    append(
+        columns,
+        {kStatus,
+         {{"aux_word1", "", "first word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word1>},
+         {{"aux_word2", "", "second word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word2>},
+         {{"read_flags", "", "TRK_EVENT_* bits", Type::Integer}, wordOfEvent<&FEVENT::read_flags>},
+         {{"parse_flags", "", "low byte of the record's tag", Type::Integer}, wordOfEvent<&FEVENT::parse_flags>},
+         kBlock,
+         kTrial,
+         kInput,
+         kButton,
+         kButtonValue,
+         kButtonState});
     return columns;
 }
 
 std::vector<ItemColumn> messageColumns() {
-    return {kKind, kTime, {{"length", "bytes", "length of the text", Type::Integer}, messageLength}, kText, kBlock, kTrial};
+    return {kKind, kTime,  {{"length", "bytes", "length of the text", Type::Integer}, messageLength},
+            kText, kBlock, kTrial};
 }
 
 std::vector<ItemColumn> recordingColumns() {
-    return {kKind,
-            kTime,
-            kEye,
-            kRate,
-            {{"record_type", "", "what the block's records are", Type::Text}, recordType},
-            {{"sample_content_flags", "", "TRK_SAMPLE_* bits of its samples", Type::Integer},
-             ofRecording<&FRECORDING::sample_content_flags>},
-            {{"event_content_flags", "", "content flags of its events", Type::Integer},
-             ofRecording<&FRECORDING::event_content_flags>},
-            {{"gaze_divisor", "", "divisor of stored gaze values", Type::Float}, gazeDivisor},
-            {{"pupil_mode", "", "pupil sizes are 0 area, 1 diameter", Type::Integer},
-             ofRecording<&FRECORDING::pupil_mode>},
-            {{"recording_mode", "", "0 or 1", Type::Integer}, ofRecording<&FRECORDING::recording_mode>},
-            {{"filter_level", "", "level of the tracker's filter", Type::Integer},
-             ofRecording<&FRECORDING::filter_level>},
-            {{"parse_flags", "", "low byte of the record's tag", Type::Integer}, ofRecording<&FRECORDING::pos_type>},
-            {{"window_width", "camera pixels", "width of the camera window", Type::Integer},
-             ofRecording<&FRECORDING::window_size1>},
-            {{"window_height", "camera pixels", "height of the camera window", Type::Integer},
-             ofRecording<&FRECORDING::window_size2>},
-            {{"close_pair", "", "1 when less than 3 ms lie between this and another start or end", Type::Integer},
-             ofRecording<&FRECORDING::close_pair>},
-            kBlock,
-            kTrial};
+    return {
+        kKind,
+        kTime,
+        kEye,
+        kRate,
+        {{"record_type", "", "what the block's records are", Type::Text}, recordType},
+        {{"sample_content_flags", "", "TRK_SAMPLE_* bits of its samples", Type::Integer},
+         ofRecording<&FRECORDING::sample_content_flags>},
+        {{"event_content_flags", "", "content flags of its events", Type::Integer},
+         ofRecording<&FRECORDING::event_content_flags>},
+        {{"gaze_divisor", "", "divisor of stored gaze values", Type::Float}, gazeDivisor},
+        {{"pupil_mode", "", "pupil sizes are 0 area, 1 diameter", Type::Integer},
+         ofRecording<&FRECORDING::pupil_mode>},
+        {{"recording_mode", "", "0 or 1", Type::Integer}, ofRecording<&FRECORDING::recording_mode>},
+        {{"filter_level", "", "level of the tracker's filter", Type::Integer},
+         ofRecording<&FRECORDING::filter_level>},
+        {{"parse_flags", "", "low byte of the record's tag", Type::Integer}, ofRecording<&FRECORDING::pos_type>},
+        {{"window_width", "camera pixels", "width of the camera window", Type::Integer},
+         ofRecording<&FRECORDING::window_size1>},
+        {{"window_height", "camera pixels", "height of the camera window", Type::Integer},
+         ofRecording<&FRECORDING::window_size2>},
+        {{"close_pair", "", "1 when less than 3 ms lie between this and another start or end", Type::Integer},
+         ofRecording<&FRECORDING::close_pair>},
+        kBlock,
+        kTrial};
 }
 
 std::vector<ItemColumn> ofKinds(ItemKinds kinds) {
@@ -421,7 +449,9 @@ std::vector<ItemColumn> ofKinds(ItemKinds kinds) {
 ItemColumns::ItemColumns(const ColumnChoice &choice) : all(ofKinds(choice.kinds)) {
     const auto add = [this](const std::vector<ItemColumn> &more) {
         for (const ItemColumn &column : more) {
-            const auto isSame = [&column](const ItemColumn &known) { return known.column.name == column.column.name; };
+            const auto isSame = [&column](const ItemColumn &known) {
+                return known.column.name == column.column.name;
+            };
             if (std::ranges::none_of(all, isSame)) {
                 all.push_back(column);
             }
@@ -434,9 +464,7 @@ ItemColumns::ItemColumns(const ColumnChoice &choice) : all(ofKinds(choice.kinds)
         add(rawColumns());
     }
     byDefault = all.size();
-    add({{{"item", "", "number of the item, from 0", Type::Integer}, number},
-         kTrialTime,
-         kFile});
+    add({{{"item", "", "number of the item, from 0", Type::Integer}, number}, kTrialTime, kFile});
     if (!std::has_single_bit(choice.kinds)) { // what any of them can say
         add(sampleColumns());
         add(eventValues());
@@ -467,7 +495,7 @@ std::vector<Column> ItemColumns::descriptions() const {
 }
 
 void addRow(const std::vector<ItemColumn> &columns, const ItemRow &row) {
-    for (std::size_t i = 0; Cell &cell : row.rows.add()) {
+    for (std::size_t i = 0; Cell & cell : row.rows.add()) {
         const ItemColumn &column = columns[i++];
         cell = column.value(row, column.detail);
     }
@@ -487,7 +515,8 @@ std::vector<ItemColumn> wholeEventColumns() {
         kStart,
         {{"end", "ms", "end of the event; its start for buttons and inputs", Type::Integer}, wholeEnd},
         {{"duration", "ms", "end minus start", Type::Integer}, duration},
-        {{"amplitude", "degrees", "angle from the position at the start to that at the end", Type::Float}, amplitude}};
+        {{"amplitude", "degrees", "angle from the position at the start to that at the end", Type::Float},
+         amplitude}};
     const std::vector<ItemColumn> values = eventValues();
     columns.insert(columns.end(), values.begin(), values.end());
     append(columns, {kInput, kButton, kButtonValue, kButtonState, kTrialTime});

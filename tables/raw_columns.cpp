@@ -149,8 +149,8 @@ std::vector<ItemColumn> rawColumns() {
     for (const std::string eye : {"left", "right"}) {
         for (const RawName &name : kNames) {
             const int detail = static_cast<int>(columns.size());
-            columns.push_back({{name.name + ("_" + eye), name.unit, std::string(name.description) + ", " + eye + " eye",
-                                name.type},
+            columns.push_back({{name.name + ("_" + eye), name.unit,
+                                std::string(name.description) + ", " + eye + " eye", name.type},
                                ofEye,
                                detail});
         }

@@ -86,7 +86,7 @@ void SampleTable::read(Rows &rows) {
         }
         const auto item = static_cast<uint32_t>(reader_->value(item_, row_));
         const uint32_t trial = source_.places.trialOf(item);
-        for (std::size_t i = 0; Cell &cell : rows.add()) {
+        for (std::size_t i = 0; Cell & cell : rows.add()) {
             const Part &part = parts_[i];
             const Type type = columns_[i++].type;
             if (part.isTrial || part.isTrialTime) {

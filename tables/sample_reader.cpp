@@ -13,7 +13,7 @@ constexpr std::size_t kRowsAtOnce = 8192;
 
 SampleReader::SampleReader(_TRKFILE *handle, const std::vector<int> &ids, uint32_t first, uint32_t end)
     : handle_(handle), next_(first), end_(std::min(end, trk_get_element_count(handle))), columns_(ids.size()) {
-    for (std::size_t i = 0; Values &values : columns_) {
+    for (std::size_t i = 0; Values & values : columns_) {
         const int id = ids[i++];
         TRK_COLUMN_DESCRIPTION description;
         if (trk_describe_column(id, &description) != 0) {

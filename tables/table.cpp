@@ -86,7 +86,7 @@ void ChosenColumns::read(Rows &rows) {
     rows.clear();
     table_.read(all_);
     for (std::size_t i = 0; i < all_.size(); ++i) {
-        for (std::size_t column = 0; Cell &cell : rows.add()) {
+        for (std::size_t column = 0; Cell & cell : rows.add()) {
             cell = all_.row(i)[places_[column++]];
         }
     }
@@ -99,6 +99,7 @@ uint64_t copyRows(Table &table, TableWriter &writer) {
         writer.write(rows);
         count += rows.size();
     }
+    writer.finish();
     return count;
 }
 

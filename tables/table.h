@@ -80,12 +80,15 @@ class TableWriter {
     virtual ~TableWriter() = default;
 
     virtual void write(const Rows &rows) = 0;
+
+    // Nothing comes any more.
+    virtual void finish() {}
 };
 
 // The columns that a text names, in its order: names and patterns (gaze_*), separated by commas; behind a leading +
 // come the columns that are there by default. Throws std::invalid_argument with a sentence for a person.
-[[nodiscard]] std::vector<std::size_t> selectColumns(std::span<const Column> all,
-                                                     std::span<const std::size_t> byDefault, std::string_view text);
+[[nodiscard]] std::vector<std::size_t>
+selectColumns(std::span<const Column> all, std::span<const std::size_t> byDefault, std::string_view text);
 
 // The columns of a table that a text names, as selectColumns takes it; all for "".
 class ChosenColumns : public Table {

@@ -53,6 +53,10 @@ std::string fixedPoint(double value, int decimals) {
     return {digits.data(), end.ptr};
 }
 
+void failToWrite(const std::string &name, int error) {
+    throw OutputError(escaped(name) + " cannot be written: " + std::strerror(error));
+}
+
 TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &inputs, Packing packing)
     : name_(path == kStandardOutput ? "standard output" : path), buffer_(kCapacity) {
     if (packing == Packing::Gzip) {
@@ -67,7 +71,7 @@ TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &
     try {
         descriptor_ = file_.emplace(path).descriptor();
     } catch (const std::system_error &error) {
-        fail(error.code().value());
+        failToWrite(name_, error.code().value());
     }
 }
 
@@ -90,7 +94,7 @@ void TextOutput::finish() {
             file_->finish();
         }
     } catch (const std::system_error &error) {
-        fail(error.code().value());
+        failToWrite(name_, error.code().value());
     }
 }
 
@@ -113,13 +117,9 @@ void TextOutput::write(std::string_view bytes) {
         } else if (errno == EPIPE) {
             throw OutputClosed{};
         } else if (errno != EINTR) {
-            fail(errno);
+            failToWrite(name_, errno);
         }
     }
-}
-
-void TextOutput::fail(int error) const {
-    throw OutputError(escaped(name_) + " cannot be written: " + std::strerror(error));
 }
 
 } // namespace tables

@@ -28,6 +28,9 @@ class OutputError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Throws an OutputError for errno's value.
+[[noreturn]] void failToWrite(const std::string &name, int error);
+
 // Whoever read the output wants no more of it: the end of the work, and no failure.
 struct OutputClosed {};
 
@@ -76,7 +79,6 @@ class TextOutput {
     }
     void flush(bool isLast);
     void write(std::string_view bytes);
-    [[noreturn]] void fail(int error) const;
 
     std::string name_;
     std::optional<WholeFile> file_;

@@ -75,9 +75,15 @@ class Figures {
 
   private:
     void addSamples() {
-        constexpr std::array kIds{TRK_COLUMN_ITEM,        TRK_COLUMN_EYES,          TRK_COLUMN_DUMMY,
-                                  TRK_COLUMN_BLOCK,       TRK_COLUMN_GAZE_X_LEFT,   TRK_COLUMN_GAZE_X_RIGHT,
-                                  TRK_COLUMN_GAZE_Y_LEFT, TRK_COLUMN_GAZE_Y_RIGHT,  TRK_COLUMN_PUPIL_SIZE_LEFT,
+        constexpr std::array kIds{TRK_COLUMN_ITEM,
+                                  TRK_COLUMN_EYES,
+                                  TRK_COLUMN_DUMMY,
+                                  TRK_COLUMN_BLOCK,
+                                  TRK_COLUMN_GAZE_X_LEFT,
+                                  TRK_COLUMN_GAZE_X_RIGHT,
+                                  TRK_COLUMN_GAZE_Y_LEFT,
+                                  TRK_COLUMN_GAZE_Y_RIGHT,
+                                  TRK_COLUMN_PUPIL_SIZE_LEFT,
                                   TRK_COLUMN_PUPIL_SIZE_RIGHT};
         enum Place : std::size_t { kItem, kEyesPresent, kDummy, kBlock, kGazeX, kGazeY = 6, kPupil = 8 };
         const std::vector<Trial> &trials = source_.places.trials();
@@ -230,7 +236,9 @@ TrialTable::TrialTable(Source &source, const std::string &variable) {
         columns_.push_back({clashes ? "var_" + name : name, "", "named by a message of the trial", Type::Text});
     }
     columns_.insert(columns_.end(), last.begin(), last.end());
-    const auto keep = [this](std::string text) { return Cell(std::string_view(texts_.emplace_back(std::move(text)))); };
+    const auto keep = [this](std::string text) {
+        return Cell(std::string_view(texts_.emplace_back(std::move(text))));
+    };
     for (std::size_t i = 0; const Trial &trial : source.places.trials()) {
         const TrialFigures &own = figures.trials()[i++];
         const uint32_t block = source.places.firstBlockIn(trial.first, trial.end);

@@ -17,6 +17,9 @@ class WholeFile {
 
     [[nodiscard]] int descriptor() const { return descriptor_; }
 
+    // Where it is until then.
+    [[nodiscard]] const std::string &path() const { return temporary_.empty() ? path_ : temporary_; }
+
     // Gives the file its name. Throws std::system_error.
     void finish();
 

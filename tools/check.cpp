@@ -67,8 +67,8 @@ int check(const CheckOptions &options) {
             if (options.json) {
                 all.push_back(failureJson(path, failure));
             } else {
-                out.text(tables::escaped(path) + ": " + (failure.status() == kFailed ? "not readable: " : "damaged: ") +
-                         failure.what());
+                out.text(tables::escaped(path) + ": " +
+                         (failure.status() == kFailed ? "not readable: " : "damaged: ") + failure.what());
             }
         }
         if (!options.json) {

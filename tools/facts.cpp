@@ -9,20 +9,6 @@ namespace tool {
 
 namespace {
 
-std::vector<std::string> preambleLines(_TRKFILE *handle) {
-    std::string text(static_cast<std::size_t>(std::max(trk_get_preamble_text_length(handle), 1)), '\0');
-    trk_get_preamble_text(handle, text.data(), static_cast<int>(text.size()));
-    text.resize(text.find('\0'));
-    constexpr std::string_view kMark = "** ";
-    std::vector<std::string> lines;
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-        lines.emplace_back(line.starts_with(kMark) ? line.substr(kMark.size()) : line);
-    }
-    return lines;
-}
-
 // `items` are those of the recording itself.
 LogFacts messageLogFacts(const Recording &alone, uint64_t items) {
     OpenOptions options = alone.options();
@@ -52,6 +38,20 @@ LogFacts messageLogFacts(const Recording &alone, uint64_t items) {
 }
 
 } // namespace
+
+std::vector<std::string> preambleLines(_TRKFILE *handle) {
+    std::string text(static_cast<std::size_t>(std::max(trk_get_preamble_text_length(handle), 1)), '\0');
+    trk_get_preamble_text(handle, text.data(), static_cast<int>(text.size()));
+    text.resize(text.find('\0'));
+    constexpr std::string_view kMark = "** ";
+    std::vector<std::string> lines;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        lines.emplace_back(line.starts_with(kMark) ? line.substr(kMark.size()) : line);
+    }
+    return lines;
+}
 
 Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables::TrialTexts &texts) {
     _TRKFILE *const handle = recording.handle();

@@ -35,9 +35,11 @@ struct Facts {
     }
 };
 
+// The lines of its preamble, without the mark before them.
+[[nodiscard]] std::vector<std::string> preambleLines(_TRKFILE *handle);
+
 // Walks over the whole recording. The facts refer to it and to the report.
-[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage,
-                                const tables::TrialTexts &texts);
+[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables::TrialTexts &texts);
 
 inline constexpr std::array<std::string_view, kFixations + 1> kEyeEventNames{"blinks", "saccades", "fixations"};
 

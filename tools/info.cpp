@@ -101,7 +101,8 @@ std::string recordedText(const RecordingSummary &summary) {
 
 // What all blocks have in common, or else each of their values with the number of blocks that have it.
 template <typename TextOf>
-void writeBlockFact(tables::TextOutput &out, std::string_view name, const RecordingSummary &summary, TextOf textOf) {
+void writeBlockFact(tables::TextOutput &out, std::string_view name, const RecordingSummary &summary,
+                    TextOf textOf) {
     using Value = std::pair<std::string, std::size_t>;
     std::vector<Value> values;
     for (const BlockSummary &block : summary.blocks) {
@@ -195,10 +196,12 @@ void writeEyeTable(tables::TextOutput &out, const RecordingSummary &summary) {
         rows.push_back({std::string(name), textOfEye(tables::kLeft), textOfEye(tables::kRight)});
     };
     addRow("samples", [&](tables::Eye eye) { return std::to_string(summary.eyeSamples[eye].count); });
-    addRow("gaze missing",
-           [&](tables::Eye eye) { return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze); });
-    addRow("inside blinks",
-           [&](tables::Eye eye) { return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count); });
+    addRow("gaze missing", [&](tables::Eye eye) {
+        return share(summary.eyeSamples[eye].gazeMissing, summary.eyeSamples[eye].withGaze);
+    });
+    addRow("inside blinks", [&](tables::Eye eye) {
+        return share(summary.eyeSamples[eye].insideBlink, summary.eyeSamples[eye].count);
+    });
     for (std::size_t kind = 0; kind < kEyeEventNames.size(); ++kind) {
         const auto &eyes = summary.eyeEvents[kind];
         addRow(kEyeEventNames[kind], [&](tables::Eye eye) { return eyeEventsText(eyes[eye]); });
@@ -206,7 +209,8 @@ void writeEyeTable(tables::TextOutput &out, const RecordingSummary &summary) {
             const EyeEvents &events = eyes[eye];
             return events.timed == 0
                        ? std::string(kMissing)
-                       : tables::fixedPoint(static_cast<double>(events.duration) / static_cast<double>(events.timed), 1);
+                       : tables::fixedPoint(
+                             static_cast<double>(events.duration) / static_cast<double>(events.timed), 1);
         });
     }
     writeTable(out, "Eyes", "lrr", rows);

@@ -53,8 +53,10 @@ Json lossJson(const DamageReport &report) {
 
 Json failureJson(const std::string &path, const CannotRead &failure) {
     const TRK_ERROR &error = failure.error();
-    Json entry{{"file", tables::utf8(path)}, {"status", error.code == TRK_ERROR_DAMAGED ? "damaged" : "not readable"}};
-    entry["error"] = {{"code", error.code}, {"system_error", error.system_error}, {"text", tables::utf8(failure.what())}};
+    Json entry{{"file", tables::utf8(path)},
+               {"status", error.code == TRK_ERROR_DAMAGED ? "damaged" : "not readable"}};
+    entry["error"] = {
+        {"code", error.code}, {"system_error", error.system_error}, {"text", tables::utf8(failure.what())}};
     return entry;
 }
 

@@ -1,5 +1,6 @@
 // trk: looks into recordings from the command line.
 #include "check.h"
+#include "convert.h"
 #include "dump.h"
 #include "info.h"
 #include "status.h"
@@ -8,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -15,6 +17,8 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -65,7 +69,8 @@ class ExamplesFirst : public CLI::Formatter {
 };
 
 // `examples` are command lines behind "trk", one a line.
-CLI::App *addCommand(CLI::App &app, const char *name, const char *purpose, const char *examples, const char *help) {
+CLI::App *addCommand(CLI::App &app, const char *name, const char *purpose, const char *examples,
+                     const char *help) {
     CLI::App *const command = app.add_subcommand(name, purpose);
     command->formatter(std::make_shared<ExamplesFirst>(examples));
     command->footer(std::string(help) + "\n\n" + tool::kStatusHelp);
@@ -82,17 +87,19 @@ void addTrialTexts(CLI::App &command, tables::TrialTexts &texts) {
 
 void addTableOptions(CLI::App &command, tool::TableOptions &options) {
     command
-        .add_option("--columns", options.columns,
-                    "Columns to write: names or patterns (gaze_*) separated by commas; behind a leading + they are "
-                    "added to those that are there by default. help lists all")
+        .add_option(
+            "--columns", options.columns,
+            "Columns to write: names or patterns (gaze_*) separated by commas; behind a leading + they are "
+            "added to those that are there by default. help lists all")
         ->option_text("NAME,...");
     command
         .add_option("--missing", options.missing,
                     "What stands for a missing value; by default \"" + options.missing + "\"")
         ->option_text("TEXT");
     command
-        .add_option("--encoding", options.encoding,
-                    "Character encoding of the texts of the recording; by default UTF-8, and Latin-1 for what is not")
+        .add_option(
+            "--encoding", options.encoding,
+            "Character encoding of the texts of the recording; by default UTF-8, and Latin-1 for what is not")
         ->option_text("NAME");
 }
 
@@ -103,17 +110,22 @@ void addOutput(CLI::App &command, std::string &output) {
         ->option_text("OUT");
 }
 
+void addVariable(CLI::App &command, std::string &variable) {
+    command
+        .add_option("--variable", variable,
+                    "Regular expression with two groups, name and value, for variables that messages tell")
+        ->option_text("REGEX");
+}
+
 void addTrials(CLI::App &app, tool::TrialsOptions &options, int &status) {
-    CLI::App *const command = addCommand(app, "trials", "Write the trials of a recording as a table",
-                                         "trials s07.trk --start TRIALID --end 'TRIAL OK'\n"
-                                         "trials s07.trk --start TRIALID --variable 'VAR (\\w+) (.*)' -o trials.tsv",
-                                         tool::kTrialsHelp);
+    CLI::App *const command =
+        addCommand(app, "trials", "Write the trials of a recording as a table",
+                   "trials s07.trk --start TRIALID --end 'TRIAL OK'\n"
+                   "trials s07.trk --start TRIALID --variable 'VAR (\\w+) (.*)' -o trials.tsv",
+                   tool::kTrialsHelp);
     command->add_option("FILE", options.file, "Recording")->required();
     addTrialTexts(*command, options.texts);
-    command
-        ->add_option("--variable", options.variable,
-                     "Regular expression with two groups, name and value, for variables that messages tell")
-        ->option_text("REGEX");
+    addVariable(*command, options.variable);
     addTableOptions(*command, options.table);
     addOutput(*command, options.output);
     addOpenOptions(*command, options.open);
@@ -131,8 +143,9 @@ void addInfo(CLI::App &app, tool::InfoOptions &options, int &status) {
 }
 
 void addCheck(CLI::App &app, tool::CheckOptions &options, int &status) {
-    CLI::App *const command = addCommand(app, "check", "Tell whether recordings are sound, and what of them is lost",
-                                         "check *.trk\ncheck s07.trk --json", tool::kCheckHelp);
+    CLI::App *const command =
+        addCommand(app, "check", "Tell whether recordings are sound, and what of them is lost",
+                   "check *.trk\ncheck s07.trk --json", tool::kCheckHelp);
     command->add_option("FILE", options.files, "Recordings")->required();
     command->add_flag("--json", options.json, "Write it for programs, with all damages");
     command->callback([&] { status = tool::check(options); });
@@ -182,6 +195,123 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
     });
 }
 
+// "53x30cm": two lengths in m.
+std::array<double, 2> sizeFrom(const std::string &option, const std::string &text, bool isPair) {
+    static const std::map<std::string, double> kUnits{{"mm", 1e-3}, {"cm", 1e-2}, {"m", 1}};
+    std::array<double, 2> size{};
+    std::array<char, 3> unit{};
+    int used = 0;
+    const bool isRead =
+        isPair ? std::sscanf(text.c_str(), "%lfx%lf%2[cm]%n", size.data(), &size[1], unit.data(), &used) == 3
+               : std::sscanf(text.c_str(), "%lf%2[cm]%n", size.data(), unit.data(), &used) == 2;
+    const auto known = kUnits.find(unit.data());
+    if (!isRead || static_cast<std::size_t>(used) != text.size() || known == kUnits.end() || !(size[0] > 0) ||
+        (isPair && !(size[1] > 0))) {
+        throw CLI::ValidationError(option, std::string("needs ") + (isPair ? "WIDTHxHEIGHT" : "a length") +
+                                               " with its unit, such as " + (isPair ? "53x30cm" : "60cm"));
+    }
+    return {size[0] * known->second, size[1] * known->second};
+}
+
+struct ScreenTexts {
+    std::string size;
+    std::string resolution;
+    std::string distance;
+    std::string origin{"top-left"};
+};
+
+std::optional<tables::Screen> screenFrom(const ScreenTexts &texts) {
+    const int given =
+        (texts.size.empty() ? 0 : 1) + (texts.resolution.empty() ? 0 : 1) + (texts.distance.empty() ? 0 : 1);
+    if (given == 0) {
+        return std::nullopt;
+    }
+    if (given != 3) {
+        throw CLI::ValidationError("--screen-size, --screen-resolution and --screen-distance", "go together");
+    }
+    tables::Screen screen;
+    screen.size = sizeFrom("--screen-size", texts.size, true);
+    screen.distance = sizeFrom("--screen-distance", texts.distance, false)[0];
+    int used = 0;
+    if (std::sscanf(texts.resolution.c_str(), "%dx%d%n", screen.resolution.data(), &screen.resolution[1], &used) !=
+            2 ||
+        static_cast<std::size_t>(used) != texts.resolution.size() || screen.resolution[0] <= 0 ||
+        screen.resolution[1] <= 0) {
+        throw CLI::ValidationError("--screen-resolution", "needs WIDTHxHEIGHT in pixels, such as 1920x1080");
+    }
+    const std::size_t dash = texts.origin.find('-');
+    screen.origin = {texts.origin.substr(0, dash), texts.origin.substr(dash + 1)};
+    return screen;
+}
+
+void addBids(CLI::App &command, tables::BidsOptions &options, ScreenTexts &screen) {
+    const auto label = [&command](const char *name, std::string &value, const char *description) {
+        command.add_option(name, value, description)->option_text("LABEL")->group("BIDS");
+    };
+    label("--sub", options.subject, "Subject (needed)");
+    label("--task", options.task, "Task (needed)");
+    label("--ses", options.session, "Session");
+    label("--acq", options.acquisition, "Acquisition");
+    label("--run", options.run, "Run");
+    label("--datatype", options.dataType,
+          "Folder of the files: beh (default), or that of the data recorded beside");
+    const auto text = [&command](const char *name, std::string &value, const char *description, const char *form) {
+        command.add_option(name, value, description)->option_text(form)->group("BIDS");
+    };
+    text("--screen-size", screen.size, "Size of the screen, such as 53x30cm", "WxH");
+    text("--screen-resolution", screen.resolution, "Pixels of the screen, such as 1920x1080", "WxH");
+    text("--screen-distance", screen.distance, "Distance of the screen from the eye, such as 60cm", "LENGTH");
+    command
+        .add_option("--screen-origin", screen.origin,
+                    "Corner of the screen at which gaze is (0, 0); default top-left")
+        ->check(CLI::IsMember({"top-left", "top-right", "bottom-left", "bottom-right"}).description(""))
+        ->option_text("CORNER")
+        ->group("BIDS");
+}
+
+void addConvert(CLI::App &app, tool::ConvertOptions &options, std::vector<std::string> &what, ScreenTexts &screen,
+                int &status) {
+    static const std::set<std::string> kTables{"samples", "events", "messages", "trials", "blocks"};
+    options.table.missing.clear();
+    CLI::App *const command = addCommand(
+        app, "convert", "Turn recordings, one or a folder of a thousand, into tables or a BIDS data set",
+        "convert recordings/ -o tables\n"
+        "convert s07.trk -o study --format bids --sub 07 --task search",
+        tool::kConvertHelp);
+    command->add_option("FILE|FOLDER", options.inputs, "Recordings, and folders that hold some (*.trk)")
+        ->required();
+    command->add_option("-o,--output", options.folder, "Folder to write to; made where it is not there")
+        ->option_text("FOLDER")
+        ->required();
+    command->add_option("--format", options.format, "tsv (default), csv, tsv.gz, csv.gz, hdf5 or bids")
+        ->check(CLI::IsMember({"tsv", "csv", "tsv.gz", "csv.gz", "hdf5", "bids"}).description(""))
+        ->option_text("FORMAT");
+    command
+        ->add_option("--what", what,
+                     "Tables to write, separated by commas: samples, events, messages, trials, blocks; "
+                     "all by default")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(kTables).description(""))
+        ->option_text("TABLE,...");
+    command->add_flag("--velocities", options.velocities, "Add the smoothed velocities to samples");
+    command->add_option("--jobs", options.jobs, "Recordings at a time; by default as many as there are processors")
+        ->option_text("N");
+    command->add_flag("--force", options.force, "Make again what is there already");
+    addTrialTexts(*command, options.texts);
+    addVariable(*command, options.variable);
+    addTableOptions(*command, options.table);
+    addOpenOptions(*command, options.open);
+    addBids(*command, options.bids, screen);
+    command->callback([&] {
+        if (!what.empty()) {
+            options.what = {what.begin(), what.end()};
+        }
+        options.bids.screen = screenFrom(screen);
+        status = tool::convert(options);
+    });
+}
+
 int fail(const std::string &reason, tool::Status status) {
     std::fprintf(stderr, "trk: %s\n", reason.c_str());
     return status;
@@ -203,16 +333,20 @@ int run(int argc, char **argv, int &status) {
     tool::CheckOptions checkOptions;
     tool::TrialsOptions trialsOptions;
     tool::DumpOptions dumpOptions;
+    tool::ConvertOptions convertOptions;
     std::vector<std::string> kinds;
+    std::vector<std::string> what;
+    ScreenTexts screen;
     CLI::App app("Looks into recordings of video eye trackers.", "trk");
     app.footer(tool::kStatusHelp);
-    app.formatter(std::make_shared<ExamplesFirst>("info s07.trk\ndump s07.trk --kind samples -o samples.tsv"));
+    app.formatter(std::make_shared<ExamplesFirst>("info s07.trk\nconvert recordings/ -o tables"));
     app.set_version_flag("--version", std::string("trk " TRK_PROGRAM_VERSION "\n") + trk_get_version());
     app.require_subcommand(0, 1);
     addInfo(app, infoOptions, status);
     addCheck(app, checkOptions, status);
     addTrials(app, trialsOptions, status);
     addDump(app, dumpOptions, kinds, status);
+    addConvert(app, convertOptions, what, screen, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace tool {
 
@@ -24,8 +25,10 @@ Progress::Progress(uint64_t total, bool wanted)
     : total_(std::max<uint64_t>(total, 1)), enabled_(wanted && ::isatty(STDERR_FILENO) == 1),
       next_(std::chrono::steady_clock::now() + kQuietStart) {}
 
-Progress::~Progress() {
-    if (shown_) {
+Progress::~Progress() { hide(); }
+
+void Progress::hide() {
+    if (std::exchange(shown_, false)) {
         draw(kClearLine);
     }
 }
@@ -40,7 +43,7 @@ void Progress::look() {
     const uint64_t done = std::min(done_, total_);
     const std::size_t filled = done * kBarWidth / total_;
     draw(std::string(kClearLine) + '[' + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
-         std::to_string(done * 100 / total_) + " % of " + std::to_string(total_) + " items");
+         std::to_string(done * 100 / total_) + " %");
 }
 
 } // namespace tool

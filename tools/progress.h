@@ -24,6 +24,17 @@ class Progress {
         }
     }
 
+    // Of work whose parts others do: how much of it is done by now.
+    void show(uint64_t done) {
+        done_ = done;
+        if (enabled_) {
+            look();
+        }
+    }
+
+    // Takes the bar away, before a line is written to standard error.
+    void hide();
+
   private:
     void look();
 

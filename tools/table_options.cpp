@@ -35,7 +35,8 @@ Status listColumns(const std::vector<tables::Column> &columns, std::size_t byDef
     return kSound;
 }
 
-void writeTable(tables::Table &table, const TableOptions &options, const TableText &text, tables::TextOutput &out) {
+void writeTable(tables::Table &table, const TableOptions &options, const TableText &text,
+                tables::TextOutput &out) {
     tables::ChosenColumns chosen(table, options.columns);
     tables::DelimitedWriter writer(out, text.format());
     writer.writeHeader(chosen.columns());

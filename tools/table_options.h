@@ -14,9 +14,9 @@
 namespace tool {
 
 struct TableOptions {
-    std::string columns;       // as tables::selectColumns takes them; "" for those by default
-    std::string missing{"."};  // stands for a missing value
-    std::string encoding;      // of the texts of recordings; "" is UTF-8, or else Latin-1
+    std::string columns;      // as tables::selectColumns takes them; "" for those by default
+    std::string missing{"."}; // stands for a missing value
+    std::string encoding;     // of the texts of recordings; "" is UTF-8, or else Latin-1
 
     [[nodiscard]] bool wantsList() const { return columns == "help"; }
 };

@@ -1,0 +1,580 @@
+#include "bids.h"
+
+#include "delimited.h"
+#include "text_output.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace tables {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char *kBidsVersion = "1.11.1";
+
+// One eye, and how columns and files name it.
+struct EyeFile {
+    Eye eye;
+    int flag;           // TRK_EYE_*
+    const char *label;  // of the recording entity
+    const char *name;   // as RecordedEye has it
+    std::string suffix; // of the library's columns
+};
+
+const std::array<EyeFile, kEyes> kEyeFiles{
+    {{kLeft, TRK_EYE_LEFT, "eye1", "left", "_left"}, {kRight, TRK_EYE_RIGHT, "eye2", "right", "_right"}}};
+
+const TextFormat kBidsText{'\t', "n/a", false, false};
+
+struct OutputColumn {
+    int id; // TRK_COLUMN_ID
+    Column column;
+};
+
+// Text on one line, without tabs: the readers of data sets know no quotes.
+std::string onOneLine(std::string text) {
+    std::ranges::replace_if(
+        text, [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == 0x7F; },
+        ' ');
+    return text;
+}
+
+constexpr double kMilliseconds = 1e3; // in a second
+
+Cell textCell(Rows &rows, std::string text) { return text.empty() ? Cell() : Cell(rows.keep(std::move(text))); }
+
+bool isNewer(const fs::path &file, const fs::path &other) {
+    std::error_code none;
+    const auto time = fs::last_write_time(file, none);
+    return !none && time >= fs::last_write_time(other, none);
+}
+
+// Rates of the blocks, each once, in the order in which they occur.
+std::vector<float> ratesOf(const Places &places) {
+    std::vector<float> rates;
+    for (const Block &block : places.blocks()) {
+        if (std::ranges::find(rates, block.start.sample_rate) == rates.end()) {
+            rates.push_back(block.start.sample_rate);
+        }
+    }
+    return rates;
+}
+
+Json numberJson(float value) {
+    return value == std::floor(value) ? Json(static_cast<int64_t>(value)) : Json(static_cast<double>(value));
+}
+
+class BidsWriter {
+  public:
+    BidsWriter(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
+               const std::string &columns, const std::function<void(unsigned)> &progress)
+        : source_(source), target_(target), options_(options), facts_(facts), progress_(progress),
+          rates_(ratesOf(source.places)) {
+        const SampleTable::Choice choice(source.places);
+        if (!columns.empty()) {
+            extra_ = selectColumns(choice.all, {}, columns);
+        }
+    }
+
+    std::vector<std::string> write() {
+        const fs::path folder = recordingFolder();
+        fs::create_directories(folder);
+        int eyes = 0;
+        for (const Block &block : source_.places.blocks()) {
+            eyes |= block.start.eye;
+        }
+        for (const float rate : rates_) {
+            for (const EyeFile &eye : kEyeFiles) {
+                if ((eyes & eye.flag) != 0 && recordsAt(rate, eye)) {
+                    writeEye(rate, eye);
+                }
+            }
+        }
+        writeTask();
+        writeDataSet();
+        return notes_;
+    }
+
+  private:
+    [[nodiscard]] fs::path recordingFolder() const {
+        fs::path folder = fs::path(target_.folder) / ("sub-" + options_.subject);
+        if (!options_.session.empty()) {
+            folder /= "ses-" + options_.session;
+        }
+        return folder / options_.dataType;
+    }
+
+    // The path up to the suffix. Blocks of another rate have an acquisition label that tells it.
+    [[nodiscard]] std::string pathOf(float rate, const std::string &recording) const {
+        std::string name = "sub-" + options_.subject;
+        const auto add = [&name](const char *entity, const std::string &label) {
+            if (!label.empty()) {
+                name += std::string("_") + entity + "-" + label;
+            }
+        };
+        add("ses", options_.session);
+        add("task", options_.task);
+        std::string acquisition = options_.acquisition;
+        if (rate != 0 && rates_.size() > 1) {
+            std::ostringstream text;
+            text << rate;
+            std::string label = text.str();
+            std::ranges::replace(label, '.', 'p');
+            acquisition += label + "Hz";
+        }
+        add("acq", acquisition);
+        add("run", options_.run);
+        add("recording", recording);
+        return (recordingFolder() / name).string();
+    }
+
+    // Whether a file is to be written.
+    [[nodiscard]] bool wants(const std::string &path) const {
+        std::error_code none;
+        if (target_.force || !fs::exists(path, none)) {
+            return true;
+        }
+        if (!isNewer(path, target_.recording)) {
+            throw BidsFileExists(escaped(path) + " is there and older than the recording: --force replaces it");
+        }
+        return false;
+    }
+
+    // Data beside a description that says something else would be wrong.
+    void demandFits(const std::string &path, const Json &content) const {
+        std::error_code none;
+        if (!target_.force && fs::exists(path, none)) {
+            std::ifstream file(path);
+            if (Json::parse(file, nullptr, false) != content) {
+                throw BidsFileExists(escaped(path) + " is there and says something else: --force replaces it");
+            }
+        }
+    }
+
+    void writeJson(const std::string &path, const Json &content) const {
+        if (wants(path)) {
+            TextOutput out(path, {});
+            out.text(content.dump(2));
+            out.text("\n");
+            out.finish();
+        }
+    }
+
+    [[nodiscard]] bool recordsAt(float rate, const EyeFile &eye) const {
+        return std::ranges::any_of(source_.places.blocks(), [&](const Block &block) {
+            return block.start.sample_rate == rate && (block.start.eye & eye.flag) != 0;
+        });
+    }
+
+    // ---- The samples of an eye ----
+
+    [[nodiscard]] std::vector<OutputColumn> columnsOf(const EyeFile &eye) const {
+        const bool isLeft = eye.eye == kLeft;
+        const bool isFast = std::ranges::any_of(rates_, [](float rate) { return rate > 1000; });
+        std::vector<OutputColumn> columns{
+            {TRK_COLUMN_TIME_EXACT,
+             {"timestamp", "ms",
+              "Time on the clock of the eye tracker. Between recording blocks it pauses: rows are the "
+              "samples that there are.",
+              isFast ? Type::Double : Type::Integer}},
+            {isLeft ? TRK_COLUMN_GAZE_X_LEFT : TRK_COLUMN_GAZE_X_RIGHT,
+             {"x_coordinate", "pixel", "Horizontal gaze position.", Type::Float}},
+            {isLeft ? TRK_COLUMN_GAZE_Y_LEFT : TRK_COLUMN_GAZE_Y_RIGHT,
+             {"y_coordinate", "pixel", "Vertical gaze position.", Type::Float}},
+            {isLeft ? TRK_COLUMN_PUPIL_SIZE_LEFT : TRK_COLUMN_PUPIL_SIZE_RIGHT,
+             {"pupil_size", "arbitrary",
+              std::string("Pupil ") + (isDiameter() ? "diameter" : "area") + " in units of the eye tracker.",
+              Type::Float}}};
+        const std::string &other = kEyeFiles[isLeft ? kRight : kLeft].suffix;
+        for (const std::size_t place : extra_) {
+            const int id = static_cast<int>(place) + 1;
+            TRK_COLUMN_DESCRIPTION description;
+            const auto isKnown = [id](const OutputColumn &column) { return column.id == id; };
+            if (trk_describe_column(id, &description) != 0 || std::ranges::any_of(columns, isKnown)) {
+                continue;
+            }
+            std::string name = description.name;
+            if (name.ends_with(other)) {
+                continue;
+            }
+            if (name.ends_with(eye.suffix)) {
+                name.resize(name.size() - eye.suffix.size());
+            }
+            columns.push_back({id,
+                               {name, description.unit, description.description,
+                                description.type == TRK_TYPE_FLOAT    ? Type::Float
+                                : description.type == TRK_TYPE_DOUBLE ? Type::Double
+                                                                      : Type::Integer}});
+        }
+        return columns;
+    }
+
+    [[nodiscard]] bool isDiameter() const {
+        return !source_.places.blocks().empty() && source_.places.blocks().front().start.pupil_mode != 0;
+    }
+
+    void writeEye(float rate, const EyeFile &eye) {
+        const std::string path = pathOf(rate, eye.label);
+        const std::vector<OutputColumn> columns = columnsOf(eye);
+        const Json description = samplesJson(rate, eye, columns);
+        demandFits(path + "_physio.json", description);
+        if (wants(path + "_physio.tsv.gz")) {
+            writeSamples(path + "_physio.tsv.gz", rate, eye, columns);
+        }
+        if (wants(path + "_physioevents.tsv.gz")) {
+            writeEvents(path + "_physioevents.tsv.gz", rate, eye);
+        }
+        writeJson(path + "_physio.json", description);
+        writeJson(path + "_physioevents.json", eventsJson());
+    }
+
+    void writeSamples(const std::string &path, float rate, const EyeFile &eye,
+                      const std::vector<OutputColumn> &columns) {
+        std::vector<int> ids;
+        for (const OutputColumn &column : columns) {
+            ids.push_back(column.id);
+        }
+        TextOutput out(path, {target_.recording}, Packing::Gzip);
+        DelimitedWriter writer(out, kBidsText);
+        Rows rows(columns.size());
+        for (const Block &block : source_.places.blocks()) {
+            if (block.start.sample_rate != rate || (block.start.eye & eye.flag) == 0) {
+                continue;
+            }
+            SampleReader reader(source_.handle, ids, block.first, block.end);
+            while (reader.next()) {
+                for (std::size_t row = 0; row < reader.rows(); ++row) {
+                    if (rows.isFull()) {
+                        writer.write(rows);
+                        rows.clear();
+                    }
+                    addSample(reader, row, columns, rows.add());
+                }
+                done_ += reader.rows();
+                tellProgress();
+            }
+            source_.unreadable += reader.unreadable();
+        }
+        writer.write(rows);
+        out.finish();
+    }
+
+    static void addSample(const SampleReader &reader, std::size_t row, const std::vector<OutputColumn> &columns,
+                          std::span<Cell> cells) {
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+            const double value = reader.value(i, row);
+            if (std::isnan(value)) {
+                continue;
+            }
+            const Type type = columns[i].column.type;
+            cells[i] = type == Type::Float    ? Cell(static_cast<float>(value))
+                       : type == Type::Double ? Cell(value)
+                                              : Cell(static_cast<int64_t>(value));
+        }
+    }
+
+    void tellProgress() const {
+        const int64_t samples =
+            trk_count_items(source_.handle, 0, trk_get_element_count(source_.handle), REC_SAMPLE);
+        const auto all = static_cast<uint64_t>(std::max<int64_t>(samples, 1)) * kEyes;
+        progress_(static_cast<unsigned>(std::min(done_, all) * 999 / all));
+    }
+
+    [[nodiscard]] Json samplesJson(float rate, const EyeFile &eye,
+                                   const std::vector<OutputColumn> &columns) const {
+        Json names = Json::array();
+        for (const OutputColumn &column : columns) {
+            names.push_back(column.column.name);
+        }
+        Json json{{"SamplingFrequency", numberJson(rate)},
+                  {"StartTime", 0},
+                  {"Columns", names},
+                  {"PhysioType", "eyetrack"},
+                  {"RecordedEye", eye.name},
+                  {"SampleCoordinateSystem", options_.screen ? "gaze-on-screen" : "custom"}};
+        if (!options_.screen) {
+            json["SampleCoordinateSystemDescription"] = "Pixels of the display that the eye tracker was told of. "
+                                                        "Size, resolution and distance of the screen "
+                                                        "are not known.";
+        }
+        if (!facts_.trackerModel.empty()) {
+            json["ManufacturersModelName"] = facts_.trackerModel;
+        }
+        if (!facts_.softwareVersion.empty()) {
+            json["SoftwareVersions"] = facts_.softwareVersion;
+        }
+        std::string description =
+            "Rows are the samples that there are. Recording pauses between recording blocks: the "
+            "timestamp tells, and the events at the start and end of each block.";
+        if (!facts_.note.empty()) {
+            description += " " + facts_.note;
+        }
+        json["Description"] = description;
+        for (const OutputColumn &column : columns) {
+            json[column.column.name] = {{"Description", column.column.description}};
+            if (!column.column.unit.empty()) {
+                json[column.column.name]["Units"] = column.column.unit;
+            }
+        }
+        return json;
+    }
+
+    // ---- The events of an eye ----
+
+    // Whether what happens at an item belongs to the files of a rate: in its blocks, and before and behind them.
+    [[nodiscard]] bool belongsTo(float rate, uint32_t item) const {
+        if (rates_.size() == 1) {
+            return true;
+        }
+        const uint32_t block = source_.places.blockOf(item);
+        return block == 0 ? rate == rates_.front() : source_.places.blocks()[block - 1].start.sample_rate == rate;
+    }
+
+    void writeEvents(const std::string &path, float rate, const EyeFile &eye) {
+        TextOutput out(path, {target_.recording}, Packing::Gzip);
+        DelimitedWriter writer(out, kBidsText);
+        Rows rows(4);
+        const auto add = [&](uint32_t onset, Cell duration, Cell type, std::string text) {
+            if (rows.isFull()) {
+                writer.write(rows);
+                rows.clear();
+            }
+            const std::span<Cell> cells = rows.add();
+            cells[0] = onset;
+            cells[1] = duration;
+            cells[2] = type;
+            cells[3] = textCell(rows, std::move(text));
+        };
+        // By onset: an eye event stands at its end among the items, and may reach back before others.
+        struct Entry {
+            uint32_t onset;
+            Cell duration;
+            Cell type;
+            std::string text;
+        };
+        std::vector<Entry> entries;
+        BulkWalk walk(source_.handle, 0, trk_get_element_count(source_.handle), kEvents | kMessages | kRecordings,
+                      false);
+        while (const std::optional<Item> item = walk.next()) {
+            if (item->record == nullptr || !belongsTo(rate, walk.number())) {
+                source_.unreadable += item->record == nullptr ? 1U : 0U;
+                continue;
+            }
+            if (item->code == REC_MESSAGE) {
+                entries.push_back(
+                    {item->time(), Cell(), Cell(), onOneLine(source_.decoder.decode(item->messageText()))});
+            } else if (const FRECORDING *const mark = item->recording()) {
+                entries.push_back({mark->time, Cell(), Cell(),
+                                   std::string("recording block ") +
+                                       std::to_string(source_.places.blockOf(walk.number())) +
+                                       (mark->state == TRK_BLOCK_START ? " starts" : " ends")});
+            } else if (const char *const type = eyeEventType(*item, eye.eye)) {
+                const FEVENT &event = *item->event();
+                const bool isWhole = event.start_time <= event.end_time;
+                entries.push_back({isWhole ? event.start_time : event.end_time,
+                                   isWhole ? Cell((event.end_time - event.start_time) / kMilliseconds) : Cell(),
+                                   type,
+                                   {}});
+            }
+        }
+        std::ranges::stable_sort(entries, {}, &Entry::onset);
+        for (Entry &entry : entries) {
+            add(entry.onset, entry.duration, entry.type, std::move(entry.text));
+        }
+        writer.write(rows);
+        out.finish();
+    }
+
+    static const char *eyeEventType(const Item &item, Eye eye) {
+        if ((item.code != REC_EFIX && item.code != REC_ESACC && item.code != REC_EBLINK) ||
+            (item.event()->eye == 0 ? kLeft : kRight) != eye) {
+            return nullptr;
+        }
+        return item.code == REC_EFIX ? "fixation" : item.code == REC_ESACC ? "saccade" : "blink";
+    }
+
+    [[nodiscard]] static Json eventsJson() {
+        return {{"Columns", {"onset", "duration", "trial_type", "message"}},
+                {"Description",
+                 "Eye events as the eye tracker found them, messages, and the start and end of each "
+                 "recording block: between blocks there are no samples."},
+                {"OnsetSource", "timestamp"},
+                {"onset", {{"Description", "Start, as in the column timestamp of the samples."}, {"Units", "ms"}}},
+                {"duration", {{"Description", "End minus start."}, {"Units", "s"}}},
+                {"trial_type",
+                 {{"Description", "Kind of eye event."},
+                  {"Levels",
+                   {{"fixation", "The eye rests."},
+                    {"saccade", "The eye jumps."},
+                    {"blink", "The pupil is covered."}}}}},
+                {"message", {{"Description", "Text of a message, or what happens to the recording."}}}};
+    }
+
+    // ---- The task and the data set ----
+
+    void writeTask() {
+        if (!options_.screen) {
+            notes_.emplace_back("SampleCoordinateSystem is custom: --screen-size, --screen-resolution and "
+                                "--screen-distance would make it gaze-on-screen, with StimulusPresentation");
+            return;
+        }
+        const Screen &screen = *options_.screen;
+        const std::string path = pathOf(0, "");
+        const Json description{
+            {"StimulusPresentation",
+             {{"ScreenDistance", screen.distance},
+              {"ScreenOrigin", screen.origin},
+              {"ScreenResolution", screen.resolution},
+              {"ScreenSize", screen.size}}},
+            {"onset", {{"Description", "Start of the trial, from the first sample on."}, {"Units", "s"}}},
+            {"duration", {{"Description", "End minus start."}, {"Units", "s"}}},
+            {"trial_type", {{"Description", "What the row is."}, {"Levels", {{"trial", "One trial."}}}}},
+            {"message", {{"Description", "Text of the message that started the trial."}}}};
+        demandFits(path + "_events.json", description);
+        if (wants(path + "_events.tsv")) {
+            writeTrials(path + "_events.tsv");
+        }
+        writeJson(path + "_events.json", description);
+    }
+
+    void writeTrials(const std::string &path) {
+        TextOutput out(path, {target_.recording});
+        DelimitedWriter writer(out, kBidsText);
+        const std::vector<Column> columns{{"onset", "", "", Type::Double},
+                                          {"duration", "", "", Type::Double},
+                                          {"trial_type", "", "", Type::Text},
+                                          {"message", "", "", Type::Text}};
+        writer.writeHeader(columns);
+        SampleReader reader(source_.handle, {TRK_COLUMN_TIME_EXACT}, 0, trk_get_element_count(source_.handle));
+        const double zero = reader.next() ? reader.value(0, 0) : 0;
+        Rows rows(columns.size());
+        for (const Trial &trial : source_.places.trials()) {
+            if (rows.isFull()) {
+                writer.write(rows);
+                rows.clear();
+            }
+            const std::span<Cell> cells = rows.add();
+            cells[0] = (trial.header.start_time - zero) / kMilliseconds;
+            cells[1] = trial.duration() / kMilliseconds;
+            cells[2] = "trial";
+            cells[3] = textCell(rows, onOneLine(source_.decoder.decode(trial.text)));
+        }
+        writer.write(rows);
+        out.finish();
+    }
+
+    // Files of the data set stay as they are, but for the line of a new participant.
+    void writeDataSet() const {
+        const fs::path folder = target_.folder;
+        const auto writeOnce = [&folder](const char *name, const std::string &text) {
+            std::error_code none;
+            if (!fs::exists(folder / name, none)) {
+                TextOutput out((folder / name).string(), {});
+                out.text(text);
+                out.finish();
+            }
+        };
+        // Several runs may write into one data set at the same time.
+        const int lock = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (lock < 0 || ::flock(lock, LOCK_EX) != 0) {
+            const int error = errno;
+            if (lock >= 0) {
+                ::close(lock);
+            }
+            failToWrite(target_.folder, error);
+        }
+        try {
+            const Json description{{"Name", utf8(fs::absolute(folder).lexically_normal().filename().string())},
+                                   {"BIDSVersion", kBidsVersion},
+                                   {"DatasetType", "raw"}};
+            writeOnce("dataset_description.json", description.dump(2) + "\n");
+            writeOnce("README",
+                      "Eye tracking recordings, converted by trk.\n\nFiles with the recording label eye1 are "
+                      "of the left eye, those with eye2 of the right one.\n");
+            addParticipant((folder / "participants.tsv").string());
+        } catch (...) {
+            ::close(lock);
+            throw;
+        }
+        ::close(lock);
+    }
+
+    void addParticipant(const std::string &path) const {
+        const std::string participant = "sub-" + options_.subject;
+        std::ifstream file(path);
+        std::string text{std::istreambuf_iterator<char>(file), {}};
+        if (text.empty()) {
+            text = "participant_id\n";
+        }
+        std::istringstream lines(text);
+        std::size_t cells = 1;
+        bool isHeader = true;
+        for (std::string line; std::getline(lines, line); isHeader = false) {
+            if (line.substr(0, line.find_first_of("\t\r")) == participant) {
+                return;
+            }
+            if (isHeader) {
+                cells += static_cast<std::size_t>(std::ranges::count(line, '\t'));
+            }
+        }
+        text += text.ends_with('\n') ? "" : "\n";
+        text += participant;
+        for (std::size_t i = 1; i < cells; ++i) {
+            text += "\tn/a";
+        }
+        TextOutput out(path, {});
+        out.text(text + "\n");
+        out.finish();
+    }
+
+    Source &source_;
+    const BidsTarget &target_;
+    const BidsOptions &options_;
+    const BidsFacts &facts_;
+    const std::function<void(unsigned)> &progress_;
+    std::vector<float> rates_;
+    std::vector<std::size_t> extra_;
+    std::vector<std::string> notes_;
+    uint64_t done_ = 0;
+};
+
+} // namespace
+
+void checkLabels(const BidsOptions &options) {
+    const auto check = [](const char *entity, const std::string &label, bool isNeeded) {
+        const auto isAllowed = [](unsigned char character) { return std::isalnum(character) != 0; };
+        if ((label.empty() && isNeeded) || !std::ranges::all_of(label, isAllowed)) {
+            throw std::invalid_argument(std::string("--") + entity + " needs a label of letters and digits" +
+                                        (label.empty() ? "" : ", not " + escaped(label)));
+        }
+    };
+    check("sub", options.subject, true);
+    check("task", options.task, true);
+    check("ses", options.session, false);
+    check("acq", options.acquisition, false);
+    check("run", options.run, false);
+    check("datatype", options.dataType, true);
+}
+
+std::vector<std::string> writeBids(Source &source, const BidsTarget &target, const BidsOptions &options,
+                                   const BidsFacts &facts, const std::string &columns,
+                                   const std::function<void(unsigned)> &progress) {
+    return BidsWriter(source, target, options, facts, columns, progress).write();
+}
+
+} // namespace tables
