@@ -39,7 +39,7 @@ struct EyeFile {
 const std::array<EyeFile, kEyes> kEyeFiles{
     {{kLeft, TRK_EYE_LEFT, "eye1", "left", "_left"}, {kRight, TRK_EYE_RIGHT, "eye2", "right", "_right"}}};
 
-const TextFormat kBidsText{'\t', "n/a", false, false};
+const TextFormat kBidsText{.missing = "n/a", .quotes = false};
 
 struct OutputColumn {
     int id; // TRK_COLUMN_ID

@@ -25,8 +25,10 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
 }
 
 [[noreturn]] void failUnknown(std::span<const Column> all, const std::string &name) {
-    const auto nearest = std::ranges::min_element(
-        all, {}, [&name](const Column &column) { return editDistance(name, column.name); });
+    const auto distance = [&name](const Column &column) {
+        return column.name.find(name) != std::string::npos ? 0 : editDistance(name, column.name);
+    };
+    const auto nearest = std::ranges::min_element(all, {}, distance);
     throw std::invalid_argument("there is no column " + name + "; nearest is " + nearest->name +
                                 "; --columns help lists all");
 }

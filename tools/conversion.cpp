@@ -166,8 +166,8 @@ class Conversion {
 
     void writeText() {
         const bool isPacked = options_.format.ends_with(".gz");
-        const tables::TextFormat format{options_.format.starts_with("csv") ? ',' : '\t', options_.table.missing,
-                                        false};
+        const tables::TextFormat format{.separator = options_.format.starts_with("csv") ? ',' : '\t',
+                                        .missing = options_.table.missing};
         forTables([&](std::string_view name, tables::Table &table) {
             const std::string file = task_.stem + "_" + std::string(name) + "." + options_.format;
             tables::TextOutput out(file, {task_.recording},

@@ -97,9 +97,11 @@ class Dump {
         bool isOver = false;
         for (int code = 0; (code = trk_get_next_data(handle_)) != 0; progress.step()) {
             const uint32_t position = trk_get_position(handle_);
-            const bool isInside = !isOver && position > range_.first && position <= range_.end;
+            // Messages of the log can lie before the first item.
+            const bool isInside =
+                !options_.trial || (!isOver && position > range_.first && position <= range_.end);
             isOver = isOver || position >= range_.end;
-            see(tables::fetchItem(handle_, code), position - 1, isInside);
+            see(tables::fetchItem(handle_, code), position == 0 ? 0 : position - 1, isInside);
         }
         failure_ = recording_.log().last();
     }

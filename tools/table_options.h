@@ -25,7 +25,7 @@ class TableText {
   public:
     // Throws std::invalid_argument.
     TableText(const TableOptions &options, const tables::TextOutput &out)
-        : format_{'\t', options.missing, out.isTerminal()}, decoder_(options.encoding) {}
+        : format_{.missing = options.missing, .isShown = out.isTerminal()}, decoder_(options.encoding) {}
 
     [[nodiscard]] const tables::TextFormat &format() const { return format_; }
     [[nodiscard]] tables::TextDecoder &decoder() { return decoder_; }

@@ -49,43 +49,44 @@ unreadable="2800 21000003ec 00"
 "$trk" dump hand.trk | tr '\t' ' ' >hand.txt
 header="kind time start end eye gaze_x_left gaze_y_left pupil_size_left gaze_x_right gaze_y_right \
 pupil_size_right start_gaze_x start_gaze_y end_gaze_x end_gaze_y avg_gaze_x avg_gaze_y avg_pupil_size \
-peak_velocity input buttons sample_rate text"
+peak_velocity input buttons sample_rate text block trial button button_value button_state"
 { echo "$header" && cat; } <<'END' | diff - hand.txt || fail "dump of all kinds"
-recording_start 1000 . . left . . . . . . . . . . . . . . . . 1000 .
-samples_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 .
-events_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 .
-fixation_start 1000 1000 . left . . . . . . . . . . . . . . . . . .
-sample 1000 . . left 960.4 540.1 1200 . . . . . . . . . . . 7 . . .
-message 1001 1001 . . . . . . . . . . . . . . . . . . . G0\t\\\x00\n.!
-sample 1001 . . left . . 0 . . . . . . . . . . . . . . .
-sample 1002 . . left 960.8 539.7 1201 . . . . . . . . . . . 9 . . .
-dummy 1003 . . both . . . . . . . . . . . . . . . . . .
-dummy 1004 . . both . . . . . . . . . . . . . . . . . .
-sample 1005 . . left 960.9 539.7 1201 . . . . . . . . . . . 9 . . .
-fixation_end 1005 1000 1005 left . . . . . . . . . . 960.6 539.9 1200 . . . . .
-samples_end 1006 1006 1006 . . . . . . . . . . . . . . . . . . .
-events_end 1006 1006 1006 . . . . . . . . . . . . . . . . . . .
-recording_end 1006 . . left . . . . . . . . . . . . . . . . 1000 .
+recording_start 1000 . . left . . . . . . . . . . . . . . . . 1000 . 1 1 . . .
+samples_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 . 1 1 . . .
+events_start 1000 1000 1000 . . . . . . . . . . . . . . . . . 1000 . 1 1 . . .
+fixation_start 1000 1000 . left . . . . . . . . . . . . . . . . . . 1 1 . . .
+sample 1000 . . left 960.4 540.1 1200 . . . . . . . . . . . 7 . . . 1 1 . . .
+message 1001 1001 . . . . . . . . . . . . . . . . . . . "G0 \␀
+.!" 1 1 . . .
+sample 1001 . . left . . . . . . . . . . . . . . . . . . 1 1 . . .
+sample 1002 . . left 960.8 539.7 1201 . . . . . . . . . . . 9 . . . 1 1 . . .
+dummy 1003 . . both . . . . . . . . . . . . . . . . . . 1 1 . . .
+dummy 1004 . . both . . . . . . . . . . . . . . . . . . 1 1 . . .
+sample 1005 . . left 960.9 539.7 1201 . . . . . . . . . . . 9 . . . 1 1 . . .
+fixation_end 1005 1000 1005 left . . . . . . . . . . 960.6 539.9 1200 . . . . . 1 1 . . .
+samples_end 1006 1006 1006 . . . . . . . . . . . . . . . . . . . 1 1 . . .
+events_end 1006 1006 1006 . . . . . . . . . . . . . . . . . . . 1 1 . . .
+recording_end 1006 . . left . . . . . . . . . . . . . . . . 1000 . 1 1 . . .
 END
 
 # One kind at a time has the columns of that kind; several have those of the whole table.
 "$trk" dump --kind messages hand.trk >messages.txt
-[ "$(tr '\t\n' ' |' <messages.txt)" = 'kind time length text|message 1001 8 G0\t\\\x00\n.!|' ] || fail "messages"
+[ "$(tr '\t\n' ' |' <messages.txt)" = 'kind time length text block trial|message 1001 8 "G0 \␀|.!" 1 1|' ] || fail "messages"
 "$trk" dump --kind recordings hand.trk >recordings.txt
-grep -qx 'recording_start 1000 left 1000 samples+events 0x8540 0x0000 10 0 0 1 0 176 190 0' \
+grep -qx 'recording_start 1000 left 1000 samples+events 34112 0 10 0 0 1 0 176 190 0 1 1' \
     <(tr '\t' ' ' <recordings.txt) || fail "recordings"
 "$trk" dump --kind samples hand.trk >samples.txt
-[ "$(cells samples.txt flags | tr '\n' ' ')" = "0xa541 0x8541 0x8541 0xc000 0xc000 0x8541 " ] ||
+[ "$(cells samples.txt flags | tr '\n' ' ')" = "42305 34113 34113 49152 49152 34113 " ] ||
     fail "sample flags"
 for name in $(head -n 1 samples.txt); do # as the library names its columns
-    [[ $name =~ ^(kind|eye|ext_data)$ ]] || grep -q "TRK_COLUMN_${name^^} =" "$header_file" || fail "column $name"
+    [[ $name =~ ^(kind|eye|trial)$ ]] || grep -q "TRK_COLUMN_${name^^} =" "$header_file" || fail "column $name"
 done
 "$trk" dump --kind events hand.trk >events.txt
 [ "$(cells events.txt avg_pupil_size | tr '\n' ' ')" = ". . . 1200 . . " ] || fail "event values"
 "$trk" dump --kind samples,messages --kind recordings hand.trk | tr '\t' ' ' >several.txt
 grep -vE '^(samples_|events_|fix)' hand.txt | diff - several.txt || fail "several kinds"
-"$trk" dump --from 1001 --to 1002 hand.trk | cut -f1,2 | tail -n +2 >window.txt
-[ "$(tr '\t\n' '  ' <window.txt)" = "message 1001 sample 1001 sample 1002 " ] || fail "--from and --to"
+"$trk" dump --kind samples,events --from 1001 --to 1002 hand.trk | cut -f1,2 | tail -n +2 >window.txt
+[ "$(tr '\t\n' '  ' <window.txt)" = "sample 1001 sample 1002 " ] || fail "--from and --to"
 [ "$("$trk" dump --check basic hand.trk | grep -c dummy)" = 0 ] || fail "--check basic fills gaps"
 "$trk" dump -o written.txt hand.trk >out
 [ ! -s out ] && tr '\t' ' ' <written.txt | cmp - hand.txt || fail "-o"
@@ -127,37 +128,39 @@ mkdir logged
         $(message_at 1010 'TRIALID 2') $(block_at 1012 8450) $raw $(end_at 1020) $(message_at 1022 'bye') 0000"
 } >logged/trials.trk
 printf '%s\n' '0 started' '100 TRACKER_TIME 1 900' '208 gap' '216 flip' '300 Quit logger' >logged/xq_messages.log
-trials() { "$trk" trials logged/trials.trk "$@" | tr '\t\n' ' |'; }
-table='trial start end duration first_item items eye sample_rate|'
+trials() { "$trk" trials logged/trials.trk "$@" | cut -f1-13 | tr '\t\n' ' |'; }
+table='trial block first_item last_item start end duration own_end eyes sample_rate text samples gaze_missing_left|'
 # The first trial ends with its end message, though another message has the same time; the second has none.
 texts=(--start TRIALID --end 'TRIAL OK')
-[ "$(trials "${texts[@]}")" = "${table}0 1000 1004 4 0 7 left 1000|1 1010 1020 . 11 8 left 1000|" ] || fail "texts"
-[ "$(trials)" = "${table}0 1002 1006 4 1 10 left 1000|1 1012 1020 8 12 7 left 1000|" ] || fail "trials by blocks"
+[ "$(trials "${texts[@]}")" = "${table}1 1 0 6 1000 1004 4 1 left 1000 TRIALID 1 2 0|\
+2 2 11 18 1010 1020 10 0 left 1000 TRIALID 2 1 0|" ] || fail "texts"
+[ "$(trials)" = "${table}1 1 1 10 1002 1006 4 1 left 1000 . 2 0|2 2 12 18 1012 1020 8 1 left 1000 . 1 0|" ] ||
+    fail "trials by blocks"
 # A trial that the library drops, for want of an end, has ended the one before.
-[ "$(trials --start bye)" = "${table}0 1002 1006 . 1 10 left 1000|1 1012 1022 10 12 7 left 1000|" ] ||
+[ "$(trials --start bye)" = "${table}1 1 1 10 1002 1006 4 0 left 1000 . 2 0|2 2 12 18 1012 1022 10 1 left 1000 . 1 0|" ] ||
     fail "dropped trial"
-[ "$(trials --start nothing 2>err)" = "$(trials --end none 2>/dev/null)" ] || fail "texts that match nothing"
-has err '^trk: logged/trials.trk: nothing starts a trial by "nothing"$'
+refuses 1 'trials.trk: nothing starts a trial by "nothing"$' "$trk" trials --start nothing logged/trials.trk
+refuses 1 'trials.trk: an empty text ends no trial$' "$trk" trials --start TRIALID --end '' logged/trials.trk
 
 "$trk" dump logged/trials.trk >whole.txt
-"$trk" dump --trial 1 "${texts[@]}" logged/trials.trk >trial.txt
-cmp trial.txt <(sed -n '1p; 13,20p' whole.txt) || fail "--trial" # items 11 to 18
-"$trk" dump --trial 1 --raw --kind samples logged/trials.trk >raw.txt
+"$trk" dump --trial 2 "${texts[@]}" logged/trials.trk >trial.txt
+cmp <(cut -f1-24 trial.txt) <(sed -n '1p; 13,20p' whole.txt | cut -f1-24) || fail "--trial" # items 11 to 18
+"$trk" dump --trial 2 --raw --kind samples logged/trials.trk >raw.txt
 for cell in raw_pupil_x_left:249 raw_pupil_y_left:334.5 raw_pupil_area_left:314 raw_pupil_width_left:35 \
     raw_pupil_height_left:36 raw_cr_x_left:298 raw_cr_y_left:335 raw_cr_area_left:100 raw_cr2_x_left:. \
     pupil_minus_cr_x_left:-54.96 pupil_minus_cr_y_left:-7.2 raw_pupil_x_right:. pupil_minus_cr_y_right:. \
     raw_cr_width:13 raw_cr_height:12; do
     [ "$(cells raw.txt "${cell%:*}")" = "${cell#*:}" ] || fail "$cell, not $(cells raw.txt "${cell%:*}")"
 done
-"$trk" dump --raw logged/trials.trk | cut -f1-23 | cmp - whole.txt || fail "--raw adds to the end"
+"$trk" dump --raw logged/trials.trk | cut -f1-28 | cmp - whole.txt || fail "--raw adds to the end"
 
-"$trk" dump --kind messages --log logged/trials.trk | cut -f2,4 | tr '\t\n' ' |' >log.txt
-[ "$(cat log.txt)" = 'time text|900 900 TRACKER_TIME 1 900\n|1000 TRIALID 1|1004 TRIAL OK|1004 note|'\
-'1008 1008 gap\n|1010 TRIALID 2|1016 1016 flip\n|1022 bye|' ] || fail "--log"
+"$trk" dump --kind messages --columns time,text --log logged/trials.trk | tr '\t\n' ' |' >log.txt
+[ "$(cat log.txt)" = 'time text|900 "900 TRACKER_TIME 1 900|"|1000 TRIALID 1|1004 TRIAL OK|1004 note|'\
+'1008 "1008 gap|"|1010 TRIALID 2|1016 "1016 flip|"|1022 bye|' ] || fail "--log"
 cp logged/xq_messages.log other.log
-"$trk" dump --kind messages --log-file other.log --trial 1 "${texts[@]}" logged/trials.trk | cut -f4 >flip.txt
-[ "$(tr '\n' '|' <flip.txt)" = 'text|TRIALID 2|1016 flip\n|' ] || fail "--log-file in a trial"
-"$trk" dump --kind messages --log-file other.log --trial 0 logged/trials.trk | cut -f4 >first.txt
+"$trk" dump --kind messages --log-file other.log --trial 2 "${texts[@]}" --columns text logged/trials.trk >flip.txt
+[ "$(tr '\n' '|' <flip.txt)" = 'text|TRIALID 2|"1016 flip|"|' ] || fail "--log-file in a trial"
+"$trk" dump --kind messages --log-file other.log --trial 1 --columns text logged/trials.trk >first.txt
 [ "$(tr '\n' '|' <first.txt)" = 'text|TRIAL OK|note|' ] || fail "log messages behind a trial"
 "$trk" info "${texts[@]}" logged/trials.trk >logged.info
 has logged.info '^  trials +2 from "TRIALID" to "TRIAL OK"$'
@@ -169,7 +172,7 @@ has logged.info '^  trials +2 by recording blocks$'
 has logged.info 'xq_messages.log: 3 messages, not merged: the end line is missing$'
 refuses 1 'nothing of the message log logged/xq_messages.log was merged' "$trk" dump --log logged/trials.trk
 cmp out whole.txt || fail "the items beside a log that is not merged"
-refuses 1 'trials.trk has no trial 2: it has 2, counted from 0' "$trk" dump --trial 2 logged/trials.trk
+refuses 1 'trials.trk has no trial 3: it has 2, counted from 1' "$trk" dump --trial 3 logged/trials.trk
 refuses 3 'the message log logged cannot be read: Is a directory' "$trk" dump --log-file logged hand.trk
 refuses 3 'the message log xq_messages.log cannot be read: No such file' "$trk" dump --log hand.trk
 refuses 3 'xq_messages.log is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
@@ -194,15 +197,21 @@ tr '\t' ' ' <out | cmp - hand.txt || fail "the items beside an unreadable one"
 refuses 3 'hand.trk is an input' "$trk" dump -o hand.trk hand.trk
 refuses 3 'No space left' bash -c '"$0" dump hand.trk >/dev/full' "$trk"
 refuses 3 '^trk: standard output cannot' bash -c '"$0" dump hand.trk >&-' "$trk"
-for usage in "" "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" "frobnicate" \
-    "dump --start A hand.trk" "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk" "check --colour x" "info --check 2 hand.trk"; do
+"$trk" >out 2>err && fail "no command is no error"
+[ ! -s out ] && [ "$(sed -n 2p err)" = "  trk info s07.trk" ] || fail "the first screen"
+for usage in "dump" "dump --kind saccades hand.trk" "dump --from -1 hand.trk" "info" "trials" "frobnicate" \
+    "dump --trial -1 hand.trk" "dump --raw --kind events hand.trk" "check --colour x" "info --check 2 hand.trk"; do
     refuses 2 '^trk: .*--help)$' "$trk" $usage
     [ ! -s out ] || fail "usage error '$usage' prints"
 done
-head -n 9 hand.txt >intact.txt # up to 1002; the next sample breaks off
+refuses 2 "no column gaze; nearest is gaze_x_left; --columns help" "$trk" dump --columns gaze hand.trk
+refuses 2 "no encoding klingon" "$trk" dump --encoding klingon hand.trk
+refuses 2 "needs two groups" "$trk" trials --variable "VAR (.*)" hand.trk
+head -n 10 hand.txt >intact.txt # up to 1002; the next sample breaks off
 for way in --tolerant --salvage; do
     refuses 1 '^trk: cut.trk is damaged in 1 place, .* cannot be saved; the recording breaks off there, ' "$trk" dump $way cut.trk
-    tr '\t' ' ' <out | cmp - intact.txt || fail "$way"
+    # Without the block's end there is no trial.
+    tr '\t' ' ' <out | sed 's/ \. \. \. \.$/ 1 . . ./' | cmp - intact.txt || fail "$way"
 done
 status=0
 "$trk" info none.trk cut.trk hand.trk >out 2>err || status=$?
@@ -269,7 +278,7 @@ cmp plain.txt compressed.txt || fail "plain and compressed differ"
 expect_check 1 ' items or [1-9][0-9]*\.[0-9]* s, cannot be saved' spoilt.trk
 { head -n 6 plain.trk && tail -c +2000 plain.trk; } >headless.trk # without the start of the first block
 expect_check 1 ' bytes, an unknown number of items, cannot be saved$' headless.trk
-[ "$(awk -F'\t' '{ print NF }' plain.txt | sort -u)" = 23 ] || fail "a line with another number of cells"
+[ "$(awk -F'\t' '{ print NF }' plain.txt | sort -u)" = 28 ] || fail "a line with another number of cells"
 lines=$(($(wc -l <plain.txt) - 1))
 has plain.info "^Items: $lines\$"
 # 12 lines pair the clocks, each with a message of the recording; two messages a trial and one at the end.
