@@ -57,21 +57,25 @@ Json optionsJson(const ConvertOptions &options) {
             {"message_offsets", options.open.messageOffsets}};
 }
 
-// Whether an earlier run has made the same of this recording as it is.
-bool isThere(const ConversionTask &task, const Json &wanted) {
+// How an earlier run ended that has made the same of this recording as it is; nothing when none has.
+std::optional<Status> earlierStatus(const ConversionTask &task, const Json &wanted) {
     const fs::path description = task.stem + ".json";
     if (!isNewerThan(description, task.recording)) {
-        return false;
+        return std::nullopt;
     }
     std::ifstream file(description);
     const Json found = Json::parse(file, nullptr, false);
     if (!found.is_object() || found.value("options", Json()) != wanted || !found.contains("tables")) {
-        return false;
+        return std::nullopt;
     }
-    return std::ranges::all_of(found["tables"], [&](const Json &table) {
+    const bool isWhole = std::ranges::all_of(found["tables"], [&](const Json &table) {
         return table.is_object() && table.contains("file") && table["file"].is_string() &&
                fs::exists(description.parent_path() / table["file"].get<std::string>());
     });
+    if (!isWhole) {
+        return std::nullopt;
+    }
+    return found.value("complete", Json(false)) == Json(true) ? kSound : kIncomplete;
 }
 
 Json columnsJson(const std::vector<tables::Column> &columns) {
@@ -192,7 +196,7 @@ class Conversion {
 
     void noteDoubtful() {
         if (decoder_.doubtful() != 0) {
-            notes_.push_back(doubtfulTexts(decoder_.doubtful()));
+            notes_.push_back(doubtfulTexts(decoder_.doubtful(), options_.table.encoding));
             std::fprintf(stderr, "trk: %s: %s\n", recording_.name().c_str(),
                          notes_.back().get<std::string>().c_str());
         }
@@ -208,6 +212,7 @@ class Conversion {
         Json description{{"recording", tables::utf8(fs::path(task_.recording).filename().string())},
                          {"program", std::string("trk ") + TRK_PROGRAM_VERSION},
                          {"options", optionsJson(options_)},
+                         {"complete", status_ == kSound},
                          {"tables", rows_},
                          {"notes", notes_},
                          {"facts", factsJson(facts)}};
@@ -278,7 +283,8 @@ JobResult writeIntoDataSet(const std::string &path, std::size_t run, const Conve
         std::fprintf(stderr, "trk: %s: %s\n", recording.name().c_str(), note.c_str());
     }
     if (decoder.doubtful() != 0) {
-        std::fprintf(stderr, "trk: %s: %s\n", recording.name().c_str(), doubtfulTexts(decoder.doubtful()).c_str());
+        std::fprintf(stderr, "trk: %s: %s\n", recording.name().c_str(),
+                     doubtfulTexts(decoder.doubtful(), options.table.encoding).c_str());
     }
     status = std::max(status, reportUnreadable(recording, source.unreadable));
     return {status, std::string(status == kSound ? "converted" : "converted in part") + ": sub-" + bids.subject +
@@ -308,8 +314,9 @@ template <class Convert> JobResult withFailures(const std::string &path, Convert
 
 JobResult convertRecording(const ConversionTask &task, const ConvertOptions &options, JobProgress &progress) {
     return withFailures(task.recording, [&]() -> JobResult {
-        if (!options.force && isThere(task, optionsJson(options))) {
-            return {kSound, "there already"};
+        const auto earlier = options.force ? std::nullopt : earlierStatus(task, optionsJson(options));
+        if (earlier) {
+            return {*earlier, "there already"};
         }
         return Conversion(task, options, progress).run();
     });

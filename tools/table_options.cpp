@@ -5,14 +5,15 @@
 
 namespace tool {
 
-std::string doubtfulTexts(uint64_t count) {
-    return std::to_string(count) + (count == 1 ? " text is" : " texts are") +
-           " not in the encoding that texts are taken for (--encoding names another)";
+std::string doubtfulTexts(uint64_t count, const std::string &encoding) {
+    const std::string text = std::to_string(count) + (count == 1 ? " text is not " : " texts are not ");
+    return encoding.empty() ? text + "UTF-8 and taken as Latin-1 (--encoding names another)"
+                            : text + encoding + ": what could not be converted is U+FFFD";
 }
 
 Status TableText::reportDoubtful() const {
     if (decoder_.doubtful() != 0) {
-        std::fprintf(stderr, "trk: %s\n", doubtfulTexts(decoder_.doubtful()).c_str());
+        std::fprintf(stderr, "trk: %s\n", doubtfulTexts(decoder_.doubtful(), encoding_).c_str());
     }
     return kSound;
 }

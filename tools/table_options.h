@@ -25,7 +25,8 @@ class TableText {
   public:
     // Throws std::invalid_argument.
     TableText(const TableOptions &options, const tables::TextOutput &out)
-        : format_{.missing = options.missing, .isShown = out.isTerminal()}, decoder_(options.encoding) {}
+        : format_{.missing = options.missing, .isShown = out.isTerminal()}, encoding_(options.encoding),
+          decoder_(encoding_) {}
 
     [[nodiscard]] const tables::TextFormat &format() const { return format_; }
     [[nodiscard]] tables::TextDecoder &decoder() { return decoder_; }
@@ -35,11 +36,12 @@ class TableText {
 
   private:
     tables::TextFormat format_;
+    std::string encoding_;
     tables::TextDecoder decoder_;
 };
 
 // A sentence on texts whose encoding was not what they were taken for.
-[[nodiscard]] std::string doubtfulTexts(uint64_t count);
+[[nodiscard]] std::string doubtfulTexts(uint64_t count, const std::string &encoding);
 
 // Writes a table of the columns to standard output: name, type, unit, whether they are there by default, and what
 // they hold. Returns the exit status.

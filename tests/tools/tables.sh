@@ -1,0 +1,103 @@
+#!/bin/bash
+# What trk convert writes, read back with other means: tables.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH
+set -euo pipefail
+trk=$1 make_example=$2 scratch=$3
+here=$(cd "$(dirname "$0")" && pwd)
+rm -rf "$scratch"
+mkdir -p "$scratch"
+cd "$scratch"
+
+fail() {
+    echo "FAILED: $1" >&2
+    exit 1
+}
+# The Python that has the most of what is read with here; what none has is skipped with a word.
+python=python3
+for candidate in python3 /usr/bin/python3; do
+    "$candidate" -c 'import pandas, h5py' 2>/dev/null && python=$candidate && break
+done
+last() { tail -n 1 out; }
+
+mkdir -p raw/deep
+python3 "$here/odd_texts.py" >raw/texts.trk
+"$make_example" raw/deep/example.trk >/dev/null
+"$make_example" packed.trk --compressed >/dev/null
+trials=(--start TRIALID --end 'TRIAL OK' --variable 'TRIAL_VAR (\w+) (.*)')
+
+# ---- Formats ----
+
+for format in tsv csv tsv.gz csv.gz hdf5; do
+    "$trk" convert raw packed.trk -o "$format" --format "$format" "${trials[@]}" --jobs 2 >out 2>err && fail "no trials"
+    [ "$(last)" = "3 recordings: 2 converted, 1 converted in part" ] || fail "$format: $(cat out err)"
+    grep -q '^trk: raw/texts.trk: nothing starts a trial by "TRIALID"$' err || fail "$(cat err)"
+done
+"$python" "$here/read_back.py" "$trk" raw/deep/example.trk
+zcat tsv.gz/deep/example_samples.tsv.gz | cmp - tsv/deep/example_samples.tsv || fail "gzip"
+cmp tsv/deep/example_samples.tsv tsv/packed_samples.tsv || fail "plain and compressed differ"
+if command -v Rscript >/dev/null; then
+    Rscript "$here/read_back.R" || fail "R reads other texts"
+else
+    echo "Rscript is not there: not tried"
+fi
+
+# ---- Many recordings, one after the other run ----
+
+head -c 3000 packed.trk >raw/broken.trk
+echo nothing >raw/none.trk
+status=0
+"$trk" convert raw -o tsv "${trials[@]}" >out 2>err || status=$?
+[ $status = 3 ] && [ "$(last)" = "4 recordings: 2 failed, 2 there already" ] || fail "$(cat out err)"
+! compgen -G 'tsv/broken*' || fail "a file of what cannot be read"
+"$trk" convert raw/texts.trk -o tsv "${trials[@]}" >out && fail "the status of an earlier run"
+"$trk" convert raw/texts.trk -o tsv >out && "$trk" convert raw/texts.trk -o tsv >out
+grep -q 'there already$' out || fail "made again"
+sleep 0.01 && touch raw/texts.trk && "$trk" convert raw/texts.trk -o tsv >out && grep -q ': converted: ' out || fail "older"
+"$trk" convert raw/texts.trk -o tsv --missing NA >out && grep -q ': converted: ' out || fail "other options"
+cp raw/texts.trk raw/deep/texts.trk
+"$trk" convert raw/texts.trk raw/deep/texts.trk -o tsv >out 2>err && fail "two files for one name"
+grep -q 'would both become' err || fail "$(cat err)"
+# A run that is killed leaves whole files only, and the next one ends with the same bytes.
+for try in 1 2 3 4 5 6 7 8; do
+    "$trk" convert raw/deep -o killed --velocities --jobs 1 >/dev/null 2>&1 &
+    sleep 0.0$((try * 3))
+    kill -9 $! 2>/dev/null
+    wait $! 2>/dev/null || true
+    for file in $(find killed -name '*.json' 2>/dev/null); do
+        python3 -m json.tool "$file" >/dev/null || fail "half of $file"
+    done
+done
+"$trk" convert raw/deep -o killed --velocities >/dev/null
+"$trk" convert raw/deep -o whole --velocities >/dev/null
+find killed -name '*.part' -delete # of processes that could not remove them
+diff -r killed whole || fail "a killed run, gone on with, differs"
+(ulimit -f 100 && exec "$trk" convert raw/deep -o full >out 2>err) && fail "a full disk"
+grep -q 'example_.* cannot be written: File too large' err && ! compgen -G 'full/*example_samples*' || fail "$(cat err)"
+
+# ---- Columns, dump of several files ----
+
+"$trk" convert raw/deep/example.trk -o few --what samples,trials --columns 'time,gaze_?_left,trial_time' >out
+[ "$(ls few | tr '\n' ' ')" = "example.json example_samples.tsv example_trials.tsv " ] || fail "--what"
+[ "$(head -n 1 few/example_samples.tsv)" = $'time\tgaze_x_left\tgaze_y_left\ttrial_time' ] || fail "--columns"
+"$trk" dump --kind messages raw/deep/example.trk packed.trk | cut -f1 | sort | uniq -c | tr -s ' \n' ' ' >files
+[ "$(cat files)" = " 1 file 60 packed.trk 60 raw/deep/example.trk " ] || fail "files: $(cat files)"
+
+# ---- BIDS ----
+
+bids() { "$trk" convert -o study --format bids --task search "$@" >out 2>err; }
+screen=(--screen-size 53x30cm --screen-resolution 1920x1080 --screen-distance 600mm)
+bids raw/deep/example.trk --sub 01 --velocities || fail "$(cat out err)"
+grep -q -- '--screen-size' err || fail "no word on what is missing"
+bids packed.trk --sub 02 --ses a --run 1 "${screen[@]}" --start TRIALID --end 'TRIAL OK' || fail "$(cat out err)"
+python3 "$here/odd_texts.py" 500 >rates.trk
+bids raw/texts.trk rates.trk --sub 03 || fail "$(cat out err)"
+bids raw/broken.trk --sub 04 --salvage && fail "a damaged recording has a status"
+python3 "$here/bids_check.py" study 4 || fail "the data set"
+cp -a study before
+bids raw/deep/example.trk --sub 01 --velocities && diff -r before study || fail "a second run"
+bids raw/deep/example.trk --sub 01 "${screen[@]}" && fail "replaced what says something else"
+bids raw/deep/example.trk --sub 01 "${screen[@]}" --start TRIALID --end "TRIAL OK" --force && python3 "$here/bids_check.py" study 4 || fail "--force"
+for usage in "--sub x_1" "" "--sub 1 --screen-size 3x4cm" "--sub 1 --screen-size 3 --screen-resolution 1x1 --screen-distance 1m"; do
+    status=0
+    bids raw/deep/example.trk $usage || status=$?
+    [ $status = 2 ] && [ "$(wc -l <err)" = 1 ] || fail "usage '$usage': $(cat err)"
+done
