@@ -94,6 +94,10 @@ class BidsWriter {
     std::vector<std::string> write() {
         const fs::path folder = recordingFolder();
         fs::create_directories(folder);
+        if (trk_count_items(source_.handle, 0, trk_get_element_count(source_.handle), REC_SAMPLE) == 0) {
+            notes_.emplace_back("there are no samples, and so no physio files");
+            return notes_;
+        }
         int eyes = 0;
         for (const Block &block : source_.places.blocks()) {
             eyes |= block.start.eye;

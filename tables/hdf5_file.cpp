@@ -183,7 +183,10 @@ WholeFile openWhole(const std::string &path) {
 Hdf5File::Hdf5File(const std::string &path) : name_(path), file_(openWhole(path)), handle_(-1) {
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // errors are told by exceptions
     errno = 0;
-    handle_ = H5Fcreate(file_.path().c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
+    // Nobody else knows the file yet, and not every file system can lock.
+    const Id access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose, name_);
+    demand(H5Pset_file_locking(access, false, true), name_);
+    handle_ = H5Fcreate(file_.path().c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access);
     demand(static_cast<herr_t>(handle_ < 0 ? -1 : 0), name_);
 }
 

@@ -22,22 +22,29 @@ bool isRecordingName(const fs::path &path) {
     return extension == ".trk";
 }
 
-// Recordings in a folder and the folders in it, by name.
-std::vector<fs::path> recordingsIn(const fs::path &folder) {
-    std::vector<fs::path> found;
-    for (const fs::directory_entry &entry :
-         fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied |
-                                                      fs::directory_options::follow_directory_symlink)) {
-        if (isRecordingName(entry.path()) && !entry.is_directory()) {
-            found.push_back(entry.path());
+// Recordings in a folder and the folders in it, but not behind links to folders, which may lead in circles. False when
+// a folder cannot be read.
+bool findRecordings(const fs::path &folder, std::vector<fs::path> &found) {
+    std::error_code error;
+    bool isRead = true;
+    for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        std::error_code none;
+        if (entry->is_directory(none)) {
+            isRead = (entry->is_symlink(none) || findRecordings(entry->path(), found)) && isRead;
+        } else if (isRecordingName(entry->path())) {
+            found.push_back(entry->path());
         }
     }
-    std::ranges::sort(found);
-    return found;
+    if (error) {
+        std::fprintf(stderr, "trk: %s cannot be read: %s\n", tables::escaped(folder.string()).c_str(),
+                     error.message().c_str());
+    }
+    return isRead && !error;
 }
 
 // What lies in a folder keeps its place in it.
-std::vector<ConversionTask> tasksOf(const ConvertOptions &options) {
+std::vector<ConversionTask> tasksOf(const ConvertOptions &options, Status &status) {
     std::vector<ConversionTask> tasks;
     const fs::path target = options.folder;
     const auto add = [&](const fs::path &recording, const fs::path &place) {
@@ -48,8 +55,13 @@ std::vector<ConversionTask> tasksOf(const ConvertOptions &options) {
             add(input, fs::path(input).filename());
             continue;
         }
-        const std::vector<fs::path> found = recordingsIn(input);
+        std::vector<fs::path> found;
+        if (!findRecordings(input, found)) {
+            status = kFailed;
+        }
+        std::ranges::sort(found);
         if (found.empty()) {
+            status = std::max(status, kIncomplete);
             std::fprintf(stderr, "trk: %s holds no recording (*.trk)\n", tables::escaped(input).c_str());
         }
         for (const fs::path &recording : found) {
@@ -92,7 +104,8 @@ A sample has a column time_exact only in recordings of more than 1000 samples pe
 
 int convert(const ConvertOptions &options) {
     tables::TextDecoder(options.table.encoding); // throws now, and not for each recording
-    const std::vector<ConversionTask> tasks = tasksOf(options);
+    Status status = kSound;
+    const std::vector<ConversionTask> tasks = tasksOf(options, status);
     const bool isBids = options.format == "bids";
     if (isBids) {
         tables::checkLabels(options.bids);
@@ -105,7 +118,6 @@ int convert(const ConvertOptions &options) {
     }
     fs::create_directories(options.folder);
 
-    Status status = tasks.empty() ? kIncomplete : kSound;
     std::map<std::string, std::size_t> outcomes;
     runJobs(
         tasks.size(), options.jobs != 0 ? options.jobs : processorCount(),

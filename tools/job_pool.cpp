@@ -141,9 +141,10 @@ class Pool {
         while (::waitpid(running.process, &state, 0) < 0 && errno == EINTR) {
         }
         if (running.result.text.empty()) {
-            running.result = {kFailed, WIFSIGNALED(state)
-                                           ? std::string("its process was ended: ") + ::strsignal(WTERMSIG(state))
-                                           : std::string("its process ended without a word")};
+            const bool wasEnded = WIFSIGNALED(state);
+            running.result = {kFailed, std::string("failed: its process ") +
+                                           (wasEnded ? std::string("was ended: ") + ::strsignal(WTERMSIG(state))
+                                                     : std::string("ended without a word"))};
         }
         done_[running.number] = kWhole;
         progress_.hide();
