@@ -219,11 +219,7 @@ class BidsWriter {
             if (name.ends_with(eye.suffix)) {
                 name.resize(name.size() - eye.suffix.size());
             }
-            columns.push_back({id,
-                               {name, description.unit, description.description,
-                                description.type == TRK_TYPE_FLOAT    ? Type::Float
-                                : description.type == TRK_TYPE_DOUBLE ? Type::Double
-                                                                      : Type::Integer}});
+            columns.push_back({id, {name, description.unit, description.description, typeOf(description)}});
         }
         return columns;
     }
@@ -281,14 +277,7 @@ class BidsWriter {
     static void addSample(const SampleReader &reader, std::size_t row, const std::vector<OutputColumn> &columns,
                           std::span<Cell> cells) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            const double value = reader.value(i, row);
-            if (std::isnan(value)) {
-                continue;
-            }
-            const Type type = columns[i].column.type;
-            cells[i] = type == Type::Float    ? Cell(static_cast<float>(value))
-                       : type == Type::Double ? Cell(value)
-                                              : Cell(static_cast<int64_t>(value));
+            cells[i] = cellOf(reader.value(i, row), columns[i].column.type);
         }
     }
 

@@ -1,5 +1,7 @@
 #include "item_columns.h"
 
+#include "sample_reader.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -249,10 +251,7 @@ Cell sampleRate(const ItemRow &row, int) {
 ItemColumn librarysColumn(int id) {
     TRK_COLUMN_DESCRIPTION description;
     trk_describe_column(id, &description);
-    return {{description.name, description.unit, description.description,
-             description.type == TRK_TYPE_FLOAT ? Type::Float : Type::Integer},
-            ofSample,
-            id};
+    return {{description.name, description.unit, description.description, typeOf(description)}, ofSample, id};
 }
 
 void append(std::vector<ItemColumn> &to, std::initializer_list<ItemColumn> columns) {

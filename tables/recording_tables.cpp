@@ -1,7 +1,6 @@
 #include "recording_tables.h"
 
 #include <algorithm>
-#include <cmath>
 #include <numeric>
 
 namespace tables {
@@ -9,12 +8,6 @@ namespace tables {
 namespace {
 
 constexpr float kFastRate = 1000; // above it several samples share a millisecond
-
-Type typeOf(const TRK_COLUMN_DESCRIPTION &description) {
-    return description.type == TRK_TYPE_FLOAT    ? Type::Float
-           : description.type == TRK_TYPE_DOUBLE ? Type::Double
-                                                 : Type::Integer;
-}
 
 constexpr std::size_t kTrialColumn = 0; // behind those of the library
 constexpr std::size_t kTrialTimeColumn = 1;
@@ -97,12 +90,9 @@ void SampleTable::read(Rows &rows) {
                 continue;
             }
             const double value = reader_->value(part.place, row_);
-            if (std::isnan(value) || (value == 0 && ids_[part.place] == TRK_COLUMN_BLOCK)) {
-                continue;
+            if (value != 0 || ids_[part.place] != TRK_COLUMN_BLOCK) {
+                cell = cellOf(value, type);
             }
-            cell = type == Type::Float    ? Cell(static_cast<float>(value))
-                   : type == Type::Double ? Cell(value)
-                                          : Cell(static_cast<int64_t>(value));
         }
         ++row_;
     }

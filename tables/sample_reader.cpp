@@ -1,6 +1,7 @@
 #include "sample_reader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 namespace tables {
@@ -10,6 +11,21 @@ namespace {
 constexpr std::size_t kRowsAtOnce = 8192;
 
 } // namespace
+
+Type typeOf(const TRK_COLUMN_DESCRIPTION &description) {
+    return description.type == TRK_TYPE_FLOAT    ? Type::Float
+           : description.type == TRK_TYPE_DOUBLE ? Type::Double
+                                                 : Type::Integer;
+}
+
+Cell cellOf(double value, Type type) {
+    if (std::isnan(value)) {
+        return {};
+    }
+    return type == Type::Float    ? Cell(static_cast<float>(value))
+           : type == Type::Double ? Cell(value)
+                                  : Cell(static_cast<int64_t>(value));
+}
 
 SampleReader::SampleReader(_TRKFILE *handle, const std::vector<int> &ids, uint32_t first, uint32_t end)
     : handle_(handle), next_(first), end_(std::min(end, trk_get_element_count(handle))), columns_(ids.size()) {

@@ -1,6 +1,7 @@
 // Samples as columns of numbers.
 #pragma once
 
+#include "table.h"
 #include "trkapi/trkapi.h"
 
 #include <cstddef>
@@ -9,6 +10,12 @@
 #include <vector>
 
 namespace tables {
+
+// What cells of a column of the library hold.
+[[nodiscard]] Type typeOf(const TRK_COLUMN_DESCRIPTION &description);
+
+// The cell for a value that was read; NaN is missing.
+[[nodiscard]] Cell cellOf(double value, Type type);
 
 // Reads many samples at a time. What is missing is NaN.
 class SampleReader {

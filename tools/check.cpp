@@ -77,8 +77,7 @@ int check(const CheckOptions &options) {
         }
     }
     if (options.json) {
-        out.text(all.dump(2));
-        out.text("\n");
+        writeJson(out, all);
     }
     out.finish();
     return status;

@@ -159,9 +159,9 @@ class Conversion {
     }
 
     void copy(std::string_view name, const std::string &file, tables::Table &table, tables::TableWriter &writer) {
-        const uint64_t total =
+        const int64_t total =
             trk_count_items(recording_.handle(), 0, trk_get_element_count(recording_.handle()), REC_SAMPLE);
-        Watched watched(writer, progress_, total);
+        Watched watched(writer, progress_, static_cast<uint64_t>(total));
         const uint64_t rows = tables::copyRows(table, watched);
         rows_[std::string(name)] = {{"file", tables::utf8(fs::path(file).filename().string())},
                                     {"rows", rows},
@@ -218,8 +218,7 @@ class Conversion {
                          {"facts", factsJson(facts)}};
         description["facts"].erase("file"); // where it was is no fact of the recording
         tables::TextOutput out(task_.stem + ".json", {task_.recording});
-        out.text(description.dump(2));
-        out.text("\n");
+        writeJson(out, description);
         out.finish();
     }
 

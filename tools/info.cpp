@@ -311,8 +311,7 @@ int info(const InfoOptions &options) {
         }
     }
     if (options.json) {
-        out.text(all.dump(2));
-        out.text("\n");
+        writeJson(out, all);
     }
     out.finish();
     return status;

@@ -3,6 +3,7 @@
 
 #include "damage.h"
 #include "tables/encoding.h"
+#include "tables/text_output.h"
 
 #include <nlohmann/json.hpp>
 
@@ -17,6 +18,9 @@ using Json = nlohmann::ordered_json;
 [[nodiscard]] Json damagesJson(const DamageReport &report);
 [[nodiscard]] Json repairsJson(const DamageReport &report);
 [[nodiscard]] Json lossJson(const DamageReport &report);
+
+// Over several lines, with a line end behind.
+void writeJson(tables::TextOutput &out, const Json &json);
 
 // A recording that cannot be read.
 [[nodiscard]] Json failureJson(const std::string &path, const CannotRead &failure);
