@@ -153,9 +153,10 @@ class ExamplesFirst : public CLI::Formatter {
 
 // An option with its unit or kind of value and, in the text, its default.
 template <typename Value>
-void addSetting(CLI::App &command, const char *name, Value &value, const std::string &text, const char *unit) {
-    std::string otherwise = CLI::detail::to_string(value);
-    command.add_option(name, value, text + " (default: " + otherwise + ")")->option_text(unit);
+CLI::Option *addSetting(CLI::App &command, const char *name, Value &value, const std::string &text,
+                        const char *unit) {
+    const std::string otherwise = CLI::detail::to_string(value);
+    return command.add_option(name, value, text + " (default: " + otherwise + ")")->option_text(unit);
 }
 
 void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
@@ -185,7 +186,12 @@ void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
     addSetting(*command, "--dropout", session.dropout, "Samples lost outside of blinks in per cent, 0 to 20", "%");
     addSetting(*command, "--blinks", session.blinks, "Blinks a minute, 0 to 60", "N");
     addSetting(*command, "--drift", session.drift, "Drift in fixations in degrees per second, 0 to 5", "DEG/S");
-    addSetting(*command, "--seed", session.seed, "A whole number; another one makes another session", "N");
+    addSetting(*command, "--seed", session.seed, "A whole number; another one makes another session", "N")
+        ->check([](const std::string &seed) {
+            constexpr std::size_t kMostDigits = 19;
+            const bool isNumber = seed.find_first_not_of("0123456789") == std::string::npos;
+            return isNumber && seed.size() <= kMostDigits ? "" : seed + " is no whole number of up to 19 digits";
+        });
     command->add_flag("--compressed", options.compressed, "Write a compressed recording");
     command
         ->add_option("--damage", options.damages,

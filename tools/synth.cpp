@@ -65,8 +65,8 @@ void damage(const SynthOptions &options, int descriptor) {
     for (const std::string &name : options.damages) {
         const trkwriter::DamagedPlace place =
             trkwriter::damageFile(descriptor, trkwriter::damageNamed(name).value(), seed++);
-        std::fprintf(stderr, "trk: %s: %s at byte %llu of the file, %llu %s long\n", escaped(options.output).c_str(),
-                     name.c_str(), static_cast<unsigned long long>(place.offset),
+        std::fprintf(stderr, "trk: %s: %s at byte %llu of the file, %llu %s long\n",
+                     escaped(options.output).c_str(), name.c_str(), static_cast<unsigned long long>(place.offset),
                      static_cast<unsigned long long>(place.length), place.length == 1 ? "byte" : "bytes");
     }
 }
@@ -107,9 +107,9 @@ const char *const kSynthExamples =
   trk synth noisy.trk --minutes 5 --rate 500 --noise 0.2 --dropout 3 --truth truth.tsv)";
 
 const char *const kSynthHelp =
-    R"(The recording: trials with messages "TRIALID n" and "TRIAL OK" around them, inside "STIMULUS ON n", "VAR name
-value" and a button; samples of gaze, head-referenced and raw pupil positions, pupil size and camera data;
-fixations, saccades and blinks that say what the samples say. The same options write the same bytes everywhere;
+    R"(The recording: trials with messages "TRIALID n" and "TRIAL OK" around them, inside "STIMULUS ON n",
+"VAR name value" and a button; samples of gaze, head-referenced and raw pupil positions, pupil size and camera
+data; fixations, saccades and blinks that say what the samples say. The same options write the same bytes everywhere;
 movements, pupil and trials of a seed stay the same whatever noise, dropout and eyes are.
 Saccades take 21 ms and 2.2 ms for each degree, with the velocity of least jerk; degrees are seen from where 40
 pixels are one degree at the centre, (960, 540), of a display of 1920 x 1080 pixels. Around each blink stands a
@@ -119,8 +119,8 @@ saccade of the lids, as trackers write it; it is none of the true ones.
 "amplitude_deg", "peak_velocity" in degrees per second (samples smooth it: less is found in them). Empty where
 it does not apply. Rows come in the order in which events end.
 --noise: the root mean square of the angle between successive samples, white; storing gaze in steps of 0.1
-pixels adds 0.0014 degrees. --dropout: bursts inside of fixations, in turn samples that are lost, samples
-without the left eye, the right one, both.
+pixels adds 0.0014 degrees. --dropout: bursts inside of fixations, in turn samples that were never
+recorded, and samples without the left eye, the right one, both.
 --damage: bit (one is flipped; in a plain recording perhaps in a value, where nobody can tell), zero (64 to 512
 bytes are), hole (64 to 512 bytes are gone), cut (the rest is gone). Standard error tells where.)";
 

@@ -27,8 +27,8 @@ constexpr uint64_t kSmallestFile = 4096;
 
 void readAt(int descriptor, uint64_t offset, std::vector<char> &bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t count = ::pread(descriptor, bytes.data() + done, bytes.size() - done,
-                                      static_cast<off_t>(offset + done));
+        const ssize_t count =
+            ::pread(descriptor, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
         if (count > 0) {
             done += static_cast<std::size_t>(count);
         } else if (count == 0) {
@@ -41,8 +41,8 @@ void readAt(int descriptor, uint64_t offset, std::vector<char> &bytes) {
 
 void writeAt(int descriptor, uint64_t offset, const std::vector<char> &bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t count = ::pwrite(descriptor, bytes.data() + done, bytes.size() - done,
-                                       static_cast<off_t>(offset + done));
+        const ssize_t count =
+            ::pwrite(descriptor, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
         if (count >= 0) {
             done += static_cast<std::size_t>(count);
         } else if (errno != EINTR) {

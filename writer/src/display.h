@@ -1,5 +1,5 @@
-// The display of a session as the eye sees it. Points are pixels from its centre. Functions of angles are worked out
-// here with nothing but exactly defined operations, for the same bytes everywhere.
+// The display of a session as the eye sees it. Points are pixels from its centre. Functions of angles are worked
+// out here with nothing but exactly defined operations, for the same bytes everywhere.
 #pragma once
 
 #include "trkwriter/recorder.h"
@@ -11,7 +11,7 @@ namespace trkwriter::display {
 inline constexpr Point kCentre{960, 540};
 inline constexpr Point kReach{850, 450}; // how far from the centre gaze goes
 inline constexpr double kDegreesPerRadian = 57.295779513082323;
-inline constexpr double kPixelsPerDegree = 40.0;                             // at the centre
+inline constexpr double kPixelsPerDegree = 40.0;                          // at the centre
 inline constexpr double kDistance = kPixelsPerDegree * kDegreesPerRadian; // of the eye from the display, pixels
 inline constexpr double kHrefDistance = 15000.0;
 

@@ -76,10 +76,10 @@ void GazePlan::planDropout(Movement &fixation, double length) {
     for (double &owed : owed_) {
         owed += length * options_.dropout / 100;
     }
-    if (room < kShortestBurst || options_.dropout == 0) {
+    if (room < kBurstStep || options_.dropout == 0) {
         return;
     }
-    const double burst = onGrid(kShortestBurst + share * (room - kShortestBurst));
+    const double burst = std::floor(1 + share * (room / kBurstStep - 1)) * kBurstStep;
     const bool loses[4][2] = {{true, true}, {true, false}, {false, true}, {true, true}};
     const unsigned kind = bursts_ % 4;
     // A single eye takes every turn.
@@ -118,8 +118,7 @@ Movement GazePlan::saccade() {
     converge();
     movement.to = ownPoint(target);
     movement.amplitude = display::angleBetween(movement.from, movement.to);
-    movement.duration =
-        (21 + 2.2 * display::angleBetween(position_, target)) * (1 + random_.uniform(-0.05, 0.05));
+    movement.duration = (21 + 2.2 * display::angleBetween(position_, target)) * (1 + random_.uniform(-0.05, 0.05));
     time_ += std::ceil(movement.duration / grid_) * grid_;
     position_ = target;
     movement.end = time_ + lag_;
@@ -128,10 +127,8 @@ Movement GazePlan::saccade() {
 
 Movement GazePlan::blink() {
     nextBlink_ += kMinute / options_.blinks * random_.uniform(0.5, 1.5);
-    Movement movement{.kind = EyeEvent::Blink,
-                      .start = time_ + lag_,
-                      .from = ownPoint(position_),
-                      .to = ownPoint(position_)};
+    Movement movement{
+        .kind = EyeEvent::Blink, .start = time_ + lag_, .from = ownPoint(position_), .to = ownPoint(position_)};
     movement.lostFrom = movement.start + onGrid(random_.uniform(30, 50));
     movement.lostUntil = movement.lostFrom + onGrid(random_.uniform(80, 190));
     movement.end = movement.lostUntil + onGrid(random_.uniform(40, 70));

@@ -37,7 +37,7 @@ class GazePlan {
     Movement next();
 
   private:
-    static constexpr double kShortestBurst = 20; // ms
+    static constexpr double kBurstStep = 20; // ms; bursts of dropout are multiples of it
 
     [[nodiscard]] double onGrid(double ms) const;
     [[nodiscard]] Point ownPoint(const Point &point) const { return {point.x + shift_, point.y}; }

@@ -5,8 +5,8 @@
 
 namespace trkwriter {
 
-// SplitMix64: adds a constant to a counter and mixes the sum. Streams of one seed are independent of each other, so
-// that what draws from one changes nothing for the others.
+// SplitMix64: adds a constant to a counter and mixes the sum. Streams of one seed are independent of each other,
+// so that what draws from one changes nothing for the others.
 class Random {
   public:
     Random(uint64_t seed, uint64_t stream) : state_(mixed(mixed(seed) + stream)) {}
@@ -20,8 +20,7 @@ class Random {
     // Bell-shaped, of mean 0 and standard deviation 1: the sum of four uniform numbers, never beyond 3.5.
     double bell() {
         const uint64_t word = bits();
-        const uint64_t sum =
-            (word & 0xFFFFU) + (word >> 16U & 0xFFFFU) + (word >> 32U & 0xFFFFU) + (word >> 48U);
+        const uint64_t sum = (word & 0xFFFFU) + (word >> 16U & 0xFFFFU) + (word >> 32U & 0xFFFFU) + (word >> 48U);
         constexpr double kMean = 2.0 * 0xFFFF;
         constexpr double kDeviation = 65536.0 / 1.7320508075688772;
         return (static_cast<double>(sum) - kMean) / kDeviation;

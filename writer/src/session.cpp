@@ -21,7 +21,7 @@ constexpr double kTimeGrid = 4; // blocks and trials begin on samples at every r
 constexpr double kUsualTrial = 10000;
 constexpr double kShortestTrial = 1000;
 constexpr double kMinute = 60000;
-constexpr int kPupilLost = 0x2000; // status word
+constexpr double kShortestSession = 0.02; // minutes
 
 double onTimeGrid(double time) { return std::floor(time / kTimeGrid) * kTimeGrid; }
 
@@ -48,13 +48,13 @@ void requireRange(const char *what, double value, double lowest, double largest,
 // ---- The plan of a session ----
 
 struct Trial {
-    int number; // from 1
-    double begin; // message "TRIALID n"
+    int number;            // from 1
+    double begin;          // message "TRIALID n"
     double recordingStart; // of a trial that begins a recording block
     double stimulus;
     double response;
     double recordingEnd; // of one that ends a block
-    double finish; // message "TRIAL OK"
+    double finish;       // message "TRIAL OK"
     int setSize;
 
     [[nodiscard]] double sync() const { return recordingStart + 12; }
@@ -63,7 +63,7 @@ struct Trial {
 class Plan {
   public:
     explicit Plan(const SessionOptions &options) : seed_(options.seed) {
-        requireRange("the duration", options.minutes, kShortestTrial / kMinute, 10000, "minutes");
+        requireRange("the duration", options.minutes, kShortestSession, 10000, "minutes");
         constexpr std::array kRates{250.0, 500.0, 1000.0, 2000.0};
         if (std::ranges::find(kRates, options.rate) == kRates.end()) {
             throw SessionError("the rate is " + numberText(options.rate) +
@@ -85,7 +85,8 @@ class Plan {
         }
         blocks_ = options.blocks.value_or(trials_);
         if (blocks_ < 1 || blocks_ > trials_) {
-            throw SessionError(std::to_string(blocks_) + " recording blocks are not from 1 to the number of trials, " +
+            throw SessionError(std::to_string(blocks_) +
+                               " recording blocks are not from 1 to the number of trials, " +
                                std::to_string(trials_));
         }
         length_ = onTimeGrid(duration / trials_);
@@ -137,8 +138,8 @@ Extension cameraDataOf(const SimulatedEye &eye) {
 
 class Session {
   public:
-    Session(Recorder &recorder, const SessionOptions &options, const SessionListener &listener)
-        : recorder_(recorder), options_(options), listener_(listener), plan_(options_) {
+    Session(Recorder &recorder, const SessionOptions &options, SessionListener listener)
+        : recorder_(recorder), options_(options), listener_(std::move(listener)), plan_(options_) {
         const double grid = std::max(1.0, 1000 / options.rate);
         for (const Eyes eye : {LeftEye, RightEye}) {
             if ((options.eyes & eye) != 0) {
@@ -168,7 +169,7 @@ class Session {
     };
 
     // What is neither sample nor eye event of a trial inside of its block, in the order of times.
-    [[nodiscard]] std::vector<Note> notesOf(const Trial &trial, bool isFirst, bool isLast) const {
+    [[nodiscard]] static std::vector<Note> notesOf(const Trial &trial, bool isFirst, bool isLast) {
         using enum Note::Kind;
         constexpr double kInputLength = 50;
         constexpr double kButtonLength = 120;

@@ -30,9 +30,8 @@ double closure(const Movement &movement, double time) {
     if (movement.kind != EyeEvent::Blink) {
         return 0;
     }
-    const double share = time < movement.lostFrom
-                             ? (time - movement.start) / (movement.lostFrom - movement.start)
-                             : (movement.end - time) / (movement.end - movement.lostUntil);
+    const double share = time < movement.lostFrom ? (time - movement.start) / (movement.lostFrom - movement.start)
+                                                  : (movement.end - time) / (movement.end - movement.lostUntil);
     const double s = std::clamp(share, 0.0, 1.0);
     return s * s * (3 - 2 * s);
 }
@@ -50,8 +49,8 @@ Point truePositionAt(const Movement &movement, double time) {
 
 // Slow waves of about 5 and 17 seconds.
 double pupilSizeAt(double time, double rhythm) {
-    return kMeanPupilSize * (1 + 0.06 * display::sine(time / 5100 + rhythm) +
-                             0.04 * display::sine(time / 17300 + 3 * rhythm));
+    return kMeanPupilSize *
+           (1 + 0.06 * display::sine(time / 5100 + rhythm) + 0.04 * display::sine(time / 17300 + 3 * rhythm));
 }
 
 } // namespace
@@ -135,6 +134,7 @@ void SimulatedEye::writeEvents(double time) {
 void SimulatedEye::measured(const Point &resolution) {
     velocity_.add(isSeen_ ? position_ : Point{}, resolution, movement_.kind != EyeEvent::Fixation);
     if (!isSeen_) {
+        sums_.isLost = true;
         return;
     }
     if (sums_.count == 0) {
@@ -189,8 +189,8 @@ void SimulatedEye::tellTruth(const TrueEvent &event) const {
 }
 
 void SimulatedEye::writeEnds(double time) {
-    const auto waiting = std::ranges::find_if_not(
-        ends_, [time](const End &end) { return end.time + kParserDelay <= time; });
+    const auto waiting =
+        std::ranges::find_if_not(ends_, [time](const End &end) { return end.time + kParserDelay <= time; });
     for (auto end = ends_.begin(); end != waiting; ++end) {
         recorder_.endEvent(end->kind, which_, end->time, summaryOf(*end));
     }
@@ -208,14 +208,14 @@ EyeSummary SimulatedEye::summaryOf(const End &end) const {
                                  .resolution = sums.firstResolution},
                        .end = {.gaze = display::gazeAt(sums.last),
                                .href = display::hrefAt(sums.last),
-                               .resolution = sums.lastResolution}};
+                               .resolution = sums.lastResolution},
+                       .status = sums.isLost ? kPupilLost : 0};
     if (end.kind == EyeEvent::Fixation) {
         const Point mean{sums.x / sums.count, sums.y / sums.count};
         summary.start.pupilSize = sums.firstPupil;
         summary.end.pupilSize = sums.lastPupil;
-        summary.average = {.gaze = display::gazeAt(mean),
-                           .href = display::hrefAt(mean),
-                           .pupilSize = sums.pupil / sums.count};
+        summary.average = {
+            .gaze = display::gazeAt(mean), .href = display::hrefAt(mean), .pupilSize = sums.pupil / sums.count};
     } else {
         summary.average = {.velocity = velocity_.mean()};
         summary.peakVelocity = velocity_.peak();

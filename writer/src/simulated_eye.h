@@ -11,6 +11,9 @@
 
 namespace trkwriter {
 
+// Of samples and events: the eye was not seen.
+inline constexpr int kPupilLost = 0x2000;
+
 class SimulatedEye {
   public:
     SimulatedEye(Recorder &recorder, const SessionOptions &options, const SessionListener &listener, Eyes which,
@@ -35,13 +38,14 @@ class SimulatedEye {
     [[nodiscard]] EyeSample sample() const;
 
   private:
-    // What a fixation or the bows of a saccade hold, of samples in which the eye was seen.
+    // What the samples of a movement hold in which the eye was seen.
     struct Sums {
         Point first{}, last{}, firstResolution{}, lastResolution{}; // as measured
         Point trueFirst{}, trueLast{};
         double x = 0, y = 0, pupil = 0, trueX = 0, trueY = 0, truePupil = 0;
         double firstPupil = 0, lastPupil = 0;
         int count = 0;
+        bool isLost = false; // the eye was not seen in all of them
     };
     struct End {
         EyeEvent kind;
@@ -67,7 +71,7 @@ class SimulatedEye {
     double blockStart_ = 0;
     double blockEnd_ = 0;
     // At the sample at hand.
-    bool isNew_ = false;   // it is the first one of the movement
+    bool isNew_ = false; // it is the first one of the movement
     bool isSeen_ = true;
     Point truePosition_{};
     Point position_{};

@@ -11,19 +11,12 @@
 
 namespace trkwriter {
 
-// Takes the samples of one eye in turn. The velocity at a sample is known when those behind it are there: two groups
-// of samples on either side are compared, the nearer one on the right `near` samples away.
+// Takes the samples of one eye in turn. The velocity at a sample is known when those behind it are there: two
+// groups of samples on either side are compared, the nearer one on the right `near` samples away.
 class VelocityMeter {
   public:
     explicit VelocityMeter(double rate)
-        : near_(rate < 1000 ? 1 : rate < 2000 ? 2 : 4), group_(rate < 500    ? 1
-                                                               : rate < 1000 ? 2
-                                                               : rate < 2000 ? 4
-                                                                             : 8),
-          scale_(rate < 500    ? 1.0
-                 : rate < 1000 ? 1.2
-                 : rate < 2000 ? 1.0909091
-                               : 1.0434783) {}
+        : band_(*std::ranges::find_if(kBands, [rate](const Band &band) { return rate <= band.rate; })) {}
 
     // Forgets the saccade before.
     void startSaccade() {
@@ -50,10 +43,23 @@ class VelocityMeter {
         bool inSaccade = false;
     };
 
-    [[nodiscard]] int halfSpan() const { return near_ + 2 * group_ - 1; }
+    struct Band {
+        double rate; // samples per second
+        int near;
+        int group;
+        double scale;
+    };
+    static constexpr std::array kBands{
+        Band{250, 1, 1, 1.0},
+        Band{500, 1, 2, 1.2},
+        Band{1000, 2, 4, 1.0909091},
+        Band{2000, 4, 8, 1.0434783},
+    };
+
+    [[nodiscard]] int halfSpan() const { return band_.near + 2 * band_.group - 1; }
     // The sample so many places behind the one in the middle.
     [[nodiscard]] const Entry &at(int distance) const {
-        const auto back = static_cast<uint64_t>(halfSpan() - distance + 1);
+        const auto back = static_cast<uint64_t>(halfSpan() + 1) - static_cast<uint64_t>(distance);
         return samples_[(newest_ - back) % samples_.size()];
     }
 
@@ -62,12 +68,12 @@ class VelocityMeter {
         for (int side = -1; side <= 1; side += 2) {
             for (int distance = 1; distance <= halfSpan(); ++distance) {
                 const Point &gaze = at(side * distance).gaze;
-                const int weight = distance < near_ ? 0 : side; // between the groups it must be known only
+                const int weight = distance < band_.near ? 0 : side; // between the groups it must be known only
                 difference = {difference.x + weight * gaze.x, difference.y + weight * gaze.y};
             }
         }
         const Entry &middle = at(0);
-        const double perUnit = 250 * 0.167 * scale_ / group_;
+        const double perUnit = 250 * 0.167 * band_.scale / band_.group;
         const double x = difference.x * perUnit / middle.resolution.x;
         const double y = difference.y * perUnit / middle.resolution.y;
         const double velocity = std::sqrt(x * x + y * y);
@@ -78,9 +84,7 @@ class VelocityMeter {
         }
     }
 
-    int near_;
-    int group_;
-    double scale_;
+    Band band_;
     std::array<Entry, 64> samples_{};
     uint64_t newest_ = samples_.size();
     double sum_ = 0;

@@ -24,8 +24,9 @@ struct DamagedPlace {
 };
 
 // Damages the regular file behind a descriptor, open for reading and writing, which stays the caller's; where it
-// stands is left undefined. The place depends on the seed alone, for a file of the same size: it lies in the middle
-// of the file, behind the head. Throws Error when the file is too short (4096 bytes) or cannot be read or written.
+// stands is left undefined. The place depends on the seed alone, for a file of the same size: it lies in the
+// middle of the file, behind the head. Throws Error when the file is too short (4096 bytes) or cannot be read or
+// written.
 DamagedPlace damageFile(int descriptor, Damage damage, uint64_t seed);
 
 } // namespace trkwriter
