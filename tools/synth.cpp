@@ -109,8 +109,8 @@ const char *const kSynthExamples =
 const char *const kSynthHelp =
     R"(The recording: trials with messages "TRIALID n" and "TRIAL OK" around them, inside "STIMULUS ON n",
 "VAR name value" and a button; samples of gaze, head-referenced and raw pupil positions, pupil size and camera
-data; fixations, saccades and blinks that say what the samples say. The same options write the same bytes everywhere;
-movements, pupil and trials of a seed stay the same whatever noise, dropout and eyes are.
+data; fixations, saccades and blinks that say what the samples say. The same options write the same bytes
+everywhere; movements, pupil and trials of a seed stay the same whatever noise, dropout and eyes are.
 Saccades take 21 ms and 2.2 ms for each degree, with the velocity of least jerk; degrees are seen from where 40
 pixels are one degree at the centre, (960, 540), of a display of 1920 x 1080 pixels. Around each blink stands a
 saccade of the lids, as trackers write it; it is none of the true ones.
