@@ -198,7 +198,9 @@ void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
                      "Damage the recording: bit, zero, hole, cut; repeatable or separated by commas")
         ->delimiter(',')
         ->allow_extra_args(false)
-        ->check(CLI::IsMember({"bit", "zero", "hole", "cut"}).description(""))
+        ->check([](const std::string &name) {
+            return trkwriter::damageNamed(name) ? "" : name + " is neither bit nor zero, hole or cut";
+        })
         ->option_text("KIND");
     command->add_option("--truth", options.truth, "Write the true fixations, saccades and blinks as a table")
         ->option_text("FILE");

@@ -76,8 +76,6 @@ std::optional<Damage> damageNamed(std::string_view name) {
     return found == kNames.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::string_view nameOf(Damage damage) { return kNames.at(static_cast<std::size_t>(damage)).first; }
-
 DamagedPlace damageFile(int descriptor, Damage damage, uint64_t seed) {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0) {

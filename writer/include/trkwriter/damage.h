@@ -16,7 +16,6 @@ enum class Damage {
 
 // "bit", "zero", "hole" and "cut"; nothing for all others.
 std::optional<Damage> damageNamed(std::string_view name);
-std::string_view nameOf(Damage damage);
 
 struct DamagedPlace {
     uint64_t offset = 0; // in the file, bytes
