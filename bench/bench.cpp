@@ -4,9 +4,9 @@
 #include "api/open_errors.h"
 #include "api/open_recording.h"
 #include "base/log.h"
-#include "experiment.h"
 #include "plain_velocity.h"
 #include "support/files.h"
+#include "support/scenarios.h"
 #include "trkapi/trkapi.h"
 
 #include <benchmark/benchmark.h>
@@ -28,7 +28,7 @@ constexpr int kBatch = 512;
 struct Recording {
     Recording(uint32_t durationMs, int rate, bool compressed) {
         bytes =
-            trk_example::experiment({.durationMs = durationMs, .sampleRate = rate, .compressed = compressed}).file;
+            trk_test::experiment({.durationMs = durationMs, .sampleRate = rate, .compressed = compressed}).file;
         body = std::string_view(bytes).substr(bytes.find("ENDP:\n") + 6);
         path = directory.save("recording.trk", bytes);
     }

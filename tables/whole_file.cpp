@@ -85,7 +85,7 @@ WholeFile::WholeFile(const std::string &path) : path_(path) {
     static std::atomic<unsigned> count;
     do {
         temporary_ = path_ + "." + std::to_string(::getpid()) + "-" + std::to_string(++count) + ".part";
-        descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
+        descriptor_ = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
     } while (descriptor_ < 0 && errno == EEXIST);
     if (descriptor_ < 0) {
         fail();

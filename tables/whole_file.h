@@ -15,6 +15,7 @@ class WholeFile {
     WholeFile(const WholeFile &) = delete;
     WholeFile &operator=(const WholeFile &) = delete;
 
+    // Open for writing, and of a regular file for reading.
     [[nodiscard]] int descriptor() const { return descriptor_; }
 
     // Where it is until then.

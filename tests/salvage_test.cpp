@@ -1,6 +1,7 @@
 // Salvage: what is delivered of recordings that were damaged at random, and that nothing is invented.
 #include "support/scenarios.h"
 #include "support/walk.h"
+#include "trkwriter/session.h"
 
 #include <algorithm>
 #include <array>
@@ -241,7 +242,7 @@ TEST_F(Salvage, ResumesCompressedData) {
     const TemporaryDirectory directory;
     const std::string path = directory.path("a.trk");
     trkwriter::Recorder recorder(path, {.compressed = true, .flushEvery = 20000});
-    writeExperiment(recorder, {.durationMs = 40000, .sampleRate = 500});
+    trkwriter::writeSession(recorder, {.minutes = 2.0 / 3, .rate = 500});
     recorder.finish();
     const auto whole = itemsOf(path, TRK_OPEN_NO_CHECK);
     std::ifstream file(path, std::ios::binary);

@@ -4,6 +4,7 @@
 #include "dump.h"
 #include "info.h"
 #include "status.h"
+#include "synth.h"
 #include "trials.h"
 
 #include <CLI/CLI.hpp>
@@ -22,6 +23,7 @@
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -312,6 +314,73 @@ void addConvert(CLI::App &app, tool::ConvertOptions &options, std::vector<std::s
     });
 }
 
+// An option with its unit or kind of value and, in the text, its default.
+template <typename Value>
+CLI::Option *addSetting(CLI::App &command, const char *name, Value &value, const std::string &text,
+                        const char *unit) {
+    const std::string otherwise = CLI::detail::to_string(value);
+    return command.add_option(name, value, text + " (default: " + otherwise + ")")->option_text(unit);
+}
+
+void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
+    static const std::map<std::string, trkwriter::Eyes> kEyes{
+        {"left", trkwriter::LeftEye}, {"right", trkwriter::RightEye}, {"both", trkwriter::BothEyes}};
+    CLI::App *const command = addCommand(app, "synth", "Make up a recording whose truth is known",
+                                         "synth practice.trk\n"
+                                         "synth noisy.trk --minutes 5 --rate 500 --noise 0.2 --truth truth.tsv",
+                                         tool::kSynthHelp);
+    command->add_option("OUT", options.output, "Recording to write: there whole in the end, or as it was")
+        ->required();
+    trkwriter::SessionOptions &session = options.session;
+    addSetting(*command, "--minutes", session.minutes, "Minutes from the first message to the last", "MIN");
+    addSetting(*command, "--rate", session.rate, "Samples per second: 250, 500, 1000 or 2000", "HZ");
+    command
+        ->add_option_function<std::string>(
+            "--eyes", [&session](const std::string &eyes) { session.eyes = kEyes.at(eyes); },
+            "Recorded eyes: left, right or both (default: both)")
+        ->check(CLI::IsMember(kEyes).description(""))
+        ->option_text("EYES");
+    command->add_option("--trials", session.trials, "Number of trials (default: one for every 10 seconds)")
+        ->option_text("N");
+    command
+        ->add_option("--blocks", session.blocks,
+                     "Number of recording blocks, which share out the trials (default: one a trial)")
+        ->option_text("N");
+    addSetting(*command, "--noise", session.noise, "Noise, RMS from sample to sample in degrees", "DEG");
+    addSetting(*command, "--dropout", session.dropout, "Samples lost outside of blinks in per cent, 0 to 20", "%");
+    addSetting(*command, "--blinks", session.blinks, "Blinks a minute, 0 to 60", "N");
+    addSetting(*command, "--drift", session.drift, "Drift in fixations in degrees per second, 0 to 5", "DEG/S");
+    addSetting(*command, "--seed", session.seed, "A whole number; another one makes another session", "N")
+        ->check([](const std::string &seed) {
+            constexpr std::size_t kMostDigits = 19;
+            const bool isNumber = seed.find_first_not_of("0123456789") == std::string::npos;
+            return isNumber && seed.size() <= kMostDigits ? "" : seed + " is no whole number of up to 19 digits";
+        });
+    command->add_flag("--compressed", options.compressed, "Write a compressed recording");
+    command
+        ->add_option("--damage", options.damages,
+                     "Damage the recording: bit, zero, hole, cut; repeatable or separated by commas")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check([](const std::string &name) {
+            return trkwriter::damageNamed(name) ? "" : name + " is neither bit nor zero, hole or cut";
+        })
+        ->option_text("KIND");
+    command->add_option("--truth", options.truth, "Write the true fixations, saccades and blinks as a table")
+        ->option_text("FILE");
+    command
+        ->add_option("--log", options.log,
+                     "Write the external message log of the session, which dump --log-file merges")
+        ->option_text("FILE");
+    command->callback([&] {
+        try {
+            status = tool::synth(options);
+        } catch (const trkwriter::SessionError &error) {
+            throw CLI::ValidationError(error.what());
+        }
+    });
+}
+
 int fail(const std::string &reason, tool::Status status) {
     std::fprintf(stderr, "trk: %s\n", reason.c_str());
     return status;
@@ -334,6 +403,7 @@ int run(int argc, char **argv, int &status) {
     tool::TrialsOptions trialsOptions;
     tool::DumpOptions dumpOptions;
     tool::ConvertOptions convertOptions;
+    tool::SynthOptions synthOptions;
     std::vector<std::string> kinds;
     std::vector<std::string> what;
     ScreenTexts screen;
@@ -347,6 +417,7 @@ int run(int argc, char **argv, int &status) {
     addTrials(app, trialsOptions, status);
     addDump(app, dumpOptions, kinds, status);
     addConvert(app, convertOptions, what, screen, status);
+    addSynth(app, synthOptions, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

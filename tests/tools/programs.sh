@@ -1,7 +1,7 @@
 #!/bin/bash
-# Runs the programs as a user does: programs.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH QUALITY
+# Runs the programs as a user does: programs.sh TRK SCRATCH QUALITY
 set -euo pipefail
-trk=$1 make_example=$2 scratch=$3 quality=$4
+trk=$1 scratch=$2 quality=$3
 header_file=$(cd "$(dirname "$0")/../../include/trkapi" && pwd)/trkapi.h
 rm -rf "$scratch"
 mkdir -p "$scratch"
@@ -26,7 +26,7 @@ cells() {
 has() { grep -qE -- "$2" "$1" || fail "$1 lacks '$2': $(cat "$1")"; }
 hex() { printf "$(tr -d ' \n' <<<"$1" | sed 's/../\\x&/g')"; }
 
-mkdir big && "$make_example" big/plain.trk >/dev/null
+mkdir big && "$trk" synth big/plain.trk
 big=big/plain.trk
 
 # ---- A recording by hand: left eye, 1000 samples/s, gaze divisor 10, lost samples at 1003 and 1004 ----
@@ -265,8 +265,8 @@ ln -s nowhere/else astray.txt && refuses 3 'astray.txt cannot be written' "$trk"
 
 # ---- The example recording ----
 
-"$make_example" plain.trk
-"$make_example" compressed.trk --compressed
+"$trk" synth plain.trk --log xq_messages.log
+"$trk" synth compressed.trk --compressed
 for file in plain compressed; do
     "$trk" dump $file.trk >$file.txt
     "$trk" info $file.trk >$file.info

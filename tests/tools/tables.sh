@@ -1,7 +1,7 @@
 #!/bin/bash
-# What trk convert writes, read back with other means: tables.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH
+# What trk convert writes, read back with other means: tables.sh TRK SCRATCH
 set -euo pipefail
-trk=$1 make_example=$2 scratch=$3
+trk=$1 scratch=$2
 here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$scratch"
 mkdir -p "$scratch"
@@ -20,9 +20,9 @@ last() { tail -n 1 out; }
 
 mkdir -p raw/deep
 python3 "$here/odd_texts.py" >raw/texts.trk
-"$make_example" raw/deep/example.trk >/dev/null
-"$make_example" packed.trk --compressed >/dev/null
-trials=(--start TRIALID --end 'TRIAL OK' --variable 'TRIAL_VAR (\w+) (.*)')
+"$trk" synth raw/deep/example.trk
+"$trk" synth packed.trk --compressed
+trials=(--start TRIALID --end 'TRIAL OK' --variable 'VAR (\w+) (.*)')
 
 # ---- Formats ----
 
@@ -79,7 +79,7 @@ grep -q 'example_.* cannot be written: File too large' err && ! compgen -G 'full
 [ "$(ls few | tr '\n' ' ')" = "example.json example_samples.tsv example_trials.tsv " ] || fail "--what"
 [ "$(head -n 1 few/example_samples.tsv)" = $'time\tgaze_x_left\tgaze_y_left\ttrial_time' ] || fail "--columns"
 "$trk" dump --kind messages raw/deep/example.trk packed.trk | cut -f1 | sort | uniq -c | tr -s ' \n' ' ' >files
-[ "$(cat files)" = " 1 file 60 packed.trk 60 raw/deep/example.trk " ] || fail "files: $(cat files)"
+[ "$(cat files)" = " 1 file 84 packed.trk 84 raw/deep/example.trk " ] || fail "files: $(cat files)"
 
 # ---- BIDS ----
 

@@ -20,6 +20,21 @@ std::filesystem::path temporaryBeside(std::filesystem::path path) {
     return path += "." + std::to_string(getpid()) + "-" + std::to_string(++count) + ".part";
 }
 
+[[noreturn]] void fail(const std::string &name) { // for the reason that errno names
+    throw Error(name + ": cannot be written: " + std::generic_category().message(errno));
+}
+
+void writeTo(int descriptor, const std::string &name, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            fail(name);
+        }
+    }
+}
+
 } // namespace
 
 FileOutput::FileOutput(const std::filesystem::path &path) : path_(path) {
@@ -36,7 +51,7 @@ FileOutput::FileOutput(const std::filesystem::path &path) : path_(path) {
         }
     } while (descriptor_ < 0 && errno == EEXIST);
     if (descriptor_ < 0) {
-        fail();
+        fail(path.string());
     }
 }
 
@@ -49,27 +64,16 @@ FileOutput::~FileOutput() {
     }
 }
 
-void FileOutput::write(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            fail();
-        }
-    }
-}
+void FileOutput::write(std::string_view bytes) { writeTo(descriptor_, path_.string(), bytes); }
 
 void FileOutput::finish() {
     if (::close(std::exchange(descriptor_, -1)) != 0 || ::rename(temporary_.c_str(), path_.c_str()) != 0) {
-        fail();
+        fail(path_.string());
     }
     temporary_.clear();
 }
 
-void FileOutput::fail() const {
-    throw Error(path_.string() + ": cannot be written: " + std::generic_category().message(errno));
-}
+void DescriptorOutput::write(std::string_view bytes) { writeTo(descriptor_, name_, bytes); }
 
 Deflater::Deflater(Output &output, int level) : output_(output) {
     if (deflateInit(&stream_, level) != Z_OK) {

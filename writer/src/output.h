@@ -1,10 +1,11 @@
-// Where the bytes of a recording go. Nothing of them is to be seen before finish().
+// Where the bytes of a recording go.
 #pragma once
 
 #include "trkwriter/raw.h"
 
 #include <cstddef>
 #include <filesystem>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <zlib.h>
@@ -19,7 +20,7 @@ class Output {
     virtual void finish() = 0;
 };
 
-// A temporary file beside the one that is named, until it takes its place or is given up.
+// A temporary file beside the one that is named, until it takes its place in finish() or is given up.
 class FileOutput final : public Output {
   public:
     explicit FileOutput(const std::filesystem::path &path);
@@ -30,11 +31,21 @@ class FileOutput final : public Output {
     void finish() override;
 
   private:
-    [[noreturn]] void fail() const; // for the reason that errno names
-
     std::filesystem::path path_;
     std::filesystem::path temporary_; // empty: there is none (any more)
     int descriptor_ = -1;
+};
+
+// A file that somebody else has opened, and will close.
+class DescriptorOutput final : public Output {
+  public:
+    DescriptorOutput(int descriptor, std::string name) : name_(std::move(name)), descriptor_(descriptor) {}
+    void write(std::string_view bytes) override;
+    void finish() override {}
+
+  private:
+    std::string name_;
+    int descriptor_;
 };
 
 class MemoryOutput final : public Output {

@@ -523,6 +523,12 @@ Recorder Recorder::toMemory(raw::Bytes &target, const Options &options) {
     return Recorder(std::move(impl));
 }
 
+Recorder Recorder::toDescriptor(int descriptor, std::string name, const Options &options) {
+    auto impl = std::make_unique<Impl>(name, options);
+    impl->open(std::make_unique<DescriptorOutput>(descriptor, std::move(name)));
+    return Recorder(std::move(impl));
+}
+
 Recorder::~Recorder() = default;
 Recorder::Recorder(Recorder &&other) noexcept = default;
 Recorder &Recorder::operator=(Recorder &&other) noexcept = default;

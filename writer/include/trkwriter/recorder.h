@@ -163,6 +163,10 @@ class Recorder {
     explicit Recorder(const std::filesystem::path &path, const Options &options = {});
     // Writes into memory: `target`, which must live as long as the recorder, receives the file in finish().
     static Recorder toMemory(raw::Bytes &target, const Options &options = {});
+    // Writes to an open file, from where it stands. The descriptor stays the caller's, and must be open until
+    // finish() or the end of the recorder; what is not finished is there in part. `name` is for the texts of
+    // errors.
+    static Recorder toDescriptor(int descriptor, std::string name, const Options &options = {});
     // Removes the temporary file of a recording that is not finished.
     ~Recorder();
     Recorder(Recorder &&other) noexcept;
