@@ -49,6 +49,7 @@ END
     esac
 }
 
+there scdoc || echo "no scdoc here, and so no pages" >&2
 . "$completion/trk.bash"
 shells=bash
 for shell in zsh fish; do
