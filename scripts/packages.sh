@@ -3,10 +3,10 @@
 # without a question. Does not touch apt when nothing is missing.
 . scripts/steps.sh
 
-build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev libhdf5-dev)
+build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev libhdf5-dev scdoc)
 sanitizer_packages=(clang libclang-rt-14-dev)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
-    python3-pandas python3-h5py r-base-core)
+    python3-pandas python3-h5py r-base-core zsh fish)
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)
 
 need_packages() {

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <numbers>
-#include <numeric>
 
 namespace tables {
 
@@ -476,10 +475,9 @@ std::vector<ItemColumn> chooseColumns(const ColumnChoice &choice) {
         columns.all.resize(columns.byDefault);
         return columns.all;
     }
-    std::vector<std::size_t> byDefault(columns.byDefault);
-    std::iota(byDefault.begin(), byDefault.end(), std::size_t{0});
     std::vector<ItemColumn> chosen;
-    for (const std::size_t place : selectColumns(columns.descriptions(), byDefault, choice.text)) {
+    for (const std::size_t place :
+         selectColumns(columns.descriptions(), firstPlaces(columns.byDefault), choice.text)) {
         chosen.push_back(columns.all[place]);
     }
     return chosen;

@@ -40,6 +40,12 @@ std::string_view typeName(Type type) {
     return kNames[static_cast<std::size_t>(type)];
 }
 
+std::vector<std::size_t> firstPlaces(std::size_t count) {
+    std::vector<std::size_t> places(count);
+    std::iota(places.begin(), places.end(), std::size_t{0});
+    return places;
+}
+
 std::vector<std::size_t> selectColumns(std::span<const Column> all, std::span<const std::size_t> byDefault,
                                        std::string_view text) {
     std::vector<std::size_t> chosen;
@@ -73,8 +79,7 @@ std::vector<std::size_t> selectColumns(std::span<const Column> all, std::span<co
 }
 
 ChosenColumns::ChosenColumns(Table &table, std::string_view text)
-    : table_(table), all_(table.columns().size()), places_(table.columns().size()) {
-    std::iota(places_.begin(), places_.end(), std::size_t{0});
+    : table_(table), all_(table.columns().size()), places_(firstPlaces(table.columns().size())) {
     if (!text.empty()) {
         places_ = selectColumns(table.columns(), std::vector(places_), text);
     }

@@ -225,6 +225,8 @@ std::vector<Cell> figureCells(const TrialFigures &figures) {
 
 } // namespace
 
+void checkVariable(const std::string &variable) { static_cast<void>(patternOf(variable)); }
+
 TrialTable::TrialTable(Source &source, const std::string &variable) {
     const std::optional<std::regex> pattern = patternOf(variable);
     const Figures figures(source, pattern);
@@ -261,6 +263,13 @@ TrialTable::TrialTable(Source &source, const std::string &variable) {
         row.insert(row.end(), cells.begin(), cells.end());
         list_.push_back(std::move(row));
     }
+}
+
+std::vector<Column> TrialTable::fixedColumns() {
+    std::vector<Column> columns = leadingColumns();
+    const std::vector<Column> last = figureColumns();
+    columns.insert(columns.end(), last.begin(), last.end());
+    return columns;
 }
 
 } // namespace tables

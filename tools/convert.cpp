@@ -103,6 +103,16 @@ bids writes into a data set: one recording, or several runs of one subject and t
 A sample has a column time_exact only in recordings of more than 1000 samples per second.)";
 
 int convert(const ConvertOptions &options) {
+    if (options.table.wantsList()) {
+        const tables::SampleTable::Choice choice{tables::Places()};
+        return listColumns(choice.all, choice.byDefault);
+    }
+    // What cannot be meant is told once, and not for each recording.
+    const tables::SampleTable::Choice known{tables::Places()};
+    if (!options.table.columns.empty()) {
+        static_cast<void>(tables::selectColumns(known.all, known.byDefault, options.table.columns));
+    }
+    tables::checkVariable(options.variable);
     tables::TextDecoder(options.table.encoding); // throws now, and not for each recording
     Status status = kSound;
     const std::vector<ConversionTask> tasks = tasksOf(options, status);

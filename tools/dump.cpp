@@ -203,7 +203,7 @@ int dump(const DumpOptions &options) {
     const tables::ColumnChoice choice{options.kinds, options.raw, !isOne, options.table.columns};
     if (options.table.wantsList()) {
         const tables::ItemColumns columns(choice);
-        return listColumns(columns.descriptions(), columns.byDefault);
+        return listColumns(columns.descriptions(), tables::firstPlaces(columns.byDefault));
     }
     const std::vector<tables::ItemColumn> columns = tables::chooseColumns(choice);
     tables::TextOutput out(options.output, inputsOf(options));

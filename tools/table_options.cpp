@@ -18,19 +18,26 @@ Status TableText::reportDoubtful() const {
     return kSound;
 }
 
-Status listColumns(const std::vector<tables::Column> &columns, std::size_t byDefault) {
+Status listColumns(const std::vector<tables::Column> &columns, const std::vector<std::size_t> &byDefault) {
     tables::TextOutput out(std::string(tables::TextOutput::kStandardOutput), {});
-    std::size_t width = 0;
-    for (const tables::Column &column : columns) {
-        width = std::max(width, column.name.size());
-    }
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        const tables::Column &column = columns[i];
-        if (i == 0 || i == byDefault) {
-            out.text(i == 0 ? "By default:\n" : "\nBesides, with --columns NAME,... or --columns +NAME,...:\n");
-        }
+    const std::size_t width = std::ranges::max_element(columns, {}, [](const tables::Column &column) {
+                                  return column.name.size();
+                              })->name.size();
+    const auto list = [&](const tables::Column &column) {
         out.text("  " + column.name + std::string(width + 2 - column.name.size(), ' ') + column.description);
         out.text(column.unit.empty() ? "\n" : " [" + column.unit + "]\n");
+    };
+    out.text("By default:\n");
+    for (const std::size_t place : byDefault) {
+        list(columns[place]);
+    }
+    if (byDefault.size() < columns.size()) {
+        out.text("\nBesides, with --columns NAME,... or --columns +NAME,...:\n");
+    }
+    for (std::size_t place = 0; place < columns.size(); ++place) {
+        if (std::ranges::find(byDefault, place) == byDefault.end()) {
+            list(columns[place]);
+        }
     }
     out.finish();
     return kSound;

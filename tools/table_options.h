@@ -43,9 +43,9 @@ class TableText {
 // A sentence on texts whose encoding was not what they were taken for.
 [[nodiscard]] std::string doubtfulTexts(uint64_t count, const std::string &encoding);
 
-// Writes a table of the columns to standard output: name, type, unit, whether they are there by default, and what
-// they hold. Returns the exit status.
-Status listColumns(const std::vector<tables::Column> &columns, std::size_t byDefault);
+// Lists columns on standard output, those first that are there by default: name, what they hold, unit. Returns the exit
+// status.
+Status listColumns(const std::vector<tables::Column> &columns, const std::vector<std::size_t> &byDefault);
 
 // Writes a table with the columns that the options name.
 void writeTable(tables::Table &table, const TableOptions &options, const TableText &text, tables::TextOutput &out);

@@ -20,6 +20,10 @@ Messages with !V in them start and end nothing. --start inPut_type_N --end M tak
 A text that occurs nowhere is an error, and there is no table.)";
 
 int trials(const TrialsOptions &options) {
+    if (options.table.wantsList()) {
+        const std::vector<tables::Column> columns = tables::TrialTable::fixedColumns();
+        return listColumns(columns, tables::firstPlaces(columns.size()));
+    }
     Recording recording(options.file, options.open, OnDamage::Refuse);
     const Status damage = reportDamage(recording, DamageReport(recording));
     const tables::Places places = recording.findPlaces(options.texts);
