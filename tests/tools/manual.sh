@@ -1,10 +1,10 @@
 #!/bin/bash
 # Holds the manual pages and the completions against --help, and runs all examples:
-# manual.sh TRK MAKE_EXAMPLE_RECORDING SCRATCH
+# manual.sh TRK SCRATCH
 # shellcheck disable=SC2016,SC2086 # programs of other shells; empty words are to go
 set -euo pipefail
 export LC_ALL=C.UTF-8
-program=$1 make_example=$2 scratch=$3
+program=$1 scratch=$2
 source=$(cd "$(dirname "$0")/../.." && pwd)
 completion=$source/tools/completion pages=$(cd "$(dirname "$program")/.." && pwd)/docs/man
 PATH=$(dirname "$program"):$PATH
@@ -75,7 +75,7 @@ for command in '' $commands; do
     done
 done
 
-"$make_example" s07.trk >/dev/null && cp s07.trk recordings/s08.trk
+"$program" synth s07.trk && cp s07.trk recordings/s08.trk
 for shell in $shells; do
     for line in $commands 'info s07.trk' 'dump --kind samples,events' 'dump --kind messages --columns +length'; do
         [ "$(offers_$shell ${line%??})" = "${line##* }" ] || fail "$shell: ${line%??}: $(offers_$shell ${line%??})"
