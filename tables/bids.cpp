@@ -245,10 +245,8 @@ class BidsWriter {
 
     void writeSamples(const std::string &path, float rate, const EyeFile &eye,
                       const std::vector<OutputColumn> &columns) {
-        std::vector<int> ids;
-        for (const OutputColumn &column : columns) {
-            ids.push_back(column.id);
-        }
+        std::vector<int> ids(columns.size());
+        std::ranges::transform(columns, ids.begin(), &OutputColumn::id);
         TextOutput out(path, {target_.recording}, Packing::Gzip);
         DelimitedWriter writer(out, kBidsText);
         Rows rows(columns.size());

@@ -63,7 +63,10 @@ struct TextDecoder::Converter {
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
 
-    [[nodiscard]] bool isOpen() const { return handle != reinterpret_cast<iconv_t>(-1); }
+    [[nodiscard]] bool isOpen() const {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how iconv says it
+        return handle != reinterpret_cast<iconv_t>(-1);
+    }
 
     iconv_t handle;
 };
@@ -80,8 +83,6 @@ TextDecoder::TextDecoder(const std::string &encoding) {
 }
 
 TextDecoder::~TextDecoder() = default;
-TextDecoder::TextDecoder(TextDecoder &&) noexcept = default;
-TextDecoder &TextDecoder::operator=(TextDecoder &&) noexcept = default;
 
 std::string utf8(std::string_view text) {
     if (isUtf8(text)) {

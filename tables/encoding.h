@@ -17,8 +17,8 @@ class TextDecoder {
     // Throws std::invalid_argument.
     explicit TextDecoder(const std::string &encoding = "");
     ~TextDecoder();
-    TextDecoder(TextDecoder &&) noexcept;
-    TextDecoder &operator=(TextDecoder &&) noexcept;
+    TextDecoder(const TextDecoder &) = delete;
+    TextDecoder &operator=(const TextDecoder &) = delete;
 
     // No reader of tables takes zero bytes: they become U+2400.
     [[nodiscard]] std::string decode(std::string_view text);

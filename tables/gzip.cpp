@@ -53,17 +53,22 @@ void Gzip::compress(std::string_view bytes, bool isLast, std::vector<char> &out)
 #else
 
 struct Gzip::Stream {
+    Stream() {
+        constexpr int kGzipWindow = 15 + 16;
+        constexpr int kMemory = 8;
+        constexpr int kFast = 2;
+        if (deflateInit2(&state, kFast, Z_DEFLATED, kGzipWindow, kMemory, Z_DEFAULT_STRATEGY) != Z_OK) {
+            throw std::bad_alloc();
+        }
+    }
+    ~Stream() { deflateEnd(&state); }
+    Stream(const Stream &) = delete;
+    Stream &operator=(const Stream &) = delete;
+
     z_stream state{};
 };
 
-Gzip::Gzip() : stream_(std::make_unique<Stream>()) {
-    constexpr int kGzipWindow = 15 + 16;
-    constexpr int kMemory = 8;
-    constexpr int kFast = 2;
-    if (deflateInit2(&stream_->state, kFast, Z_DEFLATED, kGzipWindow, kMemory, Z_DEFAULT_STRATEGY) != Z_OK) {
-        throw std::bad_alloc();
-    }
-}
+Gzip::Gzip() : stream_(std::make_unique<Stream>()) {}
 
 void Gzip::compress(std::string_view bytes, bool isLast, std::vector<char> &out) {
     z_stream &state = stream_->state;
@@ -83,10 +88,6 @@ void Gzip::compress(std::string_view bytes, bool isLast, std::vector<char> &out)
 
 #endif
 
-Gzip::~Gzip() {
-#if !TRKAPI_WITH_ISAL
-    deflateEnd(&stream_->state);
-#endif
-}
+Gzip::~Gzip() = default;
 
 } // namespace tables

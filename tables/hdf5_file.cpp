@@ -33,6 +33,7 @@ class Id {
     Id(Id &&other) noexcept : id_(std::exchange(other.id_, -1)), close_(other.close_) {}
     Id(const Id &) = delete;
     Id &operator=(const Id &) = delete;
+    Id &operator=(Id &&) = delete;
 
     operator hid_t() const { return id_; }
 

@@ -18,16 +18,16 @@ Cell measurement(float value) { return value == MISSING_DATA || value == TRK_FIE
 
 // ---- Of any item ----
 
-Cell kind(const ItemRow &row, int) { return row.item.name(); }
-Cell time(const ItemRow &row, int) { return row.item.time(); }
-Cell number(const ItemRow &row, int) { return row.item.isLogMessage() ? Cell() : Cell(row.number); }
-Cell file(const ItemRow &row, int) { return row.file; }
+Cell kind(const ItemRow &row, int /*detail*/) { return row.item.name(); }
+Cell time(const ItemRow &row, int /*detail*/) { return row.item.time(); }
+Cell number(const ItemRow &row, int /*detail*/) { return row.item.isLogMessage() ? Cell() : Cell(row.number); }
+Cell file(const ItemRow &row, int /*detail*/) { return row.file; }
 
 Cell numberOrMissing(uint32_t number) { return number == 0 ? Cell() : Cell(number); }
-Cell block(const ItemRow &row, int) { return numberOrMissing(row.places.blockOf(row.number)); }
-Cell trial(const ItemRow &row, int) { return numberOrMissing(row.places.trialOf(row.number)); }
+Cell block(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.blockOf(row.number)); }
+Cell trial(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.trialOf(row.number)); }
 
-Cell trialTime(const ItemRow &row, int) {
+Cell trialTime(const ItemRow &row, int /*detail*/) {
     const uint32_t trial = row.places.trialOf(row.number);
     if (trial == 0) {
         return {};
@@ -35,7 +35,7 @@ Cell trialTime(const ItemRow &row, int) {
     return int64_t{row.item.time()} - row.places.trials()[trial - 1].header.start_time;
 }
 
-Cell eye(const ItemRow &row, int) {
+Cell eye(const ItemRow &row, int /*detail*/) {
     if (const FSAMPLE_REC *sample = row.item.sample()) {
         return eyeName(eyesOf(sample->flags));
     }
@@ -101,13 +101,13 @@ Cell ofSample(const ItemRow &row, int column) {
 // ---- Events ----
 
 // The end of a blink, saccade or fixation whose start was never recorded can come with a start time past its end.
-Cell startTime(const ItemRow &row, int) {
+Cell startTime(const ItemRow &row, int /*detail*/) {
     const FEVENT *const event = row.item.event();
     const bool isKnown = event != nullptr && (event->end_time == 0 || event->start_time <= event->end_time);
     return isKnown ? Cell(event->start_time) : Cell();
 }
 
-Cell endTime(const ItemRow &row, int) {
+Cell endTime(const ItemRow &row, int /*detail*/) {
     const FEVENT *const event = row.item.event();
     return event != nullptr && event->end_time != 0 ? Cell(event->end_time) : Cell();
 }
@@ -115,7 +115,7 @@ Cell endTime(const ItemRow &row, int) {
 // A value that is there when the record carried this part of the event (start, end, average) and this quantity.
 // The flags do not tell a start time from the start of a quantity, nor average from peak velocity; a zero in a
 // field for which they stand was not recorded.
-template <auto Field, int Part, int Quantity> Cell ofEvent(const ItemRow &row, int) {
+template <auto Field, int Part, int Quantity> Cell ofEvent(const ItemRow &row, int /*detail*/) {
     constexpr bool kZeroIsMissing = (Part & (TRK_EVENT_AT_START | TRK_EVENT_AT_END | TRK_EVENT_AT_AVERAGE)) != 0;
     const FEVENT *const event = row.item.event();
     const bool carried = event != nullptr && !row.item.isBlockMark() && (event->read_flags & Part) != 0 &&
@@ -123,16 +123,16 @@ template <auto Field, int Part, int Quantity> Cell ofEvent(const ItemRow &row, i
     return carried && !(kZeroIsMissing && event->*Field == 0) ? measurement(event->*Field) : Cell();
 }
 
-template <auto Field> Cell wordOfEvent(const ItemRow &row, int) {
+template <auto Field> Cell wordOfEvent(const ItemRow &row, int /*detail*/) {
     return row.item.event() == nullptr ? Cell() : Cell(row.item.event()->*Field);
 }
 
-Cell messageLength(const ItemRow &row, int) {
+Cell messageLength(const ItemRow &row, int /*detail*/) {
     const TRK_MESSAGE *const message = row.item.event()->message;
     return message == nullptr ? 0 : message->length;
 }
 
-Cell messageText(const ItemRow &row, int) {
+Cell messageText(const ItemRow &row, int /*detail*/) {
     if (row.item.event() == nullptr || row.item.event()->message == nullptr) {
         return {};
     }
@@ -142,17 +142,17 @@ Cell messageText(const ItemRow &row, int) {
 // A button event's words: the state of all buttons behind it, a bit for each, and the number of the one.
 const FEVENT *buttonOf(const ItemRow &row) { return row.item.code == REC_BUTTON ? row.item.event() : nullptr; }
 
-Cell button(const ItemRow &row, int) {
+Cell button(const ItemRow &row, int /*detail*/) {
     const FEVENT *const event = buttonOf(row);
     return event == nullptr ? Cell() : Cell(event->aux_word2);
 }
 
-Cell buttonValue(const ItemRow &row, int) {
+Cell buttonValue(const ItemRow &row, int /*detail*/) {
     const FEVENT *const event = buttonOf(row);
     return event == nullptr ? Cell() : Cell(event->aux_word1);
 }
 
-Cell buttonState(const ItemRow &row, int) {
+Cell buttonState(const ItemRow &row, int /*detail*/) {
     constexpr unsigned kButtons = 16;
     const FEVENT *const event = buttonOf(row);
     if (event == nullptr || event->aux_word2 < 1 || event->aux_word2 > kButtons) {
@@ -163,7 +163,7 @@ Cell buttonState(const ItemRow &row, int) {
 
 // ---- Events as a whole ----
 
-Cell wholeKind(const ItemRow &row, int) {
+Cell wholeKind(const ItemRow &row, int /*detail*/) {
     switch (row.item.code) {
     case REC_EBLINK:
         return "blink";
@@ -176,9 +176,11 @@ Cell wholeKind(const ItemRow &row, int) {
     }
 }
 
-Cell wholeEnd(const ItemRow &row, int) { return row.item.isEyeEvent() ? endTime(row, 0) : startTime(row, 0); }
+Cell wholeEnd(const ItemRow &row, int /*detail*/) {
+    return row.item.isEyeEvent() ? endTime(row, 0) : startTime(row, 0);
+}
 
-Cell duration(const ItemRow &row, int) {
+Cell duration(const ItemRow &row, int /*detail*/) {
     const Cell start = startTime(row, 0);
     const Cell end = wholeEnd(row, 0);
     return start.isMissing() || end.isMissing() ? Cell() : Cell(end.integer() - start.integer());
@@ -196,7 +198,7 @@ double angleBetween(const std::array<double, 2> &a, const std::array<double, 2> 
 // From gaze and resolution; where these are not there, from the positions on the HREF plane.
 template <class... Parts> bool areThere(const Parts &...cells) { return (!cells.isMissing() && ...); }
 
-Cell amplitude(const ItemRow &row, int) {
+Cell amplitude(const ItemRow &row, int /*detail*/) {
     const Cell startX = ofEvent<&FEVENT::start_gaze_x, TRK_EVENT_START_POSITION, TRK_EVENT_GAZE>(row, 0);
     const Cell startY = ofEvent<&FEVENT::start_gaze_y, TRK_EVENT_START_POSITION, TRK_EVENT_GAZE>(row, 0);
     const Cell endX = ofEvent<&FEVENT::end_gaze_x, TRK_EVENT_END_POSITION, TRK_EVENT_GAZE>(row, 0);
@@ -222,22 +224,22 @@ Cell amplitude(const ItemRow &row, int) {
 
 // ---- Recording blocks ----
 
-template <auto Field> Cell ofRecording(const ItemRow &row, int) { return row.item.recording()->*Field; }
+template <auto Field> Cell ofRecording(const ItemRow &row, int /*detail*/) { return row.item.recording()->*Field; }
 
-Cell recordType(const ItemRow &row, int) { return recordTypeName(row.item.recording()->record_type); }
+Cell recordType(const ItemRow &row, int /*detail*/) { return recordTypeName(row.item.recording()->record_type); }
 
-Cell gazeDivisor(const ItemRow &row, int) {
+Cell gazeDivisor(const ItemRow &row, int /*detail*/) {
     const float divisor = row.item.recording()->gaze_prescaler;
     return divisor == 0 ? Cell() : measurement(divisor);
 }
 
 // ---- Several kinds ----
 
-Cell input(const ItemRow &row, int) {
+Cell input(const ItemRow &row, int /*detail*/) {
     return row.item.code == REC_INPUT ? Cell(row.item.event()->aux_word1) : ofSample(row, TRK_COLUMN_INPUT);
 }
 
-Cell sampleRate(const ItemRow &row, int) {
+Cell sampleRate(const ItemRow &row, int /*detail*/) {
     if (const FRECORDING *recording = row.item.recording()) {
         return recording->sample_rate;
     }

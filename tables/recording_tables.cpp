@@ -39,11 +39,10 @@ SampleTable::Choice::Choice(const Places &places) {
     }
 }
 
-SampleTable::SampleTable(Source &source, std::string_view columns) : source_(source) {
+SampleTable::SampleTable(Source &source, std::string_view columns)
+    : source_(source), item_(placeOf(TRK_COLUMN_ITEM)), time_(placeOf(TRK_COLUMN_TIME_EXACT)) {
     const Choice choice(source.places);
     const std::size_t ownColumns = choice.all.size() - kTrialTimeColumn - 1;
-    item_ = placeOf(TRK_COLUMN_ITEM);
-    time_ = placeOf(TRK_COLUMN_TIME_EXACT);
     for (const std::size_t chosen :
          columns.empty() ? choice.byDefault : selectColumns(choice.all, choice.byDefault, columns)) {
         columns_.push_back(choice.all[chosen]);

@@ -52,8 +52,8 @@ class SampleTable : public Table {
     std::vector<Column> columns_;
     std::vector<Part> parts_;
     std::vector<int> ids_; // that are read
-    std::size_t item_ = 0;
-    std::size_t time_ = 0;
+    std::size_t item_;
+    std::size_t time_;
     std::unique_ptr<SampleReader> reader_;
     std::size_t row_ = 0; // of those that the reader holds
 };

@@ -113,7 +113,7 @@ int convert(const ConvertOptions &options) {
         static_cast<void>(tables::selectColumns(known.all, known.byDefault, options.table.columns));
     }
     tables::checkVariable(options.variable);
-    tables::TextDecoder(options.table.encoding); // throws now, and not for each recording
+    [[maybe_unused]] const tables::TextDecoder decoder(options.table.encoding);
     Status status = kSound;
     const std::vector<ConversionTask> tasks = tasksOf(options, status);
     const bool isBids = options.format == "bids";

@@ -208,10 +208,8 @@ int dump(const DumpOptions &options) {
     const std::vector<tables::ItemColumn> columns = tables::chooseColumns(choice);
     tables::TextOutput out(options.output, inputsOf(options));
     TableText text(options.table, out);
-    std::vector<tables::Column> names;
-    for (const tables::ItemColumn &column : columns) {
-        names.push_back(column.column);
-    }
+    std::vector<tables::Column> names(columns.size());
+    std::ranges::transform(columns, names.begin(), &tables::ItemColumn::column);
     bool hasHeader = false;
     Status status = kSound;
     for (const std::string &path : options.files) {
