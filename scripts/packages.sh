@@ -3,7 +3,7 @@
 # without a question. Does not touch apt when nothing is missing.
 . scripts/steps.sh
 
-build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev libhdf5-dev scdoc)
+build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev libhdf5-dev libpcre2-dev pkg-config scdoc)
 sanitizer_packages=(clang libclang-rt-14-dev)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
     python3-pandas python3-h5py r-base-core zsh fish)

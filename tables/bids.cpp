@@ -46,8 +46,9 @@ struct OutputColumn {
     Column column;
 };
 
-// Text on one line, without tabs: the readers of data sets know no quotes.
+// Text on one line, without tabs. Data sets know no quotes, and many readers do: a double one becomes a single one.
 std::string onOneLine(std::string text) {
+    std::ranges::replace(text, '"', '\'');
     std::ranges::replace_if(
         text, [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == 0x7F; },
         ' ');
@@ -84,19 +85,29 @@ class BidsWriter {
     BidsWriter(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
                const std::string &columns, const std::function<void(unsigned)> &progress)
         : source_(source), target_(target), options_(options), facts_(facts), progress_(progress),
-          rates_(ratesOf(source.places)) {
+          rates_(ratesOf(source.places)), origin_(Json::parse(facts.origin)),
+          firstTime_(firstTimeIn(0, trk_get_element_count(source.handle))) {
+        constexpr std::size_t kMostRates = 16;
+        if (rates_.size() > kMostRates) {
+            throw std::invalid_argument("a recording of more than 16 sampling rates cannot go into a data set: "
+                                        "each takes files of its own");
+        }
         const SampleTable::Choice choice(source.places);
         if (!columns.empty()) {
             extra_ = selectColumns(choice.all, {}, columns);
         }
     }
 
-    std::vector<std::string> write() {
+    BidsOutcome write() {
         const fs::path folder = recordingFolder();
         fs::create_directories(folder);
+        if (target_.force) {
+            removeEyes();
+        }
         if (trk_count_items(source_.handle, 0, trk_get_element_count(source_.handle), REC_SAMPLE) == 0) {
-            notes_.emplace_back("there are no samples, and so no physio files");
-            return notes_;
+            outcome_.hasSamples = false;
+            outcome_.notes.emplace_back("there are no samples, and so no physio files");
+            return outcome_;
         }
         int eyes = 0;
         for (const Block &block : source_.places.blocks()) {
@@ -111,7 +122,7 @@ class BidsWriter {
         }
         writeTask();
         writeDataSet();
-        return notes_;
+        return outcome_;
     }
 
   private:
@@ -147,10 +158,38 @@ class BidsWriter {
         return (recordingFolder() / name).string();
     }
 
+    [[nodiscard]] double firstTimeIn(uint32_t first, uint32_t end) const {
+        SampleReader reader(source_.handle, {TRK_COLUMN_TIME_EXACT}, first, end);
+        return reader.next() ? reader.value(0, 0) : 0;
+    }
+
+    // Seconds from the first sample of all to the first of an eye at a rate.
+    [[nodiscard]] double startTime(float rate, const EyeFile &eye) const {
+        const auto isOwn = [&](const Block &block) {
+            return block.start.sample_rate == rate && (block.start.eye & eye.flag) != 0;
+        };
+        const auto block = std::ranges::find_if(source_.places.blocks(), isOwn);
+        return (firstTimeIn(block->first, block->end) - firstTime_) / kMilliseconds;
+    }
+
+    // With --force, what is there of an earlier recording goes, whatever eyes it had.
+    void removeEyes() const {
+        for (const EyeFile &eye : kEyeFiles) {
+            for (const char *suffix :
+                 {"_physio.json", "_physio.tsv.gz", "_physioevents.json", "_physioevents.tsv.gz"}) {
+                for (const float rate : rates_) {
+                    std::error_code none;
+                    fs::remove(pathOf(rate, eye.label) + suffix, none);
+                }
+            }
+        }
+    }
+
     // Whether a file is to be written.
-    [[nodiscard]] bool wants(const std::string &path) const {
+    [[nodiscard]] bool wants(const std::string &path) {
         std::error_code none;
         if (target_.force || !fs::exists(path, none)) {
+            ++outcome_.files;
             return true;
         }
         if (!isNewer(path, target_.recording)) {
@@ -170,7 +209,7 @@ class BidsWriter {
         }
     }
 
-    void writeJson(const std::string &path, const Json &content) const {
+    void writeJson(const std::string &path, const Json &content) {
         if (wants(path)) {
             TextOutput out(path, {});
             out.text(content.dump(2));
@@ -232,15 +271,18 @@ class BidsWriter {
         const std::string path = pathOf(rate, eye.label);
         const std::vector<OutputColumn> columns = columnsOf(eye);
         const Json description = samplesJson(rate, eye, columns);
+        const Json events = eventsJson();
         demandFits(path + "_physio.json", description);
+        demandFits(path + "_physioevents.json", events);
+        // Descriptions first: what a run that breaks off leaves is known for what it is.
+        writeJson(path + "_physio.json", description);
+        writeJson(path + "_physioevents.json", events);
         if (wants(path + "_physio.tsv.gz")) {
             writeSamples(path + "_physio.tsv.gz", rate, eye, columns);
         }
         if (wants(path + "_physioevents.tsv.gz")) {
             writeEvents(path + "_physioevents.tsv.gz", rate, eye);
         }
-        writeJson(path + "_physio.json", description);
-        writeJson(path + "_physioevents.json", eventsJson());
     }
 
     void writeSamples(const std::string &path, float rate, const EyeFile &eye,
@@ -293,7 +335,7 @@ class BidsWriter {
             names.push_back(column.column.name);
         }
         Json json{{"SamplingFrequency", numberJson(rate)},
-                  {"StartTime", 0},
+                  {"StartTime", startTime(rate, eye)},
                   {"Columns", names},
                   {"PhysioType", "eyetrack"},
                   {"RecordedEye", eye.name},
@@ -316,6 +358,7 @@ class BidsWriter {
             description += " " + facts_.note;
         }
         json["Description"] = description;
+        json["Conversion"] = origin_;
         for (const OutputColumn &column : columns) {
             json[column.column.name] = {{"Description", column.column.description}};
             if (!column.column.unit.empty()) {
@@ -333,7 +376,7 @@ class BidsWriter {
             return true;
         }
         const uint32_t block = source_.places.blockOf(item);
-        return block == 0 ? rate == rates_.front() : source_.places.blocks()[block - 1].start.sample_rate == rate;
+        return block == 0 || source_.places.blocks()[block - 1].start.sample_rate == rate;
     }
 
     void writeEvents(const std::string &path, float rate, const EyeFile &eye) {
@@ -399,8 +442,9 @@ class BidsWriter {
         return item.code == REC_EFIX ? "fixation" : item.code == REC_ESACC ? "saccade" : "blink";
     }
 
-    [[nodiscard]] static Json eventsJson() {
-        return {{"Columns", {"onset", "duration", "trial_type", "message"}},
+    [[nodiscard]] Json eventsJson() const {
+        return {{"Conversion", origin_},
+                {"Columns", {"onset", "duration", "trial_type", "message"}},
                 {"Description",
                  "Eye events as the eye tracker found them, messages, and the start and end of each "
                  "recording block: between blocks there are no samples."},
@@ -420,8 +464,9 @@ class BidsWriter {
 
     void writeTask() {
         if (!options_.screen) {
-            notes_.emplace_back("SampleCoordinateSystem is custom: --screen-size, --screen-resolution and "
-                                "--screen-distance would make it gaze-on-screen, with StimulusPresentation");
+            outcome_.notes.emplace_back(
+                "SampleCoordinateSystem is custom: --screen-size, --screen-resolution and "
+                "--screen-distance would make it gaze-on-screen, with StimulusPresentation");
             return;
         }
         const Screen &screen = *options_.screen;
@@ -435,12 +480,13 @@ class BidsWriter {
             {"onset", {{"Description", "Start of the trial, from the first sample on."}, {"Units", "s"}}},
             {"duration", {{"Description", "End minus start."}, {"Units", "s"}}},
             {"trial_type", {{"Description", "What the row is."}, {"Levels", {{"trial", "One trial."}}}}},
-            {"message", {{"Description", "Text of the message that started the trial."}}}};
+            {"message", {{"Description", "Text of the message that started the trial."}}},
+            {"Conversion", origin_}};
         demandFits(path + "_events.json", description);
+        writeJson(path + "_events.json", description);
         if (wants(path + "_events.tsv")) {
             writeTrials(path + "_events.tsv");
         }
-        writeJson(path + "_events.json", description);
     }
 
     void writeTrials(const std::string &path) {
@@ -451,8 +497,6 @@ class BidsWriter {
                                           {"trial_type", "", "", Type::Text},
                                           {"message", "", "", Type::Text}};
         writer.writeHeader(columns);
-        SampleReader reader(source_.handle, {TRK_COLUMN_TIME_EXACT}, 0, trk_get_element_count(source_.handle));
-        const double zero = reader.next() ? reader.value(0, 0) : 0;
         Rows rows(columns.size());
         for (const Trial &trial : source_.places.trials()) {
             if (rows.isFull()) {
@@ -460,7 +504,7 @@ class BidsWriter {
                 rows.clear();
             }
             const std::span<Cell> cells = rows.add();
-            cells[0] = (trial.header.start_time - zero) / kMilliseconds;
+            cells[0] = (trial.header.start_time - firstTime_) / kMilliseconds;
             cells[1] = trial.duration() / kMilliseconds;
             cells[2] = "trial";
             cells[3] = textCell(rows, onOneLine(source_.decoder.decode(trial.text)));
@@ -540,7 +584,9 @@ class BidsWriter {
     const std::function<void(unsigned)> &progress_;
     std::vector<float> rates_;
     std::vector<std::size_t> extra_;
-    std::vector<std::string> notes_;
+    Json origin_;
+    double firstTime_; // of all samples, ms
+    BidsOutcome outcome_;
     uint64_t done_ = 0;
 };
 
@@ -559,12 +605,14 @@ void checkLabels(const BidsOptions &options) {
     check("ses", options.session, false);
     check("acq", options.acquisition, false);
     check("run", options.run, false);
+    if (options.run.find_first_not_of("0123456789") != std::string::npos) {
+        throw std::invalid_argument("--run needs a number, not " + escaped(options.run));
+    }
     check("datatype", options.dataType, true);
 }
 
-std::vector<std::string> writeBids(Source &source, const BidsTarget &target, const BidsOptions &options,
-                                   const BidsFacts &facts, const std::string &columns,
-                                   const std::function<void(unsigned)> &progress) {
+BidsOutcome writeBids(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
+                      const std::string &columns, const std::function<void(unsigned)> &progress) {
     return BidsWriter(source, target, options, facts, columns, progress).write();
 }
 

@@ -35,7 +35,14 @@ struct BidsOptions {
 struct BidsFacts {
     std::string trackerModel; // "" when the preamble does not tell
     std::string softwareVersion;
-    std::string note; // on what was lost, in a sentence; "" for nothing
+    std::string note;   // on what was lost, in a sentence; "" for nothing
+    std::string origin; // a JSON object that tells recordings and options apart: files are kept only with the same
+};
+
+struct BidsOutcome {
+    std::size_t files = 0; // that were written
+    bool hasSamples = true;
+    std::vector<std::string> notes; // on what the data set could say besides, and was not told
 };
 
 // A file of a data set that an earlier run left, and that would have to be replaced.
@@ -53,11 +60,9 @@ struct BidsTarget {
 
 // Writes the files of one recording: for each eye its samples and events, the events of the task, and, where they are
 // not there, the files of the data set. `columns` names columns of samples beside gaze and pupil, as selectColumns
-// takes them. Calls progress(done) in thousandths. Returns sentences on what the data set could say besides, and was
-// not told. Throws BidsFileExists, OutputError and std::invalid_argument.
-std::vector<std::string> writeBids(Source &source, const BidsTarget &target, const BidsOptions &options,
-                                   const BidsFacts &facts, const std::string &columns,
-                                   const std::function<void(unsigned)> &progress);
+// takes them. Calls progress(done) in thousandths. Throws BidsFileExists, OutputError and std::invalid_argument.
+BidsOutcome writeBids(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
+                      const std::string &columns, const std::function<void(unsigned)> &progress);
 
 // Throws std::invalid_argument for labels that are none.
 void checkLabels(const BidsOptions &options);

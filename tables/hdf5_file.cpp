@@ -2,6 +2,7 @@
 
 #include "text_output.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <hdf5.h>
 #include <limits>
@@ -64,6 +65,13 @@ void setAttribute(hid_t object, const char *name, std::string_view text, const s
     demand(H5Awrite(attribute, type, &pointer), file);
 }
 
+// A name that a path in the file, and the list of columns, can hold.
+std::string pathName(std::string name) {
+    std::ranges::replace_if(
+        name, [](char character) { return character == '/' || character == ','; }, '_');
+    return name.starts_with('.') ? "_" + name : name;
+}
+
 hid_t storedType(Type type) { return type == Type::Float ? H5T_IEEE_F32LE : H5T_IEEE_F64LE; }
 
 // Writes one column, a chunk at a time.
@@ -124,7 +132,7 @@ class ColumnWriter {
         demand(H5Pset_deflate(properties, kCompression), file_);
         demand(H5Pset_obj_track_times(properties, false), file_); // the same rows give the same bytes
         const Id text = textType(file_);
-        return {H5Dcreate2(group, column.name.c_str(), isText ? hid_t{text} : storedType(type_), space,
+        return {H5Dcreate2(group, pathName(column.name).c_str(), isText ? hid_t{text} : storedType(type_), space,
                            H5P_DEFAULT, properties, H5P_DEFAULT),
                 H5Dclose, file_};
     }
@@ -146,7 +154,7 @@ class GroupWriter : public TableWriter {
         columns_.reserve(columns.size());
         for (const Column &column : columns) {
             columns_.emplace_back(group_, column, fileName_);
-            order += (order.empty() ? "" : ",") + column.name;
+            order += (order.empty() ? "" : ",") + pathName(column.name);
         }
         setAttribute(group_, "columns", order, fileName_);
     }

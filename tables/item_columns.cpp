@@ -186,6 +186,14 @@ Cell duration(const ItemRow &row, int /*detail*/) {
     return start.isMissing() || end.isMissing() ? Cell() : Cell(end.integer() - start.integer());
 }
 
+Cell startInTrial(const ItemRow &row, int /*detail*/) {
+    const uint32_t trial = row.places.trialOf(row.number);
+    const Cell start = startTime(row, 0);
+    return trial == 0 || start.isMissing()
+               ? Cell()
+               : Cell(start.integer() - row.places.trials()[trial - 1].header.start_time);
+}
+
 // The angle between the directions of two positions on the HREF plane, degrees.
 double angleBetween(const std::array<double, 2> &a, const std::array<double, 2> &b) {
     constexpr double kDistance = 15000; // of the plane
@@ -510,7 +518,7 @@ std::vector<ItemColumn> wholeEventColumns() {
         {{"kind", "", "fixation, saccade, blink, button or input", Type::Text}, wholeKind},
         kEye,
         kBlock,
-        kTrial,
+        {{"trial", "", "number of the trial, from 1, in which the event ends", Type::Integer}, trial},
         kStart,
         {{"end", "ms", "end of the event; its start for buttons and inputs", Type::Integer}, wholeEnd},
         {{"duration", "ms", "end minus start", Type::Integer}, duration},
@@ -518,7 +526,12 @@ std::vector<ItemColumn> wholeEventColumns() {
          amplitude}};
     const std::vector<ItemColumn> values = eventValues();
     columns.insert(columns.end(), values.begin(), values.end());
-    append(columns, {kInput, kButton, kButtonValue, kButtonState, kTrialTime});
+    append(columns, {kInput,
+                     kButton,
+                     kButtonValue,
+                     kButtonState,
+                     {{"trial_time", "ms", "time from the start of the trial to that of the event", Type::Integer},
+                      startInTrial}});
     return columns;
 }
 

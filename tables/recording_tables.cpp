@@ -141,32 +141,35 @@ void ListTable::read(Rows &rows) {
 }
 
 BlockTable::BlockTable(Source &source) {
-    columns_ = {{"block", "", "number of the recording block, from 1", Type::Integer},
-                {"first_item", "", "number of its first item, from 0", Type::Integer},
-                {"last_item", "", "number of its last item", Type::Integer},
-                {"start", "ms", "start of the block", Type::Integer},
-                {"end", "ms", "end of the block; missing where the recording has none", Type::Integer},
-                {"duration", "ms", "end minus start", Type::Integer},
-                {"eyes", "", "left, right, both or none", Type::Text},
-                {"sample_rate", "Hz", "samples per second", Type::Float},
-                {"samples", "", "number of samples, those among them that stand for lost ones", Type::Integer},
-                {"events", "", "number of events but messages, marks of the block among them", Type::Integer},
-                {"messages", "", "number of messages", Type::Integer},
-                {"record_type", "", "what the block's records are", Type::Text},
-                {"pupil_mode", "", "pupil sizes are 0 area, 1 diameter", Type::Integer},
-                {"filter_level", "", "level of the tracker's filter", Type::Integer}};
+    columns_ = {
+        {"block", "", "number of the recording block, from 1", Type::Integer},
+        {"first_item", "", "number of its first item, from 0", Type::Integer},
+        {"last_item", "", "number of its last item", Type::Integer},
+        {"start", "ms", "start of the block", Type::Integer},
+        {"end", "ms", "end of the block; missing where the recording has none", Type::Integer},
+        {"duration", "ms", "end minus start", Type::Integer},
+        {"eyes", "", "left, right, both or none", Type::Text},
+        {"sample_rate", "Hz", "samples per second", Type::Float},
+        {"samples", "", "number of samples, those among them that stand for lost ones", Type::Integer},
+        {"events", "", "number of events, messages among them; marks of the block are none", Type::Integer},
+        {"messages", "", "number of messages", Type::Integer},
+        {"record_type", "", "what the block's records are", Type::Text},
+        {"pupil_mode", "", "pupil sizes are 0 area, 1 diameter", Type::Integer},
+        {"filter_level", "", "level of the tracker's filter", Type::Integer}};
     constexpr int kAllEvents = 0;
     for (uint32_t number = 1; const Block &block : source.places.blocks()) {
         const auto count = [&](int code) { return trk_count_items(source.handle, block.first, block.end, code); };
-        const int64_t messages = count(REC_MESSAGE);
+        int64_t events = count(kAllEvents);
+        for (const int mark : {REC_STARTSAMPLES, REC_ENDSAMPLES, REC_STARTEVENTS, REC_ENDEVENTS}) {
+            events -= count(mark);
+        }
         const uint32_t start = block.start.time;
         list_.push_back({Cell(number++), Cell(block.first), Cell(block.end - 1), Cell(start),
                          block.hasEnd ? Cell(block.endTime) : Cell(),
                          block.hasEnd ? Cell(int64_t{block.endTime} - start) : Cell(),
                          Cell(eyeName(block.start.eye)), Cell(block.start.sample_rate), Cell(count(REC_SAMPLE)),
-                         Cell(count(kAllEvents) - messages), Cell(messages),
-                         Cell(recordTypeName(block.start.record_type)), Cell(block.start.pupil_mode),
-                         Cell(block.start.filter_level)});
+                         Cell(events), Cell(count(REC_MESSAGE)), Cell(recordTypeName(block.start.record_type)),
+                         Cell(block.start.pupil_mode), Cell(block.start.filter_level)});
     }
 }
 

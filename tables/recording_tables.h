@@ -103,14 +103,11 @@ class BlockTable : public ListTable {
     explicit BlockTable(Source &source);
 };
 
-// Throws std::invalid_argument for a pattern that TrialTable does not take.
-void checkVariable(const std::string &variable);
-
 // One row a trial, with what an analysis starts from.
 class TrialTable : public ListTable {
   public:
-    // `variable` is a regular expression with two groups, for name and value, that messages are looked at with; each
-    // name becomes a column, and the last value in a trial counts. "" for none. Throws std::invalid_argument.
+    // `variable` is a VariablePattern that messages are looked at with; each name becomes a column, and the last value
+    // in a trial counts. "" for none. Throws std::invalid_argument.
     TrialTable(Source &source, const std::string &variable);
 
     // Those of any recording; between its two halves stand those of variables.

@@ -59,8 +59,9 @@ std::vector<std::size_t> selectColumns(std::span<const Column> all, std::span<co
         text.remove_prefix(1);
     }
     while (!text.empty()) {
-        const std::string name(text.substr(0, text.find(',')));
+        std::string name(text.substr(0, text.find(',')));
         text.remove_prefix(std::min(name.size() + 1, text.size()));
+        std::erase(name, ' ');
         bool isKnown = false;
         for (std::size_t i = 0; i < all.size(); ++i) {
             if (::fnmatch(name.c_str(), all[i].name.c_str(), 0) == 0) {

@@ -1,11 +1,12 @@
+#include "pattern.h"
 #include "recording_tables.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <map>
+#include <memory>
 #include <optional>
-#include <regex>
 #include <stdexcept>
 
 namespace tables {
@@ -45,24 +46,9 @@ struct TrialFigures {
     std::map<std::string, std::string> variables;
 };
 
-std::optional<std::regex> patternOf(const std::string &text) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    try {
-        std::regex pattern(text);
-        if (pattern.mark_count() == 2) {
-            return pattern;
-        }
-    } catch (const std::regex_error &error) {
-        throw std::invalid_argument("the pattern " + text + " is no regular expression: " + error.what());
-    }
-    throw std::invalid_argument("the pattern " + text + " needs two groups in parentheses, for name and value");
-}
-
 class Figures {
   public:
-    Figures(Source &source, const std::optional<std::regex> &variable)
+    Figures(Source &source, const VariablePattern *variable)
         : source_(source), variable_(variable), trials_(source.places.trials().size()) {
         if (!trials_.empty()) {
             addSamples();
@@ -142,26 +128,25 @@ class Figures {
             EyeOfTrial &eye = figures.eyes[item.event()->eye == 0 ? kLeft : kRight];
             ++eye.events[static_cast<std::size_t>(code - kCodes.begin())];
         }
-        if (item.code != REC_MESSAGE || !variable_) {
+        if (item.code != REC_MESSAGE || variable_ == nullptr) {
             return;
         }
-        const std::string text = source_.decoder.decode(item.messageText());
-        std::smatch match;
-        if (std::regex_search(text, match, *variable_)) {
-            const std::string name = match[1];
-            if (std::ranges::find(names_, name) == names_.end()) {
-                constexpr std::size_t kMost = 1000;
-                if (names_.size() == kMost) {
-                    throw std::invalid_argument("the pattern for variables finds more than 1000 names");
-                }
-                names_.push_back(name);
-            }
-            figures.variables[name] = match[2];
+        const auto found = variable_->find(source_.decoder.decode(item.messageText()));
+        if (!found || found->first.empty()) {
+            return;
         }
+        if (std::ranges::find(names_, found->first) == names_.end()) {
+            constexpr std::size_t kMost = 1000;
+            if (names_.size() == kMost) {
+                throw std::invalid_argument("the pattern for variables finds more than 1000 names");
+            }
+            names_.push_back(found->first);
+        }
+        figures.variables[found->first] = found->second;
     }
 
     Source &source_;
-    const std::optional<std::regex> &variable_;
+    const VariablePattern *variable_; // may be null
     std::vector<TrialFigures> trials_;
     std::vector<std::string> names_;
 };
@@ -225,17 +210,18 @@ std::vector<Cell> figureCells(const TrialFigures &figures) {
 
 } // namespace
 
-void checkVariable(const std::string &variable) { static_cast<void>(patternOf(variable)); }
-
 TrialTable::TrialTable(Source &source, const std::string &variable) {
-    const std::optional<std::regex> pattern = patternOf(variable);
-    const Figures figures(source, pattern);
+    const auto pattern = variable.empty() ? nullptr : std::make_unique<VariablePattern>(variable);
+    const Figures figures(source, pattern.get());
     const std::vector<Column> last = figureColumns();
     columns_ = leadingColumns();
     for (const std::string &name : figures.variables()) {
-        const auto isTaken = [&name](const Column &column) { return column.name == name; };
-        const bool clashes = std::ranges::any_of(columns_, isTaken) || std::ranges::any_of(last, isTaken);
-        columns_.push_back({clashes ? "var_" + name : name, "", "named by a message of the trial", Type::Text});
+        std::string free = name;
+        const auto isTaken = [&free](const Column &column) { return column.name == free; };
+        while (std::ranges::any_of(columns_, isTaken) || std::ranges::any_of(last, isTaken)) {
+            free.insert(0, "var_");
+        }
+        columns_.push_back({free, "", "named by a message of the trial", Type::Text});
     }
     columns_.insert(columns_.end(), last.begin(), last.end());
     const auto keep = [this](std::string text) {

@@ -3,6 +3,7 @@
 #include "damage.h"
 #include "facts.h"
 #include "info_json.h"
+#include "tables/fingerprint.h"
 #include "tables/hdf5_file.h"
 #include "tables/recording_tables.h"
 
@@ -30,53 +31,87 @@ bool isNewerThan(const fs::path &file, const fs::path &other) {
     return !none && time >= otherTime;
 }
 
-// What decides about the content of the tables.
+Json textOrNull(const std::optional<std::string> &text) { return text ? Json(tables::utf8(*text)) : Json(); }
+
+// What decides about the content of a table.
 Json optionsJson(const ConvertOptions &options) {
-    Json what = Json::array();
-    for (const std::string_view table : kTables) {
-        if (options.what.contains(std::string(table))) {
-            what.push_back(table);
-        }
-    }
-    const auto text = [](const std::optional<std::string> &value) {
-        return value ? Json(tables::utf8(*value)) : Json();
-    };
     return {{"format", options.format},
-            {"what", what},
             {"columns", tables::utf8(options.table.columns)},
             {"velocities", options.velocities},
             {"missing", tables::utf8(options.table.missing)},
             {"encoding", tables::utf8(options.table.encoding)},
-            {"start", text(options.texts.start)},
-            {"end", text(options.texts.end)},
+            {"start", textOrNull(options.texts.start)},
+            {"end", textOrNull(options.texts.end)},
             {"variable", tables::utf8(options.variable)},
             {"check", options.open.check},
             {"tolerant", options.open.tolerant},
             {"salvage", options.open.salvage},
-            {"keep_times", options.open.keepTimes},
             {"message_offsets", options.open.messageOffsets}};
 }
 
-// How an earlier run ended that has made the same of this recording as it is; nothing when none has.
-std::optional<Status> earlierStatus(const ConversionTask &task, const Json &wanted) {
-    const fs::path description = task.stem + ".json";
-    if (!isNewerThan(description, task.recording)) {
-        return std::nullopt;
+// What an earlier run left under the name of a recording.
+class Earlier {
+  public:
+    Earlier(const ConversionTask &task, const ConvertOptions &options)
+        : path_(task.stem + ".json"), fingerprint_(tables::fingerprintOf(task.recording)), options_(options) {
+        std::ifstream file(path_);
+        found_ = Json::parse(file, nullptr, false);
+        const bool isOurs = found_.is_object() && found_.contains("fingerprint") && found_.contains("tables");
+        if (!isOurs) {
+            found_ = Json();
+        }
+        isNewer_ = isOurs && isNewerThan(path_, task.recording);
     }
-    std::ifstream file(description);
-    const Json found = Json::parse(file, nullptr, false);
-    if (!found.is_object() || found.value("options", Json()) != wanted || !found.contains("tables")) {
-        return std::nullopt;
+
+    [[nodiscard]] const std::string &fingerprint() const { return fingerprint_; }
+
+    // Whether it was made of another recording, or of this one before it changed.
+    [[nodiscard]] bool isOfAnother() const { return !found_.is_null() && found_["fingerprint"] != fingerprint_; }
+
+    // How it ended, when it has made all that is wanted; else nothing.
+    [[nodiscard]] std::optional<Status> status() const {
+        const auto isThere = [this](const std::string &name) { return has(name); };
+        if (!fits() || !std::ranges::all_of(options_.what, isThere)) {
+            return std::nullopt;
+        }
+        return found_.value("complete", Json(false)) == Json(true) ? kSound : kIncomplete;
     }
-    const bool isWhole = std::ranges::all_of(found["tables"], [&](const Json &table) {
+
+    // The tables that it made besides those that are wanted now.
+    [[nodiscard]] Json others() const {
+        Json tables = Json::object();
+        if (fits() && options_.format != "hdf5") {
+            for (const auto &[name, table] : found_["tables"].items()) {
+                if (!options_.what.contains(name) && has(name)) {
+                    tables[name] = table;
+                }
+            }
+        }
+        return tables;
+    }
+
+    // From now on its description is not true any more.
+    void forget() const {
+        std::error_code none;
+        fs::remove(path_, none);
+    }
+
+  private:
+    [[nodiscard]] bool fits() const {
+        return isNewer_ && !isOfAnother() && found_.value("options", Json()) == optionsJson(options_);
+    }
+    [[nodiscard]] bool has(const std::string &name) const {
+        const Json table = found_["tables"].value(name, Json());
         return table.is_object() && table.contains("file") && table["file"].is_string() &&
-               fs::exists(description.parent_path() / table["file"].get<std::string>());
-    });
-    if (!isWhole) {
-        return std::nullopt;
+               fs::exists(path_.parent_path() / table["file"].get<std::string>());
     }
-    return found.value("complete", Json(false)) == Json(true) ? kSound : kIncomplete;
-}
+
+    fs::path path_;
+    std::string fingerprint_;
+    const ConvertOptions &options_;
+    Json found_;
+    bool isNewer_ = false;
+};
 
 Json columnsJson(const std::vector<tables::Column> &columns) {
     Json list = Json::array();
@@ -111,8 +146,9 @@ class Watched : public tables::TableWriter {
 
 class Conversion {
   public:
-    Conversion(const ConversionTask &task, const ConvertOptions &options, JobProgress &progress)
-        : task_(task), options_(options), progress_(progress),
+    Conversion(const ConversionTask &task, const ConvertOptions &options, const Earlier &earlier,
+               JobProgress &progress)
+        : task_(task), options_(options), earlier_(earlier), progress_(progress),
           indexed_(task.recording, options.open, OnDamage::Refuse), places_(indexed_.findPlaces(options.texts)),
           recording_(task.recording, options.open, OnDamage::Refuse),
           decoder_(options.table.encoding), source_{recording_.handle(), places_, decoder_}, damage_(recording_) {}
@@ -121,11 +157,15 @@ class Conversion {
         status_ = std::max(reportDamage(recording_, damage_), reportUnmatched(indexed_, places_));
         fs::create_directories(fs::path(task_.stem).parent_path());
         const Facts facts = gatherFacts(indexed_, damage_, options_.texts);
+        const Json others = earlier_.others();
+        earlier_.forget();
         options_.format == "hdf5" ? writeHdf5() : writeText();
         status_ = std::max(status_, reportUnreadable(recording_, source_.unreadable));
         noteDoubtful();
+        const std::string text = summary();
+        rows_.update(others);
         writeDescription(facts);
-        return {status_, summary()};
+        return {status_, text};
     }
 
   private:
@@ -211,12 +251,15 @@ class Conversion {
     void writeDescription(const Facts &facts) {
         Json description{{"recording", tables::utf8(fs::path(task_.recording).filename().string())},
                          {"program", std::string("trk ") + TRK_PROGRAM_VERSION},
+                         {"fingerprint", earlier_.fingerprint()},
                          {"options", optionsJson(options_)},
                          {"complete", status_ == kSound},
                          {"tables", rows_},
                          {"notes", notes_},
                          {"facts", factsJson(facts)}};
-        description["facts"].erase("file"); // where it was is no fact of the recording
+        // Where it was is no fact of the recording.
+        description["facts"].erase("file");
+        description["facts"]["message_log"].erase("file");
         tables::TextOutput out(task_.stem + ".json", {task_.recording});
         writeJson(out, description);
         out.finish();
@@ -232,6 +275,7 @@ class Conversion {
 
     const ConversionTask &task_;
     const ConvertOptions &options_;
+    const Earlier &earlier_;
     JobProgress &progress_;
     Recording indexed_;
     tables::Places places_;
@@ -269,16 +313,20 @@ JobResult writeIntoDataSet(const std::string &path, std::size_t run, const Conve
         bids.run = std::to_string(run);
     }
     const std::vector<std::string> preamble = preambleLines(recording.handle());
+    const Json origin{{"Recording", tables::utf8(fs::path(path).filename().string())},
+                      {"Fingerprint", tables::fingerprintOf(path)},
+                      {"Options", optionsJson(options)}};
     const tables::BidsFacts facts{preambleValue(preamble, "SOURCE:"), preambleValue(preamble, "VERSION:"),
-                                  damage.isDamaged() ? "The recording is damaged " + damage.text() + "." : ""};
+                                  damage.isDamaged() ? "The recording is damaged " + damage.text() + "." : "",
+                                  origin.dump()};
     std::string columns = options.table.columns;
     if (options.velocities) {
         columns += (columns.empty() ? "" : ",") + std::string("*_vel_*");
     }
-    const std::vector<std::string> notes =
+    const tables::BidsOutcome outcome =
         tables::writeBids(source, {options.folder, path, options.force}, bids, facts, columns,
                           [&progress](unsigned done) { progress.set(done); });
-    for (const std::string &note : notes) {
+    for (const std::string &note : outcome.notes) {
         std::fprintf(stderr, "trk: %s: %s\n", recording.name().c_str(), note.c_str());
     }
     if (decoder.doubtful() != 0) {
@@ -286,6 +334,12 @@ JobResult writeIntoDataSet(const std::string &path, std::size_t run, const Conve
                      doubtfulTexts(decoder.doubtful(), options.table.encoding).c_str());
     }
     status = std::max(status, reportUnreadable(recording, source.unreadable));
+    if (outcome.files == 0 && status == kSound && outcome.hasSamples) {
+        return {status, "there already"};
+    }
+    if (!outcome.hasSamples) {
+        status = std::max(status, kIncomplete);
+    }
     return {status, std::string(status == kSound ? "converted" : "converted in part") + ": sub-" + bids.subject +
                         ", task-" + bids.task + (bids.run.empty() ? "" : ", run-" + bids.run)};
 }
@@ -313,11 +367,18 @@ template <class Convert> JobResult withFailures(const std::string &path, Convert
 
 JobResult convertRecording(const ConversionTask &task, const ConvertOptions &options, JobProgress &progress) {
     return withFailures(task.recording, [&]() -> JobResult {
-        const auto earlier = options.force ? std::nullopt : earlierStatus(task, optionsJson(options));
-        if (earlier) {
-            return {*earlier, "there already"};
+        const Earlier earlier(task, options);
+        if (!options.force && earlier.isOfAnother()) {
+            throw CannotRead(tables::escaped(task.stem) +
+                                 ".json and its tables were made from another recording than " +
+                                 tables::escaped(task.recording) +
+                                 ", or from this one before it changed: choose another folder, or --force",
+                             kIncomplete);
         }
-        return Conversion(task, options, progress).run();
+        if (const auto status = earlier.status(); status && !options.force) {
+            return {*status, "there already"};
+        }
+        return Conversion(task, options, earlier, progress).run();
     });
 }
 

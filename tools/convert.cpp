@@ -1,12 +1,16 @@
 #include "convert.h"
 
 #include "conversion.h"
+#include "tables/pattern.h"
+#include "tables/recording_tables.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 namespace tool {
@@ -47,11 +51,16 @@ bool findRecordings(const fs::path &folder, std::vector<fs::path> &found) {
 std::vector<ConversionTask> tasksOf(const ConvertOptions &options, Status &status) {
     std::vector<ConversionTask> tasks;
     const fs::path target = options.folder;
+    std::set<std::string> seen;
     const auto add = [&](const fs::path &recording, const fs::path &place) {
-        tasks.push_back({recording.string(), (target / place).replace_extension().string()});
+        const fs::path stem = target / (isRecordingName(place) ? place.parent_path() / place.stem() : place);
+        if (seen.insert(recording.lexically_normal().string()).second) {
+            tasks.push_back({recording.string(), stem.string()});
+        }
     };
     for (const std::string &input : options.inputs) {
-        if (!fs::is_directory(input)) {
+        std::error_code none;
+        if (!fs::is_directory(input, none)) {
             add(input, fs::path(input).filename());
             continue;
         }
@@ -78,7 +87,7 @@ void checkNames(const std::vector<ConversionTask> &tasks) {
         if (!isNew) {
             throw std::invalid_argument(tables::escaped(owner->second) + " and " +
                                         tables::escaped(task.recording) + " would both become " +
-                                        tables::escaped(task.stem) + "_*: convert the folder above both");
+                                        tables::escaped(task.stem) + "_*: convert them into different folders");
         }
     }
 }
@@ -112,11 +121,19 @@ int convert(const ConvertOptions &options) {
     if (!options.table.columns.empty()) {
         static_cast<void>(tables::selectColumns(known.all, known.byDefault, options.table.columns));
     }
-    tables::checkVariable(options.variable);
+    if (!options.variable.empty()) {
+        [[maybe_unused]] const tables::VariablePattern pattern(options.variable);
+    }
+    if (options.table.missing.find_first_of("\t\r\n\"") != std::string::npos) {
+        throw std::invalid_argument("--missing takes neither quotes nor tabs nor line ends");
+    }
     [[maybe_unused]] const tables::TextDecoder decoder(options.table.encoding);
     Status status = kSound;
     const std::vector<ConversionTask> tasks = tasksOf(options, status);
     const bool isBids = options.format == "bids";
+    if (!isBids && !(options.bids.subject + options.bids.task).empty()) {
+        throw std::invalid_argument("--sub and --task go with --format bids");
+    }
     if (isBids) {
         tables::checkLabels(options.bids);
         if (tasks.size() > 1 && !options.bids.run.empty()) {
@@ -148,7 +165,7 @@ int convert(const ConvertOptions &options) {
         isFirst = false;
     }
     std::printf("%s\n", summary.c_str());
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 && errno != EPIPE) { // who has read enough of it wants no more
         throw tables::OutputError("standard output cannot be written");
     }
     return status;

@@ -191,8 +191,7 @@ missing, and so is a velocity or resolution of an event that is 0: it was not re
 A text that holds a tab, a quote or a line end is quoted, with quotes inside doubled: the common readers give it back.
 A button event tells its number, its state (1 pressed) and the state of all buttons, where the tracker writes them
 into its two words as the recordings of our own writer have them.
---log: the texts of the log begin with their time; where the recording's times are moved, theirs are not
-always (--keep-times). Left out are lines of the log that pair the clocks, with the message of the
+--log: the texts of the log begin with their time. Left out are lines of the log that pair the clocks, with the message of the
 recording that each meets; an item behind such a line that meets none; the last item of the recording when
 a message of the log is 2 ms or less away.
 --raw: a sample with raw values in its extension words has one set of them, shown for each of its eyes;

@@ -2,6 +2,7 @@
 
 #include "facts.h"
 #include "info_json.h"
+#include "table_options.h"
 #include "tables/text_output.h"
 
 #include <algorithm>
@@ -295,6 +296,7 @@ int info(const InfoOptions &options) {
             const DamageReport damage(recording);
             status = std::max(status, reportDamage(recording, damage));
             const Facts facts = gatherFacts(recording, damage, options.texts);
+            status = std::max(status, reportUnmatched(recording, facts.places));
             if (options.json) {
                 all.push_back(factsJson(facts));
                 continue;

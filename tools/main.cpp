@@ -51,8 +51,6 @@ void addOpenOptions(CLI::App &command, tool::OpenOptions &options) {
         ->option_text("LEVEL");
     command.add_flag("--tolerant", options.tolerant, "Show a recording that breaks off up to the damage");
     command.add_flag("--salvage", options.salvage, "Show all of a damaged recording that can be saved");
-    command.add_flag("--keep-times", options.keepTimes,
-                     "Never count the times of late recordings from their first sample");
     command.add_flag("--message-offsets", options.messageOffsets,
                      "Take a number before a message text as an offset to its time");
 }
@@ -91,7 +89,7 @@ void addTableOptions(CLI::App &command, tool::TableOptions &options) {
     command
         .add_option(
             "--columns", options.columns,
-            "Columns to write: names or patterns (gaze_*) separated by commas; behind a leading + they are "
+            "Columns to write: names or patterns (gaze_[xy]_*) separated by commas; behind a leading + they are "
             "added to those that are there by default. help lists all")
         ->option_text("NAME,...");
     command
@@ -158,10 +156,11 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
                                                                  {"events", tables::kEvents},
                                                                  {"messages", tables::kMessages},
                                                                  {"recordings", tables::kRecordings}};
-    CLI::App *const command = addCommand(app, "dump", "Write the items of recordings as a tab-separated table",
-                                         "dump s07.trk --kind messages\n"
-                                         "dump s07.trk --kind samples --trial 3 --columns time,gaze_* -o gaze.tsv",
-                                         tool::kDumpHelp);
+    CLI::App *const command =
+        addCommand(app, "dump", "Write the items of recordings as a tab-separated table",
+                   "dump s07.trk --kind messages\n"
+                   "dump s07.trk --kind samples --trial 3 --columns 'time,gaze_[xy]_*' -o gaze.tsv",
+                   tool::kDumpHelp);
     command->add_option("FILE", options.files, "Recordings; several get a column for the file")->required();
     command
         ->add_option("--kind", kinds,
@@ -207,8 +206,10 @@ std::array<double, 2> sizeFrom(const std::string &option, const std::string &tex
         isPair ? std::sscanf(text.c_str(), "%lfx%lf%2[cm]%n", size.data(), &size[1], unit.data(), &used) == 3
                : std::sscanf(text.c_str(), "%lf%2[cm]%n", size.data(), unit.data(), &used) == 2;
     const auto known = kUnits.find(unit.data());
-    if (!isRead || static_cast<std::size_t>(used) != text.size() || known == kUnits.end() || !(size[0] > 0) ||
-        (isPair && !(size[1] > 0))) {
+    constexpr double kLargest = 20; // m
+    const auto fits = [&](double length) { return length > 0 && length * known->second <= kLargest; };
+    if (!isRead || static_cast<std::size_t>(used) != text.size() || known == kUnits.end() || !fits(size[0]) ||
+        (isPair && !fits(size[1]))) {
         throw CLI::ValidationError(option, std::string("needs ") + (isPair ? "WIDTHxHEIGHT" : "a length") +
                                                " with its unit, such as " + (isPair ? "53x30cm" : "60cm"));
     }
@@ -255,8 +256,12 @@ void addBids(CLI::App &command, tables::BidsOptions &options, ScreenTexts &scree
     label("--ses", options.session, "Session");
     label("--acq", options.acquisition, "Acquisition");
     label("--run", options.run, "Run");
-    label("--datatype", options.dataType,
-          "Folder of the files: beh (default), or that of the data recorded beside");
+    command
+        .add_option("--datatype", options.dataType,
+                    "Folder of the files: beh (default), or that of the data recorded beside")
+        ->check(CLI::IsMember({"beh", "eeg", "func", "ieeg", "meg", "nirs"}).description(""))
+        ->option_text("TYPE")
+        ->group("BIDS");
     const auto text = [&command](const char *name, std::string &value, const char *description, const char *form) {
         command.add_option(name, value, description)->option_text(form)->group("BIDS");
     };
@@ -298,6 +303,11 @@ void addConvert(CLI::App &app, tool::ConvertOptions &options, std::vector<std::s
         ->option_text("TABLE,...");
     command->add_flag("--velocities", options.velocities, "Add the smoothed velocities to samples");
     command->add_option("--jobs", options.jobs, "Recordings at a time; by default as many as there are processors")
+        ->check([](const std::string &text) {
+            const bool isNumber = !text.empty() && text.size() <= 3 && text != "0" &&
+                                  text.find_first_not_of("0123456789") == std::string::npos;
+            return isNumber ? "" : "takes a number from 1 to 999";
+        })
         ->option_text("N");
     command->add_flag("--force", options.force, "Make again what is there already");
     addTrialTexts(*command, options.texts);

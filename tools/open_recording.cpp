@@ -35,8 +35,9 @@ std::string_view trimmed(std::string_view line) {
 }
 
 int openFlags(const OpenOptions &options) {
-    return options.check | (options.tolerant ? TRK_OPEN_TOLERANT : 0) | (options.salvage ? TRK_OPEN_SALVAGE : 0) |
-           (options.keepTimes ? TRK_OPEN_KEEP_TIMES : 0) | (options.messageOffsets ? TRK_OPEN_MESSAGE_OFFSETS : 0);
+    // Trials never have their times moved; tables whose samples have could not be joined with them.
+    return TRK_OPEN_KEEP_TIMES | options.check | (options.tolerant ? TRK_OPEN_TOLERANT : 0) |
+           (options.salvage ? TRK_OPEN_SALVAGE : 0) | (options.messageOffsets ? TRK_OPEN_MESSAGE_OFFSETS : 0);
 }
 
 _TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines &log, TRK_ERROR &error) {

@@ -45,7 +45,6 @@ struct OpenOptions {
     int check = TRK_OPEN_CHECK_AND_FILL; // TRK_OPEN_NO_CHECK, _CHECK or _CHECK_AND_FILL
     bool tolerant = false;
     bool salvage = false;
-    bool keepTimes = false;
     bool messageOffsets = false;
     bool mergeLog = false;              // the messages of the external log among the items
     std::optional<std::string> logFile; // in place of the one beside the recording

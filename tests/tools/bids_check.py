@@ -85,4 +85,4 @@ assert count >= 8, count
 rates = {json.load(open(path))["SamplingFrequency"] for path in folder.glob("sub-03/**/*run-2*physio.json")}
 assert rates == {1000, 500}, rates
 texts = [row[3] for row in rows(next(folder.glob("sub-03/**/*run-1*physioevents.tsv.gz")))]
-assert '"begins with a quote' in texts and "tab here" in texts and "grüße ✓" in texts and "gr\u00fc\u00dfe" in texts, texts
+assert "'begins with a quote" in texts and "tab here" in texts and "grüße ✓" in texts and "gr\u00fc\u00dfe" in texts, texts

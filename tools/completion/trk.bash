@@ -2,7 +2,7 @@
 
 _trk_options() { # of a command
     local trials='--start --end' table='--columns --missing --encoding'
-    local opening='--check --tolerant --salvage --keep-times --message-offsets'
+    local opening='--check --tolerant --salvage --message-offsets'
     case $1 in
     info) echo "--json $trials $opening" ;;
     check) echo --json ;;
@@ -39,7 +39,7 @@ _trk_value() {
     *' --what') words='samples events messages trials blocks' given=${3%"${3##*,}"} ;;
     *' --damage') words='bit zero hole cut' given=${3%"${3##*,}"} ;;
     'dump --columns') words=$(_trk_columns "${@:4}") given=${3%"${3##*[,+]}"} ;;
-    *' --json' | *' --tolerant' | *' --salvage' | *' --keep-times' | *' --message-offsets') return 1 ;;
+    *' --json' | *' --tolerant' | *' --salvage' | *' --message-offsets') return 1 ;;
     'dump --log' | *' --raw' | *' --velocities' | *' --force' | *' --compressed') return 1 ;;
     *' --help' | *' --version') return 1 ;;
     *' --'*) ;; # what the user alone knows

@@ -32,7 +32,6 @@ __trk_option info,trials,dump,convert -l end -x -d 'Text in messages that end a 
 __trk_option info,trials,dump,convert -l check -x -a 'none basic full' -d Repairs
 __trk_option info,trials,dump,convert -l tolerant -d 'Show what lies before the damage'
 __trk_option info,trials,dump,convert -l salvage -d 'Show all that can be saved'
-__trk_option info,trials,dump,convert -l keep-times -d 'Leave the times of late recordings as they are'
 __trk_option info,trials,dump,convert -l message-offsets -d 'Take numbers before messages as offsets'
 __trk_option trials,convert -l variable -x -d 'Pattern with two groups, name and value'
 __trk_option trials,convert -l columns -x -d 'Columns to write'

@@ -1,0 +1,12 @@
+// Tells recordings apart.
+#pragma once
+
+#include <string>
+
+namespace tables {
+
+// Size and a checksum of the first and the last 64 KiB of a file: other for every recording, the same for copies of one.
+// "" for a file that cannot be read.
+[[nodiscard]] std::string fingerprintOf(const std::string &path);
+
+} // namespace tables
