@@ -339,7 +339,9 @@ void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
                                          "synth practice.trk\n"
                                          "synth noisy.trk --minutes 5 --rate 500 --noise 0.2 --truth truth.tsv",
                                          tool::kSynthHelp);
-    command->add_option("OUT", options.output, "Recording to write: there whole in the end, or as it was")
+    command
+        ->add_option("OUT", options.output,
+                     "Recording to write, which must not be there yet; there whole in the end, or not")
         ->required();
     trkwriter::SessionOptions &session = options.session;
     addSetting(*command, "--minutes", session.minutes, "Minutes from the first message to the last", "MIN");
@@ -367,6 +369,7 @@ void addSynth(CLI::App &app, tool::SynthOptions &options, int &status) {
             return isNumber && seed.size() <= kMostDigits ? "" : seed + " is no whole number of up to 19 digits";
         });
     command->add_flag("--compressed", options.compressed, "Write a compressed recording");
+    command->add_flag("--force", options.force, "Replace OUT when it is there");
     command
         ->add_option("--damage", options.damages,
                      "Damage the recording: bit, zero, hole, cut; repeatable or separated by commas")

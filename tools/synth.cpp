@@ -126,6 +126,11 @@ Status synth(const SynthOptions &options) {
     if (options.truth) {
         requireDifferent(*options.truth, options.log);
     }
+    std::error_code none;
+    if (!options.force && std::filesystem::is_regular_file(options.output, none)) {
+        throw tables::OutputError(tables::escaped(options.output) +
+                                  " is there, and may be a recording of somebody: --force replaces it");
+    }
     try {
         tables::WholeFile file(options.output);
         write(options, file);

@@ -15,6 +15,7 @@ struct SynthOptions {
     std::string output;
     trkwriter::SessionOptions session;
     bool compressed = false;
+    bool force = false;               // replaces a file that is there
     std::vector<std::string> damages; // named as damageNamed() knows them
     std::optional<std::string> truth; // file for the table of true events
     std::optional<std::string> log;   // file for the external message log

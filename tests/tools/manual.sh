@@ -88,6 +88,7 @@ trk() {
     [ $status -lt 2 ] || fail "trk $*: $(cat err)"
 }
 eval "$(awk '/^```/ { on = !on } on && /^(trk|  )/' "$source"/docs/man/*.scd | sed 's/\\\\/\\/g')"
+rm -f practice.trk noisy.trk broken.trk # synth replaces nothing
 for command in '' $commands; do
     eval "$("$program" $command --help | sed -n '/^Examples:/,/^$/s/^  trk/trk/p')"
 done

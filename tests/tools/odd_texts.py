@@ -1,4 +1,4 @@
-"""Writes a recording whose messages are hard to write into tables: odd_texts.py [RATE OF A SECOND BLOCK]"""
+"""Writes a recording whose messages are hard to write into tables: odd_texts.py [RATE OF A SECOND BLOCK [FIRST TIME]]"""
 import struct
 import sys
 
@@ -23,8 +23,9 @@ def message(time, text):
 HEAD = b"QM_OPTICORE_COMBFILE\nVERSION: PUPILON V2 7\nSOURCE: PUPILON LX\nENDP:\n"
 
 if __name__ == "__main__":
-    records = block(1000, 1000)
+    first = int(sys.argv[2]) if len(sys.argv) > 2 else 1000
+    records = block(first, 1000)
     if len(sys.argv) > 1:
-        records += block(3000, int(sys.argv[1]))
-    records += b"".join(message(4000 + 10 * i, text) for i, text in enumerate(TEXTS))
+        records += block(first + 2000, int(sys.argv[1]))
+    records += b"".join(message(first + 3000 + 10 * i, text) for i, text in enumerate(TEXTS))
     sys.stdout.buffer.write(HEAD + records + b"\0\0")

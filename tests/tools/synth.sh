@@ -33,16 +33,17 @@ END
 
 # The same options make the same bytes, compressed or not the same items, and what stood there is replaced whole.
 "$trk" synth b.trk "${options[@]}" && cmp a.trk b.trk || fail "bytes"
-"$trk" synth b.trk "${options[@]}" --compressed
+[ "$(status_of "$trk" synth b.trk)" = 3 ] && cmp a.trk b.trk || fail "a recording that is there is replaced"
+"$trk" synth b.trk "${options[@]}" --compressed --force
 cmp <("$trk" dump a.trk) <("$trk" dump b.trk) && [ "$(wc -c <b.trk)" -lt "$(wc -c <a.trk)" ] || fail "--compressed"
 
 # Damage is told, and found: in compressed recordings each, in plain ones but for a bit.
 for kind in bit zero hole cut hole,bit; do
     for seed in 1 2 3 4 5; do
-        "$trk" synth c.trk --minutes 0.5 --compressed --seed $seed --damage $kind 2>err
+        "$trk" synth c.trk --force --minutes 0.5 --compressed --seed $seed --damage $kind 2>err
         [ "$(wc -l <err)" = "$(wc -w <<<"${kind//,/ }")" ] || fail "--damage $kind says $(cat err)"
         [ "$(status_of "$trk" check c.trk)" = 1 ] || fail "compressed $kind $seed: $(cat out)"
-        "$trk" synth d.trk --minutes 0.5 --seed $seed --damage $kind 2>err
+        "$trk" synth d.trk --force --minutes 0.5 --seed $seed --damage $kind 2>err
         [ $kind = bit ] || [ "$(status_of "$trk" check d.trk)" = 1 ] || fail "plain $kind $seed: $(cat out)"
     done
 done
@@ -51,10 +52,10 @@ done
 echo old >kept.trk
 for usage in '--noise -1' '--noise nan' '--rate 300' '--trials 121' '--blocks 0' '--seed -1' '--eyes none' \
     '--damage foo' '--minutes x' '--dropout 21' '--truth ./kept.trk' '--truth t --log t'; do
-    [ "$(status_of "$trk" synth kept.trk $usage)" = 2 ] && [ ! -s out ] && [ "$(wc -l <err)" = 1 ] ||
+    [ "$(status_of "$trk" synth kept.trk --force $usage)" = 2 ] && [ ! -s out ] && [ "$(wc -l <err)" = 1 ] ||
         fail "$usage: $(cat err)"
 done
-[ "$(status_of "$trk" synth kept.trk --truth /no/such/folder)" = 3 ] || fail "a truth that cannot be written"
-[ "$( (ulimit -f 100 && status_of "$trk" synth kept.trk))" = 3 ] || fail "a full disk: $(cat err)"
+[ "$(status_of "$trk" synth kept.trk --force --truth /no/such/folder)" = 3 ] || fail "a truth that cannot be written"
+[ "$( (ulimit -f 100 && status_of "$trk" synth kept.trk --force))" = 3 ] || fail "a full disk: $(cat err)"
 [ "$(cat kept.trk)" = old ] && ! compgen -G '*.part' >/dev/null && [ ! -e t ] || fail "left: $(ls)"
 "$trk" synth --help | head -n 2 | grep -qx '  trk synth [a-z.]*' || fail "help begins with examples"

@@ -56,6 +56,9 @@ sleep 0.01 && touch raw/texts.trk && "$trk" convert raw/texts.trk -o tsv >out &&
 cp raw/texts.trk raw/deep/texts.trk
 "$trk" convert raw/texts.trk raw/deep/texts.trk -o tsv >out 2>err && fail "two files for one name"
 grep -q 'would both become' err || fail "$(cat err)"
+mkdir other && cp packed.trk other/texts.trk
+"$trk" convert other/texts.trk -o tsv >out 2>err && fail "another recording of the same name"
+grep -q 'made from another recording' err || fail "$(cat err)"
 # A run that is killed leaves whole files only, and the next one ends with the same bytes.
 for try in 1 2 3 4 5 6 7 8; do
     "$trk" convert raw/deep -o killed --velocities --jobs 1 >/dev/null 2>&1 &
@@ -77,6 +80,13 @@ grep -q 'example_.* cannot be written: File too large' err && ! compgen -G 'full
 
 "$trk" convert raw/deep/example.trk -o few --what samples,trials --columns 'time,gaze_?_left,trial_time' >out
 [ "$(ls few | tr '\n' ' ')" = "example.json example_samples.tsv example_trials.tsv " ] || fail "--what"
+"$trk" convert raw/deep/example.trk -o few --what blocks,trials --columns 'time,gaze_?_left,trial_time' >out
+[ "$(python3 -c 'import json; print(*sorted(json.load(open("few/example.json"))["tables"]))')" = "blocks samples trials" ] ||
+    fail "the description forgets tables"
+python3 "$here/odd_texts.py" 500 400000000 >late.trk
+"$trk" convert late.trk -o late --what samples,trials --columns +trial_time >out
+[ "$(cut -f10 late/late_samples.tsv | tr '\n' ' ')" = "trial_time 1 2 3 4 1 2 3 4 " ] || fail "a late recording"
+[ "$(cut -f5 late/late_trials.tsv | tr '\n' ' ')" = "start 400000000 400002000 " ] || fail "trials of a late recording"
 [ "$(head -n 1 few/example_samples.tsv)" = $'time\tgaze_x_left\tgaze_y_left\ttrial_time' ] || fail "--columns"
 "$trk" dump --kind messages raw/deep/example.trk packed.trk | cut -f1 | sort | uniq -c | tr -s ' \n' ' ' >files
 [ "$(cat files)" = " 1 file 84 packed.trk 84 raw/deep/example.trk " ] || fail "files: $(cat files)"
@@ -92,6 +102,11 @@ python3 "$here/odd_texts.py" 500 >rates.trk
 bids raw/texts.trk rates.trk --sub 03 || fail "$(cat out err)"
 bids raw/broken.trk --sub 04 --salvage && fail "a damaged recording has a status"
 python3 "$here/bids_check.py" study 4 || fail "the data set"
+[ "$(python3 -c 'import glob, json
+print(*sorted(json.load(open(name))["StartTime"] for name in glob.glob("study/sub-03/**/*run-2*_physio.json", recursive=True)))')" = "0.0 2.0" ] ||
+    fail "StartTime of a second rate"
+bids packed.trk --sub 01 --velocities && fail "another recording under the same labels"
+grep -q 'says something else: --force' err || fail "$(cat err)"
 cp -a study before
 bids raw/deep/example.trk --sub 01 --velocities && diff -r before study || fail "a second run"
 bids raw/deep/example.trk --sub 01 "${screen[@]}" && fail "replaced what says something else"

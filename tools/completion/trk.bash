@@ -14,7 +14,7 @@ _trk_options() { # of a command
             --screen-size --screen-resolution --screen-distance --screen-origin
         ;;
     synth)
-        echo --minutes --rate --eyes --trials --blocks --noise --dropout --blinks --drift --seed --compressed \
+        echo --minutes --rate --eyes --trials --blocks --noise --dropout --blinks --drift --seed --compressed --force \
             --damage --truth --log
         ;;
     *) echo --version ;;
