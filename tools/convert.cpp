@@ -102,7 +102,8 @@ const char *const kConvertHelp =
     R"(For each recording: RECORDING_samples, _events (one row a fixation, saccade or blink, button or input event),
 _messages, _trials and _blocks, and RECORDING.json with the facts of the recording, its damages, and the name, unit and
 description of every column. Recordings in a folder keep their place in it. Every file is there whole or not at all.
-What an earlier run has made with the same options, and is newer than the recording, is not made again (--force does).
+What an earlier run has made with the same options, and is newer than the recording, is not made again (--force does);
+what was made of another recording is not replaced (--force does).
 A missing value is empty (--missing). Texts that hold a separator, a quote or a line end are quoted:
   pandas: pd.read_csv(path, sep="\t", keep_default_na=False, na_values=[""])
   R:      read.delim(path, na.strings = "")
