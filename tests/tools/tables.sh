@@ -101,7 +101,13 @@ bids packed.trk --sub 02 --ses a --run 1 "${screen[@]}" --start TRIALID --end 'T
 python3 "$here/odd_texts.py" 500 >rates.trk
 bids raw/texts.trk rates.trk --sub 03 || fail "$(cat out err)"
 bids raw/broken.trk --sub 04 --salvage && fail "a damaged recording has a status"
-python3 "$here/bids_check.py" study 4 || fail "the data set"
+"$trk" synth right.trk --eyes right --rate 2000 --minutes 0.4 --dropout 5
+bids right.trk --sub 05 || fail "$(cat out err)"
+for kind in bit zero hole cut; do
+    "$trk" synth $kind.trk --eyes left --rate 250 --minutes 1 --damage $kind 2>err
+    bids $kind.trk --sub "06$kind" --salvage || [ $? = 1 ] || fail "$kind: $(cat out err)"
+done
+python3 "$here/bids_check.py" study 9 || fail "the data set"
 [ "$(python3 -c 'import glob, json
 print(*sorted(json.load(open(name))["StartTime"] for name in glob.glob("study/sub-03/**/*run-2*_physio.json", recursive=True)))')" = "0.0 2.0" ] ||
     fail "StartTime of a second rate"
@@ -110,7 +116,7 @@ grep -q 'says something else: --force' err || fail "$(cat err)"
 cp -a study before
 bids raw/deep/example.trk --sub 01 --velocities && diff -r before study || fail "a second run"
 bids raw/deep/example.trk --sub 01 "${screen[@]}" && fail "replaced what says something else"
-bids raw/deep/example.trk --sub 01 "${screen[@]}" --start TRIALID --end "TRIAL OK" --force && python3 "$here/bids_check.py" study 4 || fail "--force"
+bids raw/deep/example.trk --sub 01 "${screen[@]}" --start TRIALID --end "TRIAL OK" --force && python3 "$here/bids_check.py" study 9 || fail "--force"
 for usage in "--sub x_1" "" "--sub 1 --screen-size 3x4cm" "--sub 1 --screen-size 3 --screen-resolution 1x1 --screen-distance 1m"; do
     status=0
     bids raw/deep/example.trk $usage || status=$?
