@@ -5,7 +5,11 @@
 
 build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev)
 sanitizer_packages=(clang libclang-rt-14-dev)
-test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3)
+# The Python package and its tests.
+python_packages=(python3-numpy python3-pandas python3-matplotlib python3-dask python3-distributed python3-pytest
+    python3-hypothesis python3-venv mypy chromium)
+test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
+    "${python_packages[@]}")
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)
 
 need_packages() {

@@ -1,0 +1,52 @@
+"""What the tests share: the library of the build tree, and recordings made for them."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any, Callable, Iterator
+
+import pytest
+
+BUILD = Path(os.environ.get("TRKAPI_BUILD", Path(__file__).parents[3] / "build" / "release"))
+os.environ.setdefault("TRKAPI_LIBRARY", str(BUILD / "libtrkapi.so.4"))
+os.environ["MPLBACKEND"] = "Agg"
+PACKAGE = str(Path(__file__).parents[1])
+sys.path.insert(0, PACKAGE)
+os.environ["PYTHONPATH"] = PACKAGE  # for the processes that tests start
+
+import trkapi  # noqa: E402 - finds its library by the environment
+
+
+def write_recording(path: Path, compressed: bool = False) -> Path:
+    """Write a binocular recording of two minutes and twelve trials, the one place where test recordings come from."""
+    command = [str(BUILD / "examples" / "make_example_recording"), str(path)]
+    subprocess.run(command + ["--compressed"] * compressed, check=True, stdout=subprocess.DEVNULL)
+    return path
+
+
+@pytest.fixture(scope="session")
+def path(tmp_path_factory: Any) -> Path:
+    return write_recording(tmp_path_factory.mktemp("recordings") / "s07.trk")
+
+
+@pytest.fixture
+def recording(path: Path) -> Iterator[trkapi.Recording]:
+    with trkapi.open(path) as opened:
+        yield opened
+
+
+@pytest.fixture(scope="session")
+def damage(path: Path) -> Callable[[Path], Path]:
+    """A function that writes the test recording with 100 bytes in its middle zeroed."""
+
+    def write(target: Path) -> Path:
+        content = bytearray(path.read_bytes())
+        middle = len(content) // 2
+        content[middle : middle + 100] = bytes(100)
+        target.write_bytes(content)
+        return target
+
+    return write
