@@ -34,7 +34,7 @@ constexpr auto kColumns = std::to_array<SampleColumn>({
       offsetof(FSAMPLE_REC, flags), 0},
      ColumnSource::Word,
      0},
-    {{TRK_COLUMN_IN_BLINK_LEFT, TRK_TYPE_UINT8, "in_blink_left", "item", "", "1 inside a blink of the left eye",
+    {{TRK_COLUMN_IN_BLINK_LEFT, TRK_TYPE_UINT8, "in_blink_left", "item", "", "1 inside a blink of the left eye, when opened with TRK_OPEN_CHECK_AND_FILL",
       "", -1, 0},
      ColumnSource::InBlink,
      0},

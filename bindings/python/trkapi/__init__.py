@@ -30,6 +30,8 @@ if TYPE_CHECKING:
         RecordingError,
         RecordingNotFound,
     )
+    from ._many import Many, dask_frame, read, read_many, read_samples
+    from ._quality import quality
     from ._recording import Options, Recording, open
     from ._stretch import Stretch
     from ._table import Column, Table
@@ -41,6 +43,8 @@ _HOMES = {
         *("Damage", "DamageKind", "DamageWarning", "DamagedRecording"),
         *("ErrorCode", "RecordingError", "RecordingNotFound"),
     ),
+    "_many": ("Many", "dask_frame", "read", "read_many", "read_samples"),
+    "_quality": ("quality",),
     "_recording": ("Options", "Recording", "open"),
     "_stretch": ("Stretch",),
     "_table": ("Column", "Table"),

@@ -240,7 +240,7 @@ def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> 
     values = {name: saccades[name] for name in saccades.dtype.names or ()}
     values["amplitude"] = np.hypot(across / pixels_x, down / pixels_y)
     values["direction"] = np.degrees(np.arctan2(-down, across))
-    return Table.of(values, [*saccades.columns.values(), _AMPLITUDE, _DIRECTION])
+    return Table.of(values, columns_of("saccades"))
 
 
 def _resolution(records: Array, axis: str, otherwise: float) -> Array:
@@ -264,3 +264,9 @@ def texts_of(buffer: Array, offsets: Array) -> Array:
 
 
 assert RECORD.itemsize == ctypes.sizeof(c.FEVENT)
+
+
+def columns_of(what: str) -> list[Column]:
+    """The columns of the table `what`."""
+    columns = [column for column, _ in COLUMNS_OF[what]]
+    return [*columns, _AMPLITUDE, _DIRECTION] if what == "saccades" else columns
