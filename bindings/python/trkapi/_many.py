@@ -20,7 +20,6 @@ from ._table import Table, need
 from ._trials import TRIAL_COLUMNS
 
 if TYPE_CHECKING:
-    import dask.dataframe as dask_dataframe
     import pandas
 
 TrialTexts = tuple[Optional[str], Optional[str]]
@@ -265,7 +264,7 @@ def dask_frame(
     on_error: str = "raise",
     trials: TrialTexts = (None, None),
     **keywords: Any,
-) -> dask_dataframe.DataFrame:
+) -> Any:
     """One table of many recordings as a Dask DataFrame, one recording a partition; nothing is read yet.
 
     Parameters
