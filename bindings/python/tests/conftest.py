@@ -19,6 +19,10 @@ os.environ["PYTHONPATH"] = PACKAGE  # for the processes that tests start
 
 import trkapi  # noqa: E402 - finds its library by the environment
 
+# What write_recording makes, to be changed with it: times of the first and of the last sample (ms), samples, those
+# of them without gaze of the left eye, trials.
+FIRST, LAST, SAMPLES, LOST, TRIALS = 250100, 369699, 115176, 7056, 12
+
 
 def write_recording(path: Path, compressed: bool = False) -> Path:
     """Write a binocular recording of two minutes and twelve trials, the one place where test recordings come from."""

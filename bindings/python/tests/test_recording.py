@@ -22,6 +22,7 @@ from hypothesis import given, settings
 from hypothesis import strategies as st
 
 import trkapi
+from conftest import FIRST, LAST, SAMPLES, TRIALS
 from trkapi import _library as c
 
 Write = Callable[[Path], Path]
@@ -58,7 +59,7 @@ def plain(sample: c.FSAMPLE_REC, name: str) -> float:
 
 @settings(max_examples=60, deadline=None)
 @given(
-    first=st.integers(-50, 118500),
+    first=st.integers(-50, SAMPLES + 3000),
     length=st.integers(-5, 3000),
     names=st.lists(st.sampled_from(NAMES), min_size=1, max_size=6, unique=True),
     wide=st.booleans(),
@@ -99,17 +100,19 @@ def test_events_read_as_the_walk(walked: Any) -> None:
 def test_slices(recording: trkapi.Recording) -> None:
     times = recording.samples("time")["time"]
     assert len(times) == recording.sample_count == recording.blocks["samples"].sum()
-    for start, stop in ((255000, 256000), (-3.5, 250200), (None, 260101.2), (369600, math.inf), (9, 3), (260000, 260001)):
+    for start, stop in ((FIRST + 5000, FIRST + 6000), (-3.5, FIRST + 99), (None, FIRST + 9999.2), (LAST - 9, math.inf), (9, 3)):
         low, high = -math.inf if start is None else start, math.inf if stop is None else stop
         got = recording.samples("time", start=start, stop=stop)["time"]
         assert got.tolist() == times[(times >= low) & (times < high)].tolist()
     trials = recording.trials("TRIALID", "TRIAL OK")
-    assert [trial.number for trial in trials] == list(range(1, 13)) and len(trials[2:4]) == 2
-    assert trials[-1].samples(block=12).size == trials.table.size * 800 and not trials[0].samples(block=12).size
-    assert trials[3].samples(start=285000)["time"][0] == 285000
+    assert [trial.number for trial in trials] == list(range(1, TRIALS + 1)) and len(trials[2:4]) == 2
+    last = trials[-1].samples(block=TRIALS)
+    assert last.size == recording.blocks["samples"][-1] and not trials[0].samples(block=TRIALS).size
+    assert trials[3].samples(start=trials[3].start + 999)["time"][0] == trials[3].start + 999
     assert recording.samples(trial=trials[3]).tobytes() == trials[3].samples().tobytes()
-    assert [len(trial.fixations) for trial in trials] == [len(recording.block(n + 1).fixations) for n in range(12)]
-    assert 270300 in recording.trials(3, 0).table["start"] and len(recording.trials()) == 12
+    assert [len(trial.fixations) for trial in trials] == [len(recording.block(n + 1).fixations) for n in range(TRIALS)]
+    shown = recording.inputs[recording.inputs["value"] == 3]["time"][0]
+    assert shown in recording.trials(3, 0).table["start"] and len(recording.trials()) == TRIALS
     for seconds in (0.137, 60, math.inf):
         chunks = list(recording.chunks("time", seconds=seconds))
         assert np.array_equal(np.concatenate(chunks)["time"], times)
@@ -139,8 +142,8 @@ def test_columns(recording: trkapi.Recording) -> None:
 def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording = trkapi.open(path)
     block, samples = recording.block(1), recording.samples(items=(0, 50))
-    for call in (lambda: recording.block(0), lambda: recording.samples(block=13)):
-        with pytest.raises(IndexError, match="numbered 1 to 12"):
+    for call in (lambda: recording.block(0), lambda: recording.samples(block=TRIALS + 1)):
+        with pytest.raises(IndexError, match=f"numbered 1 to {TRIALS}"):
             call()
     for wrong in ("TRIALIDD", ""):
         with pytest.raises(ValueError, match="messages begin with: '!V', 'STIMULUS'"):
@@ -155,11 +158,11 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording.close()
     with pytest.raises(ValueError, match="s07.trk is closed"):
         block.samples()
-    assert "closed" in repr(recording) and samples["time"][0] == 250100
+    assert "closed" in repr(recording) and samples["time"][0] == FIRST
     recording, finalizer = trkapi.open(path), None
     samples, finalizer = recording.samples(), recording._session._finalizer
     del recording  # the last reference: closed without a collector
-    assert not finalizer.alive and samples["time"][-1] == 369699
+    assert not finalizer.alive and samples["time"][-1] == LAST
     empty, text = tmp_path / "empty", tmp_path / "text"
     empty.touch()
     text.write_text("TRIAL 1")
@@ -174,7 +177,7 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
         assert vars(again) == vars(error.value) and str(again) == str(error.value) and again.errno == error.value.errno
     odd = tmp_path / "Größe und \udcff Leer zeichen"
     shutil.copy(path, odd)
-    assert trkapi.open(str(odd)).sample_count == 115176
+    assert trkapi.open(str(odd)).sample_count == SAMPLES
     gc.collect()
     assert capfd.readouterr() == ("", "")
 
@@ -188,7 +191,7 @@ def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     with pytest.warns(trkapi.DamageWarning, match="broken.trk is damaged"):
         warned = trkapi.open(broken, on_damage="warn")
     salvaged = trkapi.open(broken, on_damage="salvage")
-    assert 0 < warned.sample_count <= salvaged.sample_count < 115176 and salvaged.sample_count > 115100
+    assert 0 < warned.sample_count <= salvaged.sample_count < SAMPLES and salvaged.sample_count > SAMPLES - 100
     assert salvaged.damages and "damage    none" not in repr(salvaged)
     filled = trkapi.open(path, check="fill")
     assert filled.samples("dummy")["dummy"].sum() == 24 and filled.repairs and not filled.damages
@@ -207,15 +210,15 @@ def rows_of(recording: trkapi.Recording) -> int:
 
 def test_threads_and_processes_share_a_recording(path: Path) -> None:
     recording = trkapi.open(path, check="fill")
-    expected, got = recording.samples(start=300000).tobytes(), []
+    expected, got = recording.samples(start=FIRST + 50000).tobytes(), []
     threads = [
-        threading.Thread(target=lambda: got.append(recording.between(300000).samples().tobytes())) for _ in range(8)
+        threading.Thread(target=lambda: got.append(recording.between(FIRST + 50000).samples().tobytes())) for _ in range(8)
     ]
     for thread in threads:
         thread.start()
     inherited = os.fork()
     if inherited == 0:  # the child reads through a handle of its own
-        os._exit(0 if recording.samples(start=300000).tobytes() == expected else 1)
+        os._exit(0 if recording.samples(start=FIRST + 50000).tobytes() == expected else 1)
     for thread in threads:
         thread.join()
     assert got == [expected] * 8 and os.waitpid(inherited, 0)[1] == 0

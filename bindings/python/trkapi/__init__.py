@@ -1,10 +1,10 @@
 """Recordings of Pupilon video eye trackers as NumPy arrays and pandas DataFrames.
 
 >>> with trkapi.open(path) as recording:
-...     samples = recording.samples(start=250000, stop=260000)
+...     samples = recording.samples(start=recording.start, stop=recording.start + 5000)
 ...     fixations = recording.fixations
->>> len(samples), len(fixations)
-(9596, 58)
+>>> len(samples), samples.units["gaze_x_left"], fixations.units["duration"]
+(5000, 'display pixels', 'ms')
 
 `open` gives a :class:`Recording`; `read_samples` and `read` give a DataFrame at once, `read_many` and `dask_frame`
 those of many recordings. `quality` measures data quality, `plot` draws. docs/python.md has recipes.
@@ -33,6 +33,7 @@ if TYPE_CHECKING:
     from ._many import Many, dask_frame, read, read_many, read_samples
     from ._quality import quality
     from ._recording import Options, Recording, open
+    from ._report import report
     from ._stretch import Stretch
     from ._table import Column, Table
     from ._trials import Trial, Trials
@@ -46,6 +47,7 @@ _HOMES = {
     "_many": ("Many", "dask_frame", "read", "read_many", "read_samples"),
     "_quality": ("quality",),
     "_recording": ("Options", "Recording", "open"),
+    "_report": ("report",),
     "_stretch": ("Stretch",),
     "_table": ("Column", "Table"),
     "_trials": ("Trial", "Trials"),

@@ -7,8 +7,8 @@ import logging
 import os
 from concurrent.futures import Future, ProcessPoolExecutor
 from concurrent.futures.process import BrokenProcessPool
-from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Iterable, Mapping, NamedTuple, Optional, Sequence, Union
+from dataclasses import asdict, dataclass, fields
+from typing import TYPE_CHECKING, Any, Callable, Iterable, Mapping, NamedTuple, Optional, Sequence, Union
 
 import numpy as np
 
@@ -28,7 +28,6 @@ logger = logging.getLogger("trkapi")
 
 _FIXED = {"blocks": BLOCK_COLUMNS, "trials": TRIAL_COLUMNS, "quality": QUALITY_COLUMNS}
 WHAT = ("samples", *events_of.COLUMNS_OF, *_FIXED)
-_ERROR_COLUMNS = ("file", "error", "text", "code", "offset")
 
 
 @dataclass(frozen=True)
@@ -116,8 +115,8 @@ def read(
 
     Examples
     --------
-    >>> trkapi.read(path, "messages", "text").iloc[0, 0]
-    'TRIALID 1'
+    >>> trkapi.read(path, "messages", ["time", "text"]).columns.tolist()
+    ['time', 'text']
     """
     return _request(what, columns, trials, keywords).read(os.fspath(path)).to_pandas()
 
@@ -127,8 +126,8 @@ def read_samples(path: StrPath, columns: Optional[ColumnNames] = None, **keyword
 
     Examples
     --------
-    >>> trkapi.read_samples(path, "gaze", start=250100, stop=250200).shape
-    (100, 4)
+    >>> trkapi.read_samples(path, "gaze").columns.tolist()
+    ['gaze_x_left', 'gaze_y_left', 'gaze_x_right', 'gaze_y_right']
     """
     return read(path, "samples", columns, **keywords)
 
@@ -148,45 +147,61 @@ class Many(NamedTuple):
     errors: pandas.DataFrame
 
 
-def _attempt(request: _Request, path: str) -> Union[Table, dict[str, Any]]:
-    """The table, or the row of the errors table."""
+Read = Callable[[str], Any]
+
+
+@dataclass(frozen=True)
+class Failure:
+    """Why a recording could not be read."""
+
+    file: str
+    error: str
+    text: str
+    code: Optional[str] = None
+    offset: Optional[int] = None
+
+    @classmethod
+    def of(cls, path: str, error: BaseException) -> Failure:
+        code = getattr(error, "code", None)
+        code = None if code is None else getattr(code, "name", str(code))
+        return cls(path, type(error).__name__, str(error), code, getattr(error, "offset", None))
+
+
+def _attempt(read: Read, path: str) -> Any:
     try:
-        return request.read(path)
+        return read(path)
     except Exception as error:
-        return _failure(path, error)
+        return Failure.of(path, error)
 
 
-def _failure(path: str, error: BaseException) -> dict[str, Any]:
-    code, offset = getattr(error, "code", None), getattr(error, "offset", None)
-    code = None if code is None else getattr(code, "name", str(code))
-    return dict(zip(_ERROR_COLUMNS, (path, type(error).__name__, str(error), code, offset)))
-
-
-def _alone(request: _Request, path: str) -> Union[Table, dict[str, Any]]:
+def _alone(read: Read, path: str) -> Any:
     """A recording in a process of its own, which may die."""
     with ProcessPoolExecutor(1) as pool:
         try:
-            return pool.submit(_attempt, request, path).result()
+            return pool.submit(_attempt, read, path).result()
         except BrokenProcessPool as error:
-            return _failure(path, error)
+            return Failure.of(path, error)
 
 
-def _in_processes(request: _Request, paths: Sequence[str], workers: int) -> list[Union[Table, dict[str, Any]]]:
-    results: dict[str, Union[Table, dict[str, Any]]] = {}
-    with ProcessPoolExecutor(workers) as pool:
+def each(read: Read, paths: Sequence[str], workers: Optional[int]) -> list[Any]:
+    """What `read` gives for each path, in several processes, or the Failure."""
+    count = min(len(paths), workers or os.cpu_count() or 1)
+    if count <= 1:
+        return [_attempt(read, path) for path in paths]
+    results: dict[str, Any] = {}
+    with ProcessPoolExecutor(count) as pool:
         try:
-            futures: dict[str, Future[Any]] = {path: pool.submit(_attempt, request, path) for path in paths}
+            futures: dict[str, Future[Any]] = {path: pool.submit(_attempt, read, path) for path in paths}
             for path, future in futures.items():
-                try:
-                    results[path] = future.result()
-                except BrokenProcessPool:
-                    break
+                results[path] = future.result()
+        except BrokenProcessPool:
+            pass
         except BaseException:
             pool.shutdown(wait=False, cancel_futures=True)
             raise
-    # A process died, for want of memory perhaps, and took the pool along: the rest one by one, so that one
+    # Where a process died, for want of memory perhaps, and took the pool along: the rest one by one, so that one
     # recording costs no other.
-    return [results[path] if path in results else _alone(request, path) for path in paths]
+    return [results[path] if path in results else _alone(read, path) for path in paths]
 
 
 def read_many(
@@ -217,24 +232,20 @@ def read_many(
     Examples
     --------
     >>> fixations, errors = trkapi.read_many([path, "nowhere.trk"], "fixations", workers=1)
-    >>> len(fixations), errors["error"].tolist()
-    (594, ['RecordingNotFound'])
+    >>> list(fixations.columns[:3]), errors["error"].tolist()
+    (['file', 'item', 'eye'], ['RecordingNotFound'])
     """
     pandas = need("pandas", "read_many()")
     names = list(dict.fromkeys(os.fspath(path) for path in paths))
     request = _request(what, columns, trials, keywords)
-    count = min(len(names), workers or os.cpu_count() or 1)
-    results = (
-        [_attempt(request, name) for name in names] if count <= 1 else _in_processes(request, names, count)
-    )
     frames, errors = [], []
-    for name, result in zip(names, results):
-        if isinstance(result, dict):
-            errors.append(result)
+    for name, result in zip(names, each(request.read, names, workers)):
+        if isinstance(result, Failure):
+            errors.append(asdict(result))
         else:
             frames.append(_with_file(result, name, names))
     table = pandas.concat(frames or [_with_file(request.empty(), "", names)], ignore_index=True)
-    return Many(table, pandas.DataFrame(errors, columns=list(_ERROR_COLUMNS)))
+    return Many(table, pandas.DataFrame(errors, columns=[field.name for field in fields(Failure)]))
 
 
 def _with_file(table: Table, name: str, names: Sequence[str]) -> pandas.DataFrame:
@@ -285,8 +296,8 @@ def dask_frame(
     Examples
     --------
     >>> frame = trkapi.dask_frame([path], "fixations", ["eye", "duration"])
-    >>> frame.groupby("eye").duration.mean().compute(scheduler="sync").round(1).to_dict()
-    {'left': 345.6, 'right': 345.2}
+    >>> frame.npartitions, list(frame.columns), sorted(frame["eye"].unique().compute(scheduler="sync"))
+    (1, ['file', 'eye', 'duration'], ['left', 'right'])
     """
     if on_error not in ("raise", "skip"):
         raise ValueError(f"on_error={on_error!r}: choose 'raise' or 'skip'")

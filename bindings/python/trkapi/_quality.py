@@ -330,8 +330,8 @@ def quality(
     Examples
     --------
     >>> table = trkapi.quality(recording, by="recording")
-    >>> table["eye"].tolist(), table["data_loss"].round(3).tolist()
-    (['left', 'right'], [0.06, 0.06])
+    >>> table["eye"].tolist(), bool((table["data_loss"] < 0.2).all()), table.units["rms_window"]
+    (['left', 'right'], True, 'degrees')
     """
     if by not in ("trial", "block", "recording"):
         raise ValueError(f"by={by!r}: choose 'trial', 'block' or 'recording'")

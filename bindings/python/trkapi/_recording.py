@@ -288,8 +288,8 @@ class Recording(Stretch):
 
         Examples
         --------
-        >>> len(recording.between(250000, 260000).fixations)
-        58
+        >>> recording.between(recording.start, recording.start + 2000).sample_count
+        2000
         """
         return Stretch(self, *self._items_between(start, stop))
 
@@ -320,8 +320,8 @@ class Recording(Stretch):
         Examples
         --------
         >>> trial = recording.trials("TRIALID", "TRIAL OK")[3]
-        >>> trial.number, trial.text, trial.duration
-        (4, 'TRIALID 4', 9740)
+        >>> trial.number, trial.text, trial.duration > 0
+        (4, 'TRIALID 4', True)
         """
         if isinstance(start, int):
             # Values of the input port stay the rule of a handle for good: it gets one of its own.

@@ -112,9 +112,10 @@ class Stretch:
 
         Examples
         --------
-        >>> samples = recording.samples(["time", "gaze_x_left"], start=250400, stop=250403)
-        >>> samples["time"]
-        array([250400, 250401, 250402], dtype=uint32)
+        >>> start = recording.start
+        >>> samples = recording.samples(["time", "gaze_x_left"], start=start + 400, stop=start + 403)
+        >>> (samples["time"] - start).tolist()
+        [400, 401, 402]
         >>> samples.units["gaze_x_left"]
         'display pixels'
         """

@@ -20,11 +20,13 @@ Screen = Union[tuple[float, float], tuple[float, float, float, float]]
 
 COLORS = {"left": "#0072b2", "right": "#d55e00"}
 SHADES = {"fixations": "#cfe8cf", "saccades": "#f7d9a8", "blinks": "#c9c9c9"}
-_LABELS = {"x": "x (display pixels)", "y": "y (display pixels)", "pupil": "pupil size (tracker units)"}
+_LABELS = {"x": "x (display pixels)", "y": "y (display pixels)"}
+_SHORT_LABELS = {"x": "x (pixels)", "y": "y (pixels)", "pupil": "pupil (units)"}
 _COLUMNS = {"x": "gaze_x", "y": "gaze_y", "pupil": "pupil_size"}
 _COMMON_SCREENS = ((1024, 768), (1280, 720), (1280, 1024), (1600, 1200), (1920, 1080), (1920, 1200), (2560, 1440))
 _MOST_SHADES = 2000  # events that are shaded one by one; more could not be told apart
-_MOST_MESSAGES = 60
+_MOST_MESSAGES = 200
+_MOST_TEXTS = 25
 
 
 def _axes(ax: Any, **keywords: Any) -> Any:
@@ -103,6 +105,8 @@ def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
         time = float(_seconds(row["time"], zero))
         for ax in axes:
             ax.axvline(time, color="#888888", lw=0.6, ls=":")
+        if len(messages) > _MOST_TEXTS:
+            continue
         place = {"rotation": 90, "va": "top", "ha": "right", "fontsize": 6, "clip_on": True, "color": "#444444"}
         axes[0].text(time, 0.98, row["text"][:40], transform=axes[0].get_xaxis_transform(), **place)
 
@@ -127,7 +131,8 @@ def trace(
     values : sequence of {"x", "y", "pupil"}
         One row of axes each.
     events, messages : bool
-        Whether to shade and mark them. At most 2000 events of a kind are shaded, and 60 messages marked.
+        Whether to shade and mark them. At most 2000 events of a kind are shaded and 200 messages
+        marked; up to 25 messages have their text.
     pixels : int
         Longer traces are drawn by their lowest and highest value in each of so many stretches.
     ax : Axes or sequence of Axes, optional
@@ -156,14 +161,14 @@ def trace(
         for side in eyes:
             drawn = thinned(*_broken_at_pauses(time, samples[f"{_COLUMNS[value]}_{side}"]), pixels)
             axis.plot(_seconds(drawn[0], zero), drawn[1], color=COLORS[side], lw=0.8, label=f"{side} eye")
-        axis.set_ylabel(_LABELS[value])
+        axis.set_ylabel(_SHORT_LABELS[value])
         axis.margins(x=0)
     if events and eyes:
         _shade(axes, stretch, eyes[0], zero)
     if messages:
         _mark_messages(axes, stretch.messages, zero)
     axes[-1].set_xlabel(f"time (s) from {zero:.0f} ms")
-    axes[0].legend(loc="upper right", ncols=5, fontsize=7, framealpha=0.8)
+    axes[0].legend(loc="lower left", bbox_to_anchor=(0, 1), ncols=5, fontsize=7, frameon=False)
     return axes[0] if len(axes) == 1 else np.array(axes, dtype=object)
 
 
@@ -306,6 +311,10 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
         own = own[(own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
         ax.scatter(own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye")
     ax.set(xscale="log", yscale="log")
+    ticker = need("matplotlib.ticker", "trkapi.plot")
+    for axis in (ax.xaxis, ax.yaxis):
+        axis.set_major_formatter(ticker.StrMethodFormatter("{x:g}"))
+        axis.set_minor_formatter(ticker.NullFormatter())
     ax.set(xlabel="amplitude (degrees)", ylabel="peak velocity (degrees per second)")
     if ax.get_legend_handles_labels()[0]:
         ax.legend(fontsize=7)
