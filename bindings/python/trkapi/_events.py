@@ -252,7 +252,7 @@ def _resolution(records: Array, axis: str, otherwise: float) -> Array:
 
 def room_for(events: int, messages: int) -> tuple[Array, Array, Array]:
     """Records, texts and text offsets with room for so many events."""
-    return np.empty(events, RECORD), np.empty(messages * LONGEST_TEXT, "u1"), np.zeros(events + 1, "i8")
+    return np.empty(events, RECORD), np.empty((messages + 1) * LONGEST_TEXT, "u1"), np.zeros(events + 1, "i8")
 
 
 def texts_of(buffer: Array, offsets: Array) -> Array:

@@ -11,6 +11,7 @@ import numpy as np
 from ._recording import Recording
 from ._stretch import Stretch
 from ._table import Column, Table
+from ._trials import Trials
 
 Array = np.ndarray[Any, np.dtype[Any]]
 
@@ -185,12 +186,10 @@ def _parts(stretch: Stretch, eye: str, scale: Optional[tuple[float, float]]) -> 
     """The samples of each recording block in a stretch."""
     names = ["time_exact", f"gaze_x_{eye}", f"gaze_y_{eye}", "res_x", "res_y"]
     recording = stretch.recording
-    for row in recording.blocks:
-        if row["eyes"] not in (eye, "both"):
-            continue
+    rows = recording.blocks
+    overlapping = (rows["first_item"] < stretch.end_item) & (rows["end_item"] > stretch.first_item)
+    for row in rows[overlapping & np.isin(rows["eyes"], (eye, "both"))]:
         first, end = max(stretch.first_item, int(row["first_item"])), min(stretch.end_item, int(row["end_item"]))
-        if first >= end:
-            continue
         samples = recording.samples(names, items=(first, end))
         time, x, y, res_x, res_y = (np.ascontiguousarray(samples[name]) for name in names)
         if scale is not None:
@@ -201,7 +200,7 @@ def _parts(stretch: Stretch, eye: str, scale: Optional[tuple[float, float]]) -> 
 def _recorded(recording: Recording, block: int, start: float, end: float) -> tuple[float, float, float]:
     """Recorded time between two times in ms, the samples expected there, and the nominal rate."""
     rows = recording.blocks
-    rows = rows if block == 0 else rows[rows["number"] == block]
+    rows = rows if block == 0 else rows[block - 1 : block]
     last = np.where(np.isfinite(rows["end"]), rows["end"], end)
     inside = np.maximum(np.minimum(last, end) - np.maximum(rows["start"].astype("f8"), start), 0.0)
     expected = float((inside * rows["sample_rate"] / 1000.0).sum())
@@ -254,30 +253,31 @@ def _row(
     }
 
 
-def _stretches(recording: Recording, by: str, trials: Any) -> Iterator[tuple[int, int, Stretch, float, float]]:
+def _stretches(recording: Recording, by: str, trials: Optional[Trials]) -> Iterator[tuple[int, int, Stretch, float, float]]:
     """Trial, block, items and times of each row."""
     start, end = float(recording.start or 0), float(recording.end or 0)
     if by == "recording":
         yield 0, 0, recording, start, end
         return
+    chosen = recording.trials() if trials is None else trials
     for row in recording.blocks:
         number, block_end = int(row["number"]), float(row["end"] if math.isfinite(row["end"]) else end)
         block = recording.block(number)
         if by == "block":
             yield 0, number, block, float(row["start"]), block_end
             continue
-        for trial in recording.trials() if trials is None else trials:
-            first = max(trial.first_item, block.first_item)
-            last = min(trial.end_item, block.end_item)
-            if first < last:
-                inside = max(float(trial.start), float(row["start"])), min(float(trial.end), block_end)
-                yield (trial.number, number, Stretch(recording, first, last), *inside)
+        table = chosen.table
+        overlapping = (table["first_item"] < block.end_item) & (table["end_item"] > block.first_item)
+        for trial in (chosen[place] for place in np.flatnonzero(overlapping)):
+            part = Stretch(recording, max(trial.first_item, block.first_item), min(trial.end_item, block.end_item))
+            inside = max(float(trial.start), float(row["start"])), min(float(trial.end), block_end)
+            yield (trial.number, number, part, *inside)
 
 
 def quality(
     recording: Recording,
     *,
-    trials: Any = None,
+    trials: Optional[Trials] = None,
     by: str = "trial",
     window_ms: float = 200.0,
     pixels_per_degree: Optional[tuple[float, float]] = None,

@@ -438,16 +438,26 @@ class Recording(Stretch):
         return read
 
     def _read_events(self, first: int, end: int, what: str) -> Table:
+        records, items, texts = self._all_events
+        part = slice(*np.searchsorted(items, (first, end)))
+        scale = self._scale if what == "saccades" else None
+        return events_of.table_of(what, records[part], items[part], texts[part], scale)
+
+    @functools.cached_property
+    def _all_events(self) -> tuple[events_of.Array, events_of.Array, events_of.Array]:
+        """Records, item numbers and texts of all events, kept: ends depend on starts, and so each reading of a part
+        that lies before the last one would begin at the first item."""
         library, error = c.library(), c.TRK_ERROR()
-        messages = self._count(first, end, c.REC_MESSAGE) if what in ("events", "messages") else 0
+        first, end = 0, self.item_count
         items = self._items_of(first, end, 0)
-        pieces, texts, kept = [], [], []
+        messages = self._count(first, end, c.REC_MESSAGE)
+        pieces, texts, kept = [np.empty(0, events_of.RECORD)], [np.empty(0, object)], [items[:0]]
         with self._session as handle:
             while first < end:
                 records, buffer, offsets = events_of.room_for(len(items), messages)
                 got = library.trk_read_events(
                     *(handle, first, end, records.ctypes.data, len(records)),
-                    *(buffer.ctypes.data if messages else None, buffer.size),
+                    *(buffer.ctypes.data, buffer.size),
                     *(offsets.ctypes.data, ctypes.byref(error)),
                 )
                 got = max(got, 0)
@@ -456,11 +466,7 @@ class Recording(Stretch):
                 begin = int(np.searchsorted(items, first))
                 kept.append(items[begin : begin + got])
                 first = self._go_on_from(error, first, end)
-        if not pieces:
-            pieces, texts, kept = [np.empty(0, events_of.RECORD)], [np.empty(0, object)], [items]
-        scale = self._scale if what == "saccades" else None
-        whole = (np.concatenate(pieces), np.concatenate(kept), np.concatenate(texts))
-        return events_of.table_of(what, *whole, scale)
+        return np.concatenate(pieces), np.concatenate(kept), np.concatenate(texts)
 
     @functools.cached_property
     def _scale(self) -> Optional[events_of.Scale]:

@@ -24,7 +24,7 @@ _LABELS = {"x": "x (display pixels)", "y": "y (display pixels)"}
 _SHORT_LABELS = {"x": "x (pixels)", "y": "y (pixels)", "pupil": "pupil (units)"}
 _COLUMNS = {"x": "gaze_x", "y": "gaze_y", "pupil": "pupil_size"}
 _COMMON_SCREENS = ((1024, 768), (1280, 720), (1280, 1024), (1600, 1200), (1920, 1080), (1920, 1200), (2560, 1440))
-_MOST_SHADES = 2000  # events that are shaded one by one; more could not be told apart
+# More messages are not marked, or have no text: they could not be told apart.
 _MOST_MESSAGES = 200
 _MOST_TEXTS = 25
 
@@ -53,62 +53,62 @@ def thinned(time: Array, values: Array, pixels: int) -> tuple[Array, Array]:
     time : array of shape (n,)
         Rising.
     values : array of shape (n,)
-        NaN for missing. A stretch without any value keeps one NaN, so that lines are broken there.
+        NaN for missing. A stretch without any value is NaN, and so is a pause, so that lines are broken there.
     pixels : int
         Number of stretches.
 
     Returns
     -------
     time, values : arrays
-        As they came when there are fewer than 4 values for a pixel.
+        All of them when there are fewer than 4 values for a pixel.
     """
     if len(time) <= 4 * pixels or time[-1] <= time[0]:
-        return time, values
-    pixel = ((time - time[0]) * (pixels / (time[-1] - time[0]))).astype("i8")
-    starts = np.flatnonzero(np.diff(pixel, prepend=-1))
-    known = np.isfinite(values)
-    lowest = np.minimum.reduceat(np.where(known, values, np.inf), starts)
-    highest = np.maximum.reduceat(np.where(known, values, -np.inf), starts)
-    empty = ~np.isfinite(lowest)
-    lowest[empty] = highest[empty] = np.nan
-    # Where nothing was recorded a line has to break, too.
-    pauses = np.flatnonzero(np.diff(pixel[starts]) > 1)
-    both = np.column_stack([lowest, highest]).ravel()
-    times = np.repeat(time[starts].astype("f8"), 2)
-    return np.insert(times, 2 * pauses + 2, times[2 * pauses + 1]), np.insert(both, 2 * pauses + 2, np.nan)
+        return _broken_at_pauses(time, values)
+    edges = np.linspace(time[0], time[-1], pixels, endpoint=False)
+    starts = np.searchsorted(time, edges)
+    filled = np.flatnonzero(np.diff(starts, append=len(time)))  # the others lie in pauses
+    starts = starts[filled]
+    values = np.ascontiguousarray(values)
+    both = np.column_stack([np.fmin.reduceat(values, starts), np.fmax.reduceat(values, starts)]).ravel()
+    times = np.repeat(np.asarray(time[starts], "f8"), 2)
+    behind = 2 * np.flatnonzero(np.diff(filled) > 1) + 2
+    return np.insert(times, behind, times[behind - 1]), np.insert(both, behind, np.nan)
 
 
 def _broken_at_pauses(time: Array, values: Array) -> tuple[Array, Array]:
     """With a NaN in each pause, so that no line is drawn across."""
     steps = np.diff(time)
     pauses = np.flatnonzero(steps > 5 * np.median(steps)) + 1 if len(steps) else np.empty(0, "i8")
-    return np.insert(time.astype("f8"), pauses, time[pauses]), np.insert(values.astype("f8"), pauses, np.nan)
+    return np.insert(np.asarray(time, "f8"), pauses, time[pauses]), np.insert(values.astype("f8"), pauses, np.nan)
 
 
 def _seconds(ms: Any, zero: float) -> Any:
     return (np.asarray(ms, "f8") - zero) / 1000.0
 
 
-def _shade(axes: Sequence[Any], stretch: Stretch, eye: str, zero: float) -> None:
+def _shade(axes: Sequence[Any], stretch: Stretch, eye: str, zero: float, pixel: float) -> None:
+    """Shade events; those less than a pixel apart, in seconds, become one."""
     for what, color in SHADES.items():
         events = getattr(stretch, what)
-        events = events[(events["eye"] == eye) & np.isfinite(events["duration"])][:_MOST_SHADES]
-        bars = list(zip(_seconds(events["start"], zero), events["duration"] / 1000.0))
+        events = events[(events["eye"] == eye) & np.isfinite(events["duration"])]
+        starts, ends = _seconds(events["start"], zero), np.maximum.accumulate(_seconds(events["end"], zero))
+        begins = np.flatnonzero(starts[1:] > ends[:-1] + pixel) + 1
+        bars = np.column_stack([starts[np.append(0, begins)[: len(starts)]], ends[np.append(begins - 1, -1)[: len(ends)]]])
+        x, y = np.repeat(bars, 2), np.tile([0, 1, 1, 0], len(bars))
         for ax in axes:
-            shades = ax.broken_barh(bars, (0, 1), transform=ax.get_xaxis_transform(), color=color, lw=0, zorder=0)
-            shades.set_label(what)
+            ax.fill(x, y, transform=ax.get_xaxis_transform(), color=color, lw=0, zorder=0, label=what)
 
 
 def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
-    step = max(math.ceil(len(messages) / _MOST_MESSAGES), 1)
-    for row in messages[::step]:
+    if len(messages) > _MOST_MESSAGES:
+        return
+    for row in messages:
         time = float(_seconds(row["time"], zero))
         for ax in axes:
             ax.axvline(time, color="#888888", lw=0.6, ls=":")
-        if len(messages) > _MOST_TEXTS:
-            continue
-        place = {"rotation": 90, "va": "top", "ha": "right", "fontsize": 6, "clip_on": True, "color": "#444444"}
-        axes[0].text(time, 0.98, row["text"][:40], transform=axes[0].get_xaxis_transform(), **place)
+        if len(messages) <= _MOST_TEXTS:
+            place = {"rotation": 90, "va": "top", "ha": "right", "fontsize": 6, "clip_on": True, "color": "#444444"}
+            axes[0].text(time, 0.98, row["text"][:40], transform=axes[0].get_xaxis_transform(), **place)
 
 
 def trace(
@@ -131,8 +131,7 @@ def trace(
     values : sequence of {"x", "y", "pupil"}
         One row of axes each.
     events, messages : bool
-        Whether to shade and mark them. At most 2000 events of a kind are shaded and 200 messages
-        marked; up to 25 messages have their text.
+        Whether to shade and mark them. More than 200 messages are not marked, more than 25 have no text.
     pixels : int
         Longer traces are drawn by their lowest and highest value in each of so many stretches.
     ax : Axes or sequence of Axes, optional
@@ -159,12 +158,12 @@ def trace(
     zero = float(time[0]) if len(time) else 0.0
     for value, axis in zip(values, axes):
         for side in eyes:
-            drawn = thinned(*_broken_at_pauses(time, samples[f"{_COLUMNS[value]}_{side}"]), pixels)
+            drawn = thinned(time, samples[f"{_COLUMNS[value]}_{side}"], pixels)
             axis.plot(_seconds(drawn[0], zero), drawn[1], color=COLORS[side], lw=0.8, label=f"{side} eye")
         axis.set_ylabel(_SHORT_LABELS[value])
         axis.margins(x=0)
     if events and eyes:
-        _shade(axes, stretch, eyes[0], zero)
+        _shade(axes, stretch, eyes[0], zero, float(np.ptp(time)) / 1000.0 / pixels if len(time) else 0.0)
     if messages:
         _mark_messages(axes, stretch.messages, zero)
     axes[-1].set_xlabel(f"time (s) from {zero:.0f} ms")
