@@ -2,9 +2,9 @@
 
     python build_wheel.py FOLDER [--library LIBTRKAPI]
 
-With a library, which can also be named in the environment variable TRKAPI_WHEEL_LIBRARY, the wheel has it inside and
-is one for this platform and every Python 3; without it the wheel is for every platform, and loads the library that is
-installed. Needs nothing but Python.
+With a library, which can also be named in the environment variable TRKAPI_WHEEL_LIBRARY, the wheel has it inside
+and is one for this platform and every Python 3; without it the wheel is for every platform, and loads the library
+that is installed. Needs nothing but Python.
 """
 
 from __future__ import annotations
@@ -85,7 +85,9 @@ def _sources() -> list[Path]:
     return sorted(path for path in PACKAGE.rglob("*") if path.suffix == ".py" or path.name == "py.typed")
 
 
-def build_wheel(wheel_directory: str, config_settings: Any = None, metadata_directory: Optional[str] = None) -> str:
+def build_wheel(
+    wheel_directory: str, config_settings: Any = None, metadata_directory: Optional[str] = None
+) -> str:
     """Write the wheel into a folder; returns its file name."""
     library = (config_settings or {}).get("library") or os.environ.get("TRKAPI_WHEEL_LIBRARY")
     wheel = _Wheel(wheel_directory, _tag(library))
@@ -96,7 +98,9 @@ def build_wheel(wheel_directory: str, config_settings: Any = None, metadata_dire
     return wheel.finish()
 
 
-def build_editable(wheel_directory: str, config_settings: Any = None, metadata_directory: Optional[str] = None) -> str:
+def build_editable(
+    wheel_directory: str, config_settings: Any = None, metadata_directory: Optional[str] = None
+) -> str:
     """Write a wheel that points at this folder."""
     wheel = _Wheel(wheel_directory, _tag(None))
     wheel.add("trkapi.pth", f"{HERE}\n".encode())

@@ -120,7 +120,12 @@ def main() -> None:
 
     serial, parallel = best_of(one_after_the_other), best_of(at_once)
     print(f"{rows} samples, {os.cpu_count()} processors")
-    for what, seconds in {"open": opening, "C call": floor, "samples()": samples, "velocities": velocities}.items():
+    for what, seconds in {
+        "open": opening,
+        "C call": floor,
+        "samples()": samples,
+        "velocities": velocities,
+    }.items():
         print(f"{what:24} {seconds * 1000:9.1f} ms {seconds / rows * 1e9:8.1f} ns a sample")
     print(f"{'samples().to_pandas()':24} {frame * 1000:9.1f} ms")
     print(f"samples() / C call       {samples / floor:9.2f}")

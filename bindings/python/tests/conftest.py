@@ -25,7 +25,7 @@ FIRST, LAST, SAMPLES, LOST, TRIALS = 250100, 369699, 115176, 7056, 12
 
 
 def write_recording(path: Path, compressed: bool = False) -> Path:
-    """Write a binocular recording of two minutes and twelve trials, the one place where test recordings come from."""
+    """Write a binocular recording of two minutes; the one place where test recordings come from."""
     command = [str(BUILD / "examples" / "make_example_recording"), str(path)]
     subprocess.run(command + ["--compressed"] * compressed, check=True, stdout=subprocess.DEVNULL)
     return path

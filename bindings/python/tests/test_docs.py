@@ -38,14 +38,20 @@ def test_recipes(path: Path, tmp_path: Path, monkeypatch: Any) -> None:
     assert 0 < sum(names["dwell"].values()) < 120000 and len(names["dwell"]) == TRIALS
     assert names["amplitudes"]["count"].sum() == len(saccades) and names["amplitudes"]["mean"].between(3, 10).all()
     assert len(names["changes"]) == TRIALS and np.isfinite(names["changes"]).all()
-    assert len(names["quality"]) == 2 * TRIALS and names["summary"]["data_loss"].between(0.04, 0.08).all() and not len(names["bad"])
+    assert (
+        len(names["quality"]) == 2 * TRIALS
+        and names["summary"]["data_loss"].between(0.04, 0.08).all()
+        and not len(names["bad"])
+    )
     assert np.isfinite(names["mean_gaze"]).all() and names["mean_gaze"].shape == (600,)
     starts = names["starts"]
     near = [np.abs(saccades["start"] - start).min() < 25 for start in starts]
     assert len(starts) > 15 and np.mean(near) > 0.8
     assert (names["lost"], names["total"]) == (LOST, SAMPLES)
     mean = {eye: fixations["duration"][fixations["eye"] == eye].mean() for eye in ("left", "right")}
-    assert names["means"].to_dict() == pytest.approx({(f"s0{n}.trk", eye): mean[eye] for n in (7, 8) for eye in mean})
+    assert names["means"].to_dict() == pytest.approx(
+        {(f"s0{n}.trk", eye): mean[eye] for n in (7, 8) for eye in mean}
+    )
 
 
 @pytest.mark.parametrize("name", ["trkapi", *(f"trkapi.{m.name}" for m in pkgutil.iter_modules(trkapi.__path__))])

@@ -25,8 +25,14 @@ def test_a_bad_recording_is_a_row_in_the_errors(paths: list[Path]) -> None:
     names = [str(path) for path in paths]
     for workers in (1, 2):
         table, errors = trkapi.read_many(paths, "samples", ["time", "gaze"], workers=workers)
-        assert errors["file"].tolist() == names[1:] and errors["code"].tolist() == ["DAMAGED", "NOT_A_RECORDING", "FILE"]
-        assert errors["error"][0] == "DamagedRecording" and errors["offset"][0] > 0 and "salvage" in errors["text"][0]
+        assert errors["file"].tolist() == names[1:] and errors["code"].tolist() == [
+            "DAMAGED",
+            "NOT_A_RECORDING",
+            "FILE",
+        ]
+        assert (
+            errors["error"][0] == "DamagedRecording" and errors["offset"][0] > 0 and "salvage" in errors["text"][0]
+        )
         assert len(table) == SAMPLES and set(table["file"]) == {names[0]}
         assert table["file"].cat.categories.tolist() == names
     salvaged, errors = trkapi.read_many(paths, "trials", trials=("TRIALID", "TRIAL OK"), on_damage="salvage")

@@ -86,11 +86,17 @@ def test_events_read_as_the_walk(walked: Any) -> None:
     assert found["item"].tolist() == list(fixations)
     for row in found:
         event = fixations[row["item"]]
-        assert (row["start"], row["end"], row["eye"]) == (event.start_time, event.end_time, ("left", "right")[event.eye])
+        assert (row["start"], row["end"], row["eye"]) == (
+            event.start_time,
+            event.end_time,
+            ("left", "right")[event.eye],
+        )
         assert row["x"] == np.float32(event.avg_gaze_x) and row["pupil"] == event.avg_pupil_size
     saccades = recording.saccades
     way = np.hypot(saccades["end_x"] - saccades["start_x"], saccades["end_y"] - saccades["start_y"])
-    assert np.all(np.abs(saccades["amplitude"] * 40 / way - 1) < 0.15)  # about 40 pixels a degree, more at the edges
+    assert np.all(
+        np.abs(saccades["amplitude"] * 40 / way - 1) < 0.15
+    )  # about 40 pixels a degree, more at the edges
     assert np.all(np.sign(saccades["direction"]) == np.sign(saccades["start_y"] - saccades["end_y"]))
     texts = recording.messages["text"]
     assert texts[0] == "TRIALID 1" and recording.inputs["value"][0] == 1 and len(recording.buttons) == 24
@@ -100,7 +106,13 @@ def test_events_read_as_the_walk(walked: Any) -> None:
 def test_slices(recording: trkapi.Recording) -> None:
     times = recording.samples("time")["time"]
     assert len(times) == recording.sample_count == recording.blocks["samples"].sum()
-    for start, stop in ((FIRST + 5000, FIRST + 6000), (-3.5, FIRST + 99), (None, FIRST + 9999.2), (LAST - 9, math.inf), (9, 3)):
+    for start, stop in (
+        (FIRST + 5000, FIRST + 6000),
+        (-3.5, FIRST + 99),
+        (None, FIRST + 9999.2),
+        (LAST - 9, math.inf),
+        (9, 3),
+    ):
         low, high = -math.inf if start is None else start, math.inf if stop is None else stop
         got = recording.samples("time", start=start, stop=stop)["time"]
         assert got.tolist() == times[(times >= low) & (times < high)].tolist()
@@ -110,7 +122,9 @@ def test_slices(recording: trkapi.Recording) -> None:
     assert last.size == recording.blocks["samples"][-1] and not trials[0].samples(block=TRIALS).size
     assert trials[3].samples(start=trials[3].start + 999)["time"][0] == trials[3].start + 999
     assert recording.samples(trial=trials[3]).tobytes() == trials[3].samples().tobytes()
-    assert [len(trial.fixations) for trial in trials] == [len(recording.block(n + 1).fixations) for n in range(TRIALS)]
+    assert [len(trial.fixations) for trial in trials] == [
+        len(recording.block(n + 1).fixations) for n in range(TRIALS)
+    ]
     shown = recording.inputs[recording.inputs["value"] == 3]["time"][0]
     assert shown in recording.trials(3, 0).table["start"] and len(recording.trials()) == TRIALS
     for seconds in (0.137, 60, math.inf):
@@ -168,13 +182,19 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     text.write_text("TRIAL 1")
     with pytest.raises(FileNotFoundError) as missing:
         trkapi.open(tmp_path / "none.trk")
-    assert isinstance(missing.value, trkapi.RecordingError) and missing.value.filename == str(tmp_path / "none.trk")
+    assert isinstance(missing.value, trkapi.RecordingError) and missing.value.filename == str(
+        tmp_path / "none.trk"
+    )
     for wrong_file, code in ((tmp_path, "FILE"), (empty, "NOT_A_RECORDING"), (text, "NOT_A_RECORDING")):
         with pytest.raises(trkapi.RecordingError) as error:
             trkapi.open(wrong_file)
         assert error.value.code == trkapi.ErrorCode[code] and wrong_file.name in str(error.value)
         again = pickle.loads(pickle.dumps(error.value))
-        assert vars(again) == vars(error.value) and str(again) == str(error.value) and again.errno == error.value.errno
+        assert (
+            vars(again) == vars(error.value)
+            and str(again) == str(error.value)
+            and again.errno == error.value.errno
+        )
     odd = tmp_path / "Größe und \udcff Leer zeichen"
     shutil.copy(path, odd)
     assert trkapi.open(str(odd)).sample_count == SAMPLES
@@ -212,7 +232,8 @@ def test_threads_and_processes_share_a_recording(path: Path) -> None:
     recording = trkapi.open(path, check="fill")
     expected, got = recording.samples(start=FIRST + 50000).tobytes(), []
     threads = [
-        threading.Thread(target=lambda: got.append(recording.between(FIRST + 50000).samples().tobytes())) for _ in range(8)
+        threading.Thread(target=lambda: got.append(recording.between(FIRST + 50000).samples().tobytes()))
+        for _ in range(8)
     ]
     for thread in threads:
         thread.start()

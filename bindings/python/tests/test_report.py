@@ -71,8 +71,17 @@ def test_pages(path: Path, damage: Callable[[Path], Path], tmp_path: Path, capsy
         text = page.read_text().replace("<details>", "<details open>") + LOOK
         page.write_text(text)
         for width in (1280, 420):
-            command = [browser, "--headless", "--no-sandbox", "--disable-gpu", "--enable-logging=stderr", "--dump-dom"]
-            done = subprocess.run([*command, f"--window-size={width},900", page.as_uri()], capture_output=True, text=True)
+            command = [
+                browser,
+                "--headless",
+                "--no-sandbox",
+                "--disable-gpu",
+                "--enable-logging=stderr",
+                "--dump-dom",
+            ]
+            done = subprocess.run(
+                [*command, f"--window-size={width},900", page.as_uri()], capture_output=True, text=True
+            )
             seen = re.search(r"<title>pictures (\d+) width (\d+)", done.stdout)
             assert seen and int(seen[1]) == pictures and "CONSOLE" not in done.stderr
             assert int(seen[2]) <= max(width, 500)  # nothing wider than the window, which is never below 500

@@ -51,7 +51,9 @@ class SampleColumn(Column):
         """The same column with values of another type."""
         name = np.dtype(dtype).str[1:]
         if np.dtype(name) not in _TYPES:
-            raise ValueError(f"column {self.name} cannot be read as {name}: choose one of {', '.join(_DTYPES.values())}")
+            raise ValueError(
+                f"column {self.name} cannot be read as {name}: choose one of {', '.join(_DTYPES.values())}"
+            )
         return replace(self, dtype=name)
 
     @property
@@ -113,7 +115,7 @@ def _matching(name: str) -> list[str]:
 def select(
     names: Optional[ColumnNames], velocities: bool = False, dtypes: Optional[Mapping[str, Any]] = None
 ) -> list[SampleColumn]:
-    """The columns that are meant by names, groups and patterns, each once, in the order in which they were named."""
+    """The columns that names, groups and patterns mean, each once, in the order in which they were named."""
     asked = [names] if isinstance(names, str) else list(DEFAULT if names is None else names)
     if velocities:
         asked.append(DEFAULT_VELOCITIES)

@@ -236,8 +236,8 @@ class TRK_COLUMN(ctypes.Structure):
     _fields_ = [("id", c_int), ("type", c_int), ("data", c_void_p), ("stride", c_size_t)]
 
 
-# A log function that appends its text to the deque that `user` points at. A method of a builtin type runs no Python
-# code: no signal is handled and nothing is raised inside of a call of the library.
+# A log function that appends its text to the deque that `user` points at. A method of a builtin type runs no
+# Python code: no signal is handled and nothing is raised inside of a call of the library.
 append_line = ctypes.CFUNCTYPE(None, ctypes.py_object, c_char_p)(deque.append)
 
 _PROTOTYPES = {
@@ -298,6 +298,8 @@ def library() -> ctypes.CDLL:
         try:
             call = getattr(loaded, name)
         except AttributeError:
-            raise ImportError(f"{loaded._name} has no {name}: it is older than this package, 4.3 is needed") from None
+            raise ImportError(
+                f"{loaded._name} has no {name}: it is older than this package, 4.3 is needed"
+            ) from None
         call.restype, call.argtypes = result, arguments
     return loaded

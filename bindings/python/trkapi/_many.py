@@ -99,7 +99,8 @@ def read(
     ----------
     path : str or path-like
     what : str
-        "samples", "events", "fixations", "saccades", "blinks", "messages", "buttons", "inputs", "blocks", "trials" or
+        "samples", "events", "fixations", "saccades", "blinks", "messages", "buttons", "inputs", "blocks", "trials"
+        or
         "quality".
     columns : str or iterable of str, optional
         Which columns; of samples also groups and patterns.
@@ -226,8 +227,8 @@ def read_many(
     Returns
     -------
     Many
-        ``.table``, all rows with a column "file" before them, and ``.errors``, one row for each recording that could
-        not be read. A recording that cannot be read stops nothing.
+        ``.table``, all rows with a column "file" before them, and ``.errors``, one row for each recording that
+        could not be read. A recording that cannot be read stops nothing.
 
     Examples
     --------

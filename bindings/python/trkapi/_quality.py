@@ -110,8 +110,8 @@ def _over(values: Array, first: Array, end: Array) -> Array:
 def _precision(part: _Part, first: Array, end: Array) -> dict[str, Array]:
     """RMS, standard deviation and BCEA of the gaze within ranges, in degrees; NaN where two samples are not there.
 
-    Distances are measured in pixels and divided by the mean resolution of the range, since the resolution of single
-    samples comes in steps.
+    Distances are measured in pixels and divided by the mean resolution of the range, since the resolution of
+    single samples comes in steps.
     """
     valid, count = part.valid, _over(part.valid, first, end)
     centred, pixels, squared_steps = {}, {}, {}
@@ -190,11 +190,11 @@ def _parts(stretch: Stretch, eye: str, scale: Optional[tuple[float, float]]) -> 
     overlapping = (rows["first_item"] < stretch.end_item) & (rows["end_item"] > stretch.first_item)
     for row in rows[overlapping & np.isin(rows["eyes"], (eye, "both"))]:
         first, end = max(stretch.first_item, int(row["first_item"])), min(stretch.end_item, int(row["end_item"]))
-        samples = recording.samples(names, items=(first, end))
-        time, x, y, res_x, res_y = (np.ascontiguousarray(samples[name]) for name in names)
+        part = Stretch(recording, first, end)
+        time, x, y, res_x, res_y = part._arrays(names).values()
         if scale is not None:
             res_x, res_y = (np.full(len(time), value, "f8") for value in scale)
-        yield _Part(time, x, y, res_x, res_y, float(row["sample_rate"]), Stretch(recording, first, end), eye)
+        yield _Part(time, x, y, res_x, res_y, float(row["sample_rate"]), part, eye)
 
 
 def _recorded(recording: Recording, block: int, start: float, end: float) -> tuple[float, float, float]:
@@ -253,7 +253,9 @@ def _row(
     }
 
 
-def _stretches(recording: Recording, by: str, trials: Optional[Trials]) -> Iterator[tuple[int, int, Stretch, float, float]]:
+def _stretches(
+    recording: Recording, by: str, trials: Optional[Trials]
+) -> Iterator[tuple[int, int, Stretch, float, float]]:
     """Trial, block, items and times of each row."""
     start, end = float(recording.start or 0), float(recording.end or 0)
     if by == "recording":
@@ -323,9 +325,9 @@ def quality(
       that holds 68 % of the positions when they are normally distributed.
     - accuracy: the mean over targets of the distance between target and mean gaze position.
 
-    RMS-S2S, STD and BCEA, within fixations and as the median over windows, are those of Niehorster, Zemblys, Beelders
-    & Holmqvist (2020), doi 10.3758/s13428-020-01400-9. What to report of them is said by the guideline of Dunn et al.
-    (2023), doi 10.3758/s13428-023-02187-1.
+    RMS-S2S, STD and BCEA, within fixations and as the median over windows, are those of Niehorster, Zemblys,
+    Beelders & Holmqvist (2020), doi 10.3758/s13428-020-01400-9. What to report of them is said by the guideline of
+    Dunn et al. (2023), doi 10.3758/s13428-023-02187-1.
 
     Examples
     --------
@@ -343,4 +345,6 @@ def quality(
         for eye in recording.eyes:
             row = _row(stretch, eye, (start, end), block, window_ms, pixels_per_degree, wanted)
             rows.append({"trial": trial, "block": block, **row})
-    return Table.of({column.name: [row[column.name] for row in rows] for column in QUALITY_COLUMNS}, QUALITY_COLUMNS)
+    return Table.of(
+        {column.name: [row[column.name] for row in rows] for column in QUALITY_COLUMNS}, QUALITY_COLUMNS
+    )

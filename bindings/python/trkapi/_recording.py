@@ -15,7 +15,7 @@ import numpy as np
 
 from . import _events as events_of
 from . import _library as c
-from ._columns import select
+from ._columns import SampleColumn, select
 from ._errors import Damage, DamagedRecording, DamageWarning, damaged
 from ._session import Session, error_of
 from ._stretch import Stretch
@@ -91,8 +91,9 @@ BLOCK_COLUMNS = [
 class Recording(Stretch):
     """An open recording; see :func:`open`.
 
-    It may be used from several threads: calls wait for each other. Two recordings are read at the same time. It can
-    be pickled: what arrives opens the same path with the same options. Tables and arrays live on when it is closed.
+    It may be used from several threads: calls wait for each other. Two recordings are read at the same time. It
+    can be pickled: what arrives opens the same path with the same options. Tables and arrays live on when it is
+    closed.
 
     Attributes
     ----------
@@ -118,7 +119,9 @@ class Recording(Stretch):
     def _refuse(self, error: DamagedRecording) -> NoReturn:
         """Raise for a recording that does not open, with all that is wrong with it."""
         try:
-            other = Session(self.path, self.options.flags | c.TRK_OPEN_SALVAGE, None, self.options.temporary_folder)
+            other = Session(
+                self.path, self.options.flags | c.TRK_OPEN_SALVAGE, None, self.options.temporary_folder
+            )
         except OSError:
             raise error from None
         damages = other.damages()
@@ -130,8 +133,8 @@ class Recording(Stretch):
         first = lost[0].text if lost else "it breaks off"
         more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
         return (
-            f'{self.name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, or '
-            'with on_damage="warn" for what can be read as it stands'
+            f'{self.name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, '
+            'or with on_damage="warn" for what can be read as it stands'
         )
 
     def _tell_of_damage(self) -> None:
@@ -260,7 +263,7 @@ class Recording(Stretch):
         items = f"{self.item_count}, of them {self.sample_count} samples"
         lost, repaired = (", ".join(damage.text for damage in group) for group in (self.damages, self.repairs))
         return {
-            "tracker": f"{_MODELS.get(self.model, self.model)}, {'compressed' if self.compressed else 'plain'} file",
+            "tracker": _MODELS.get(self.model, str(self.model)) + (", compressed file" if self.compressed else ""),
             "duration": _clock(self.duration) + (f" from {self.start} ms on" if self.start is not None else ""),
             "blocks": str(len(self._blocks)),
             "rate": f"{rates} samples per second" if rates else "none",
@@ -304,8 +307,9 @@ class Recording(Stretch):
         ----------
         start, end : str or int, optional
             A message that contains the text `start` starts a trial and one that contains `end` ends it; messages
-            that contain "!V" do neither. Numbers are values of the input port. Without `start` each recording block
-            is a trial. With it, a block that begins while no trial is open starts one as well: its text is empty.
+            that contain "!V" do neither. Numbers are values of the input port. Without `start` each recording
+            block is a trial. With it, a block that begins while no trial is open starts one as well: its text is
+            empty.
 
         Returns
         -------
@@ -394,29 +398,31 @@ class Recording(Stretch):
 
     def _items_of_block(self, number: int) -> tuple[int, int]:
         if not 1 <= number <= len(self._blocks):
-            raise IndexError(f"{self.name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}")
+            raise IndexError(
+                f"{self.name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}"
+            )
         row = self._blocks[number - 1]
         return int(row["first_item"]), int(row["end_item"])
 
     def _first_sample_time(self, first: int, end: int) -> Optional[float]:
         row = np.empty(1, "f8")
         (time,) = select("time_exact")
-        got = self._fill([time], row, first, end)
-        return float(row[0]) if got else None
+        return float(row[0]) if self._fill([(time, row)], 1, first, end) else None
 
-    def _fill(self, chosen: Sequence[Any], array: np.ndarray[Any, np.dtype[Any]], first: int, end: int) -> int:
-        """Read samples into the fields of an array; returns how many there were."""
+    def _fill(
+        self, places: Sequence[tuple[SampleColumn, events_of.Array]], rows: int, first: int, end: int
+    ) -> int:
+        """Read samples, each column into an array with any stride, by one call; returns how many there were."""
         library, error = c.library(), c.TRK_ERROR()
-        fields = array.dtype.fields or {chosen[0].name: (array.dtype, 0)}
-        done, size = 0, array.itemsize
-        columns = (c.TRK_COLUMN * len(chosen))()
+        done = 0
+        columns = (c.TRK_COLUMN * len(places))()
         with self._session as handle:
-            while first < end and done < len(array):
-                for column, place in zip(chosen, columns):
-                    place.id, place.type, place.stride = column._id, column.type, size
-                    place.data = array.ctypes.data + done * size + fields[column.name][1]
+            while first < end and done < rows:
+                for (column, array), place in zip(places, columns):
+                    place.id, place.type, place.stride = column._id, column.type, array.strides[0]
+                    place.data = array.ctypes.data + done * array.strides[0]
                 got = library.trk_read_samples(
-                    *(handle, first, end, columns, len(chosen), len(array) - done),
+                    *(handle, first, end, columns, len(places), rows - done),
                     *(c.TRK_READ_NAN, ctypes.byref(error)),
                 )
                 done += max(int(got), 0)
@@ -431,11 +437,18 @@ class Recording(Stretch):
             raise error_of(error, self.path)
         return min(int(error.item) + 1, end)
 
-    def _read_samples(self, first: int, end: int, chosen: Sequence[Any]) -> Table:
+    def _read_samples(self, first: int, end: int, chosen: Sequence[SampleColumn]) -> Table:
         table = Table.empty(self._count(first, end, c.REC_SAMPLE), chosen)
-        rows = self._fill(chosen, table, first, end)
+        rows = self._fill([(column, table[column.name]) for column in chosen], len(table), first, end)
         read: Table = table[:rows]
         return read
+
+    def _read_arrays(self, first: int, end: int, chosen: Sequence[SampleColumn]) -> dict[str, events_of.Array]:
+        """The same as arrays of their own, for what goes over whole columns."""
+        count = self._count(first, end, c.REC_SAMPLE)
+        arrays = {column.name: np.empty(count, column.dtype) for column in chosen}
+        rows = self._fill([(column, arrays[column.name]) for column in chosen], count, first, end)
+        return {name: array[:rows] for name, array in arrays.items()}
 
     def _read_events(self, first: int, end: int, what: str) -> Table:
         records, items, texts = self._all_events
@@ -445,8 +458,11 @@ class Recording(Stretch):
 
     @functools.cached_property
     def _all_events(self) -> tuple[events_of.Array, events_of.Array, events_of.Array]:
-        """Records, item numbers and texts of all events, kept: ends depend on starts, and so each reading of a part
-        that lies before the last one would begin at the first item."""
+        """Records, item numbers and texts of all events.
+
+        They are kept: ends depend on starts, and so each reading of a part that lies before the last one would
+        begin at the first item.
+        """
         library, error = c.library(), c.TRK_ERROR()
         first, end = 0, self.item_count
         items = self._items_of(first, end, 0)
@@ -558,8 +574,8 @@ def open(  # noqa: A001 - as for other files
     message_offsets : bool
         A number before a message text is an offset that is subtracted from its time.
     keep_times : bool
-        Leave times as the tracker wrote them. False moves those of recordings that start late on its clock, but not
-        those of trials.
+        Leave times as the tracker wrote them. False moves those of recordings that start late on its clock, but
+        not those of trials.
     temporary_folder : path-like, optional
         Where compressed recordings of more than 64 MiB are inflated.
 

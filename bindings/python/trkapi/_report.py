@@ -22,10 +22,12 @@ from ._table import Table, need
 from ._trials import Trial, Trials
 
 _STYLE = """
-body { font: 15px/1.45 system-ui, sans-serif; margin: 0 auto; max-width: 1200px; padding: 0 1rem 3rem; color: #222 }
+body { font: 15px/1.45 system-ui, sans-serif; margin: 0 auto; max-width: 1200px; padding: 0 1rem 3rem;
+  color: #222 }
 h1 { font-size: 1.5rem; overflow-wrap: anywhere } h2 { font-size: 1.15rem; margin: 2rem 0 .5rem }
 table { border-collapse: collapse; font-size: .85rem } caption { text-align: left; padding: .3rem 0; color: #555 }
-th, td { border-bottom: 1px solid #ddd; padding: .25rem .6rem; text-align: right; font-variant-numeric: tabular-nums }
+th, td { border-bottom: 1px solid #ddd; padding: .25rem .6rem; text-align: right;
+  font-variant-numeric: tabular-nums }
 th { text-align: right; font-weight: 600 } th:first-child, td:first-child, .text td, .text th { text-align: left }
 small { color: #666; font-weight: 400 } .bad { background: #f9d7d3 } .wide { overflow-x: auto }
 img { max-width: 100%; height: auto } figure { margin: .5rem 0 } figcaption { color: #555; font-size: .85rem }
@@ -223,7 +225,9 @@ def _index(entries: dict[str, Any], pages: dict[str, str]) -> str:
     for path, entry in entries.items():
         name = html.escape(os.path.basename(path))
         if isinstance(entry, Failure):
-            rows.append(f'<tr class="bad"><td>{name}<td colspan="6" style="text-align: left">{html.escape(entry.text)}')
+            rows.append(
+                f'<tr class="bad"><td>{name}<td colspan="6" style="text-align: left">{html.escape(entry.text)}'
+            )
             continue
         cells = ["<td>" + f"{entry.duration / 60000:.1f}", f"<td>{entry.trials}"]
         for measure, values in (("data_loss", entry.loss), ("rms_fixation", entry.noise)):

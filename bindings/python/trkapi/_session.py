@@ -28,8 +28,8 @@ def _close(handle: int, lines: deque[bytes]) -> None:
 class Session:
     """One handle. Calls with it go one at a time: ``with session as handle`` takes its lock.
 
-    A child process made by fork has a session of its own: the handle that it inherited shares the place in the file
-    with its parent, and is left alone.
+    A child process made by fork has a session of its own: the handle that it inherited shares the place in the
+    file with its parent, and is left alone.
     """
 
     def __init__(self, path: str, flags: int, resolution: Optional[tuple[float, float]], folder: Optional[str]):
@@ -70,7 +70,9 @@ class Session:
         self._lock.acquire()
         try:
             if self.closed:
-                raise ValueError(f"{os.path.basename(self.path)} is closed: it was read after close() or its with block")
+                raise ValueError(
+                    f"{os.path.basename(self.path)} is closed: it was read after close() or its with block"
+                )
             if self._handle is None:
                 self._open()
             assert self._handle is not None

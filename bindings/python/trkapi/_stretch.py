@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Iterator, Mapping, Optional
+from typing import TYPE_CHECKING, Any, Iterator, Mapping, Optional, Sequence
 
 from . import _library as c
 from ._columns import ColumnNames, select
@@ -98,10 +98,11 @@ class Stretch:
         Returns
         -------
         Table
-            A structured array of shape (samples,), none where nothing lies in the parts; units in ``.units``. Times
-            are ms, gaze is display pixels, velocities are degrees per second. Float columns are NaN where a value is
-            missing or was not recorded, pupil sizes of 0 included. Words (input, status, ...) come as floats, so that
-            they can be NaN, unless `dtypes` says otherwise: then 32768 stands for one that was not recorded.
+            A structured array of shape (samples,), none where nothing lies in the parts; units in ``.units``.
+            Times are ms, gaze is display pixels, velocities are degrees per second. Float columns are NaN where a
+            value is missing or was not recorded, pupil sizes of 0 included. Words (input, status, ...) come as
+            floats, so that they can be NaN, unless `dtypes` says otherwise: then 32768 stands for one that was not
+            recorded.
 
         Raises
         ------
@@ -122,6 +123,9 @@ class Stretch:
         chosen = select(columns, velocities, dtypes)
         first, end = self._part(start, stop, items, trial, block)
         return self.recording._read_samples(first, end, chosen)
+
+    def _arrays(self, names: Sequence[str]) -> dict[str, Any]:
+        return self.recording._read_arrays(self.first_item, self.end_item, select(names))
 
     def chunks(
         self,
@@ -192,8 +196,8 @@ class Stretch:
     def saccades(self) -> Table:
         """One row for each saccade that ends here: eye, times (ms), places (pixels), peak velocity, amplitude, ...
 
-        Amplitudes are in degrees of visual angle, by the resolution that the saccade's record states; where it states
-        none, by the median of the samples' resolution in the recording.
+        Amplitudes are in degrees of visual angle, by the resolution that the saccade's record states; where it
+        states none, by the median of the samples' resolution in the recording.
         """
         return self._events("saccades")
 

@@ -69,10 +69,12 @@ class Trials(Sequence[Trial]):
         return len(self.table)
 
     @overload
-    def __getitem__(self, index: int) -> Trial: ...
+    def __getitem__(self, index: int) -> Trial:
+        ...
 
     @overload
-    def __getitem__(self, index: slice) -> Trials: ...
+    def __getitem__(self, index: slice) -> Trials:
+        ...
 
     def __getitem__(self, index: Union[int, slice]) -> Union[Trial, Trials]:
         if isinstance(index, slice):

@@ -68,7 +68,6 @@ def thinned(time: Array, values: Array, pixels: int) -> tuple[Array, Array]:
     starts = np.searchsorted(time, edges)
     filled = np.flatnonzero(np.diff(starts, append=len(time)))  # the others lie in pauses
     starts = starts[filled]
-    values = np.ascontiguousarray(values)
     both = np.column_stack([np.fmin.reduceat(values, starts), np.fmax.reduceat(values, starts)]).ravel()
     times = np.repeat(np.asarray(time[starts], "f8"), 2)
     behind = 2 * np.flatnonzero(np.diff(filled) > 1) + 2
@@ -93,10 +92,12 @@ def _shade(axes: Sequence[Any], stretch: Stretch, eye: str, zero: float, pixel: 
         events = events[(events["eye"] == eye) & np.isfinite(events["duration"])]
         starts, ends = _seconds(events["start"], zero), np.maximum.accumulate(_seconds(events["end"], zero))
         begins = np.flatnonzero(starts[1:] > ends[:-1] + pixel) + 1
-        bars = np.column_stack([starts[np.append(0, begins)[: len(starts)]], ends[np.append(begins - 1, -1)[: len(ends)]]])
+        bars = np.column_stack(
+            [starts[np.append(0, begins)[: len(starts)]], ends[np.append(begins - 1, -1)[: len(ends)]]]
+        )
         x, y = np.repeat(bars, 2), np.tile([0, 1, 1, 0], len(bars))
         for ax in axes:
-            ax.fill(x, y, transform=ax.get_xaxis_transform(), color=color, lw=0, zorder=0, label=what)
+            ax.fill(x, y, transform=ax.get_xaxis_transform(), color=color, lw=0, zorder=0, label=what, aa=False)
 
 
 def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
@@ -107,7 +108,14 @@ def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
         for ax in axes:
             ax.axvline(time, color="#888888", lw=0.6, ls=":")
         if len(messages) <= _MOST_TEXTS:
-            place = {"rotation": 90, "va": "top", "ha": "right", "fontsize": 6, "clip_on": True, "color": "#444444"}
+            place = {
+                "rotation": 90,
+                "va": "top",
+                "ha": "right",
+                "fontsize": 6,
+                "clip_on": True,
+                "color": "#444444",
+            }
             axes[0].text(time, 0.98, row["text"][:40], transform=axes[0].get_xaxis_transform(), **place)
 
 
@@ -153,8 +161,8 @@ def trace(
         raise ValueError(f"{len(values)} values need as many axes, not {len(axes)}")
     eyes = _eyes(stretch, eye)
     names = [f"{_COLUMNS[value]}_{side}" for value in values for side in eyes]
-    samples = stretch.samples(["time_exact", *names])
-    time = np.ascontiguousarray(samples["time_exact"])
+    samples = stretch._arrays(["time_exact", *names])
+    time = samples["time_exact"]
     zero = float(time[0]) if len(time) else 0.0
     for value, axis in zip(values, axes):
         for side in eyes:
@@ -238,7 +246,9 @@ def scanpath(
     ax.scatter(fixations["x"], fixations["y"], s=size, color=COLORS[side], alpha=0.5, lw=0)
     if number if number is not None else len(fixations) <= 60:
         for count, row in enumerate(fixations, 1):
-            ax.annotate(str(count), (row["x"], row["y"]), fontsize=6, ha="center", va="center", annotation_clip=True)
+            ax.annotate(
+                str(count), (row["x"], row["y"]), fontsize=6, ha="center", va="center", annotation_clip=True
+            )
     _as_screen(ax, screen_of(stretch, screen))
     return ax
 
@@ -291,7 +301,9 @@ def _blurred(counts: Array, sigma: float) -> Array:
     kernel = np.exp(-0.5 * (np.arange(-reach, reach + 1) / sigma) ** 2)
     kernel /= kernel.sum()
     for axis in (0, 1):
-        counts = np.apply_along_axis(lambda line: np.convolve(line, kernel)[reach : reach + len(line)], axis, counts)
+        counts = np.apply_along_axis(
+            lambda line: np.convolve(line, kernel)[reach : reach + len(line)], axis, counts
+        )
     return counts
 
 
@@ -308,7 +320,9 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
     for side in _eyes(stretch, eye):
         own = saccades[saccades["eye"] == side]
         own = own[(own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
-        ax.scatter(own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye")
+        ax.scatter(
+            own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye"
+        )
     ax.set(xscale="log", yscale="log")
     ticker = need("matplotlib.ticker", "trkapi.plot")
     for axis in (ax.xaxis, ax.yaxis):
@@ -345,7 +359,9 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
         missing = _missing_share(stretch, side, zero, last, pixels)
         place = len(labels)
         extent = (0.0, last, place - 0.4, place + 0.4)
-        ax.imshow(missing[None, :], extent=extent, aspect="auto", cmap="Reds", vmin=0, vmax=1, interpolation="nearest")
+        ax.imshow(
+            missing[None, :], extent=extent, aspect="auto", cmap="Reds", vmin=0, vmax=1, interpolation="nearest"
+        )
         labels.append(f"{side} gaze\nmissing")
     ax.set(xlim=(0, last), ylim=(len(labels) - 0.5, -0.5), xlabel=f"time (s) from {zero:.0f} ms")
     ax.set_yticks(range(len(labels)), labels)
@@ -355,9 +371,7 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
 def _bars(ax: Any, place: int, starts: Array, ends: Array, colors: tuple[str, str]) -> None:
     """Bars of two colors by turns."""
     for turn, color in enumerate(colors):
-        ax.broken_barh(
-            list(zip(starts[turn::2], (ends - starts)[turn::2])), (place - 0.4, 0.8), color=color, lw=0
-        )
+        ax.broken_barh(list(zip(starts[turn::2], (ends - starts)[turn::2])), (place - 0.4, 0.8), color=color, lw=0)
 
 
 def _missing_share(stretch: Stretch, eye: str, zero: float, last: float, pixels: int) -> Array:
