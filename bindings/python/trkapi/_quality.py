@@ -197,12 +197,13 @@ def _parts(stretch: Stretch, eye: str, scale: Optional[tuple[float, float]]) -> 
         yield _Part(time, x, y, res_x, res_y, float(row["sample_rate"]), part, eye)
 
 
-def _recorded(recording: Recording, block: int, start: float, end: float) -> tuple[float, float, float]:
-    """Recorded time between two times in ms, the samples expected there, and the nominal rate."""
+def _recorded(recording: Recording, block: int, eye: str, start: float, end: float) -> tuple[float, float, float]:
+    """Recorded time of an eye between two times in ms, the samples expected there, and the nominal rate."""
     rows = recording.blocks
     rows = rows if block == 0 else rows[block - 1 : block]
-    last = np.where(np.isfinite(rows["end"]), rows["end"], end)
-    inside = np.maximum(np.minimum(last, end) - np.maximum(rows["start"].astype("f8"), start), 0.0)
+    rows = rows[np.isin(rows["eyes"], (eye, "both"))]
+    starts, ends = rows["start"].astype("f8"), rows["end"].astype("f8")
+    inside = np.maximum(np.minimum(ends, end) - np.maximum(starts, start), 0.0)
     expected = float((inside * rows["sample_rate"] / 1000.0).sum())
     duration = float(inside.sum())
     return duration, expected, expected / duration * 1000.0 if duration else math.nan
@@ -223,7 +224,7 @@ def _row(
     scale: Optional[tuple[float, float]],
     targets: Sequence[_Target],
 ) -> dict[str, Any]:
-    duration, expected, rate = _recorded(stretch.recording, block, *times)
+    duration, expected, rate = _recorded(stretch.recording, block, eye, *times)
     valid, lost_in_blinks, measured = 0, 0, 0
     found: dict[str, list[Array]] = {f"{m}_{p}": [] for m in _MEASURES for p in _PLACES}
     distances: list[float] = []
@@ -263,7 +264,7 @@ def _stretches(
         return
     chosen = recording.trials() if trials is None else trials
     for row in recording.blocks:
-        number, block_end = int(row["number"]), float(row["end"] if math.isfinite(row["end"]) else end)
+        number, block_end = int(row["number"]), float(row["end"])
         block = recording.block(number)
         if by == "block":
             yield 0, number, block, float(row["start"]), block_end

@@ -74,8 +74,9 @@ def _whole_ms(time: Optional[float], otherwise: int) -> int:
 BLOCK_COLUMNS = [
     Column("number", "u4", "", "number of the recording block, from 1"),
     Column("start", "u4", "ms", "start, on the tracker's clock"),
-    Column("end", "f8", "ms", "end, on the tracker's clock", "NaN when it was lost"),
-    Column("duration", "f8", "ms", "end - start", "NaN"),
+    Column("end", "u4", "ms", "end, on the tracker's clock; when it was lost, the time of the last sample"),
+    Column("end_lost", "?", "", "whether the end was lost"),
+    Column("duration", "u4", "ms", "end - start"),
     Column("first_item", "u4", "", "its start, from 0"),
     Column("end_item", "u4", "", "one past its end"),
     Column("eyes", "U5", "", "eyes recorded: left, right, both, none"),
@@ -230,15 +231,14 @@ class Recording(Stretch):
         return int(self._blocks["start"][0]) if len(self._blocks) else None
 
     @property
-    def end(self) -> Optional[float]:
+    def end(self) -> Optional[int]:
         """End of the last recording block, ms; None without blocks."""
-        ends = np.fmax(self._blocks["end"], self._blocks["start"])
-        return float(ends.max()) if len(ends) else None
+        return int(self._blocks["end"].max()) if len(self._blocks) else None
 
     @property
-    def duration(self) -> float:
+    def duration(self) -> int:
         """From the start of the first recording block to the end of the last, pauses included, ms."""
-        return 0.0 if self.start is None or self.end is None else self.end - self.start
+        return 0 if self.start is None or self.end is None else self.end - self.start
 
     @property
     def eyes(self) -> tuple[str, ...]:
@@ -503,12 +503,16 @@ class Recording(Stretch):
                     continue
                 if block.state == c.TRK_BLOCK_START:
                     rows.append(_block_row(len(rows) + 1, item, block))
-                elif rows and math.isnan(rows[-1]["end"]):
-                    rows[-1].update(end=block.time, end_item=item + 1, duration=block.time - rows[-1]["start"])
+                elif rows and rows[-1]["end_lost"]:
+                    rows[-1].update(end=block.time, end_item=item + 1, end_lost=False)
         following = [row["first_item"] for row in rows[1:]] + [self.item_count]
         for row, behind in zip(rows, following):
             row["end_item"] = row["end_item"] or behind
             row["samples"] = self._count(row["first_item"], row["end_item"], c.REC_SAMPLE)
+            if row["end_lost"] and row["samples"]:
+                last = self._items_of(row["first_item"], row["end_item"], c.REC_SAMPLE)[-1]
+                row["end"] = int(self._first_sample_time(int(last), int(last) + 1) or row["start"])
+            row["duration"] = max(row["end"] - row["start"], 0)
         return Table.of({col.name: [row[col.name] for row in rows] for col in BLOCK_COLUMNS}, BLOCK_COLUMNS)
 
     @staticmethod
@@ -524,8 +528,8 @@ def _block_row(number: int, item: int, block: c.FRECORDING) -> dict[str, Any]:
     return {
         "number": number,
         "start": block.time,
-        "end": math.nan,
-        "duration": math.nan,
+        "end": block.time,
+        "end_lost": True,
         "first_item": item,
         "end_item": 0,
         "eyes": _EYES.get(block.eye, "none"),

@@ -44,6 +44,7 @@ def need(module: str, what: str) -> Any:
         raise ImportError(f"{what} needs {package}, which is not installed: pip install {package}") from error
 
 
+_LONGEST_CELL = 60  # characters of a text that are shown
 _SHOWN = 5  # rows at the beginning and at the end of a table that is shown
 
 
@@ -150,7 +151,10 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
 def _cell(value: Any) -> str:
     if isinstance(value, float):
         return f"{value:.7g}"
-    return value if isinstance(value, str) else str(value)
+    if isinstance(value, str):
+        value = value if len(value) <= _LONGEST_CELL else value[:_LONGEST_CELL] + "..."
+        return "".join(letter if letter.isprintable() else repr(letter)[1:-1] for letter in value)
+    return str(value)
 
 
 def html_table(table: Table) -> str:

@@ -175,7 +175,8 @@ def trace(
     if messages:
         _mark_messages(axes, stretch.messages, zero)
     axes[-1].set_xlabel(f"time (s) from {zero:.0f} ms")
-    axes[0].legend(loc="lower left", bbox_to_anchor=(0, 1), ncols=5, fontsize=7, frameon=False)
+    if eyes:
+        axes[0].legend(loc="lower left", bbox_to_anchor=(0, 1), ncols=5, fontsize=7, frameon=False)
     return axes[0] if len(axes) == 1 else np.array(axes, dtype=object)
 
 
@@ -323,13 +324,16 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
         ax.scatter(
             own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye"
         )
+    points = [place for drawn in ax.collections for place in drawn.get_offsets()]
+    if not points:  # logarithmic axes need an extent
+        ax.set(xlim=(0.1, 50), ylim=(5, 1000))
     ax.set(xscale="log", yscale="log")
     ticker = need("matplotlib.ticker", "trkapi.plot")
     for axis in (ax.xaxis, ax.yaxis):
         axis.set_major_formatter(ticker.StrMethodFormatter("{x:g}"))
         axis.set_minor_formatter(ticker.NullFormatter())
     ax.set(xlabel="amplitude (degrees)", ylabel="peak velocity (degrees per second)")
-    if ax.get_legend_handles_labels()[0]:
+    if points:
         ax.legend(fontsize=7)
     return ax
 
@@ -349,8 +353,7 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
     recording = stretch.recording
     zero = float(recording.start or 0)
     rows = recording.blocks
-    ends = np.where(np.isfinite(rows["end"]), rows["end"], rows["start"])
-    _bars(ax, 0, _seconds(rows["start"], zero), _seconds(ends, zero), ("#7f9fbf", "#a9bfd6"))
+    _bars(ax, 0, _seconds(rows["start"], zero), _seconds(rows["end"], zero), ("#7f9fbf", "#a9bfd6"))
     table = (recording.trials() if trials is None else trials).table
     _bars(ax, 1, _seconds(table["start"], zero), _seconds(table["end"], zero), ("#8fb58f", "#b9d3b9"))
     labels = ["blocks", "trials"]
