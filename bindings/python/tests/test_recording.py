@@ -11,7 +11,7 @@ import os
 import pickle
 import re
 import shutil
-import subprocess
+import signal
 import threading
 from pathlib import Path
 from typing import Any, Callable
@@ -35,7 +35,7 @@ def walked(path: Path) -> tuple[Any, list[c.FSAMPLE_REC], list[tuple[int, c.FEVE
     """All samples and events, fetched item by item."""
     recording = trkapi.open(path)
     samples, events, library = [], [], c.library()
-    with recording._session as handle:
+    with recording._session.use() as handle:
         number = 0
         while code := library.trk_get_next_data(handle):
             record = library.trk_get_float_data(handle).contents
@@ -222,6 +222,28 @@ def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     with pytest.raises(trkapi.DamagedRecording):
         trkapi.open(cut)
     assert any("cut.trk" in record.getMessage() for record in caplog.records)
+
+
+def test_an_interrupt_leaves_no_lock(recording: trkapi.Recording) -> None:
+    def interrupt(*_: Any) -> None:
+        raise KeyboardInterrupt
+
+    interrupts, before = 0, signal.signal(signal.SIGALRM, interrupt)
+    for number in range(400):
+        try:
+            signal.setitimer(signal.ITIMER_REAL, (number % 40 + 1) * 5e-5)
+            for _ in range(20):
+                recording.samples("time", items=(0, 200))
+            signal.setitimer(signal.ITIMER_REAL, 0)
+        except KeyboardInterrupt:
+            interrupts += 1
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    signal.signal(signal.SIGALRM, before)
+    rows: list[int] = []
+    thread = threading.Thread(target=lambda: rows.append(rows_of(recording)), daemon=True)
+    thread.start()
+    thread.join(30)
+    assert rows == [SAMPLES] and interrupts > 100
 
 
 def rows_of(recording: trkapi.Recording) -> int:

@@ -12,12 +12,17 @@ import numpy as np
 import pytest
 
 import trkapi
-from trkapi import plot
+from trkapi import _report, plot
 from trkapi.__main__ import main
 
 LOOK = """<script>window.onload = () => { document.title = "pictures "
 + [...document.images].filter(i => i.naturalWidth > 0 && i.complete).length + " width "
 + document.documentElement.scrollWidth; };</script>"""
+
+
+def test_trials_that_are_not_there_are_blocks(recording: trkapi.Recording) -> None:
+    trials, note = _report._trials_of(recording, _report.Settings("", ("NOWHERE", None)))
+    assert len(trials) == len(recording.blocks) and "no message that contains 'NOWHERE'" in note
 
 
 def test_thinned_traces_keep_their_extremes() -> None:

@@ -113,7 +113,7 @@ class Recording(Stretch):
         except DamagedRecording as error:
             self._refuse(error)
         self._damages = self._session.damages()
-        with self._session as handle:
+        with self._session.use() as handle:
             super().__init__(None, 0, int(c.library().trk_get_element_count(handle)))
         self._tell_of_damage()
 
@@ -200,7 +200,7 @@ class Recording(Stretch):
     @functools.cached_property
     def preamble(self) -> str:
         """The text before the records, at most 1999 characters."""
-        with self._session as handle:
+        with self._session.use() as handle:
             size = int(c.library().trk_get_preamble_text_length(handle))
             buffer = ctypes.create_string_buffer(max(size, 1))
             c.library().trk_get_preamble_text(handle, buffer, len(buffer))
@@ -210,19 +210,19 @@ class Recording(Stretch):
     @functools.cached_property
     def model(self) -> int:
         """Tracker model that the preamble states: 1, 2 (V2) or 3 (LX)."""
-        with self._session as handle:
+        with self._session.use() as handle:
             return int(c.library().trk_get_pupilon_revision(handle))
 
     @functools.cached_property
     def revision(self) -> int:
         """File format revision that the preamble states; 0 when it states none."""
-        with self._session as handle:
+        with self._session.use() as handle:
             return int(c.library().trk_get_revision(handle))
 
     @functools.cached_property
     def compressed(self) -> bool:
         """Whether the file is compressed."""
-        with self._session as handle:
+        with self._session.use() as handle:
             return bool(c.library().trk_is_compressed(handle) == 1)
 
     @property
@@ -348,7 +348,7 @@ class Recording(Stretch):
     def _trial_table(self, start: Optional[str], end: Optional[str]) -> Table:
         texts = [None if text is None else os.fsencode(text) for text in (start, end)]
         library = c.library()
-        with self._session as handle:
+        with self._session.use() as handle:
             self._trial_texts = texts  # the handle keeps their addresses
             library.trk_set_trial_identifier(handle, *texts)
             count = max(int(library.trk_get_trial_count(handle)), 0)
@@ -378,18 +378,18 @@ class Recording(Stretch):
     # ---- Reading ----
 
     def _count(self, first: int, end: int, code: int) -> int:
-        with self._session as handle:
+        with self._session.use() as handle:
             return int(c.library().trk_count_items(handle, first, end, code))
 
     def _items_of(self, first: int, end: int, code: int) -> np.ndarray[Any, np.dtype[Any]]:
         items = np.empty(self._count(first, end, code), "u4")
-        with self._session as handle:
+        with self._session.use() as handle:
             c.library().trk_list_items(handle, first, end, code, items.ctypes.data, items.size)
         return items
 
     def _items_between(self, start: Optional[float], stop: Optional[float]) -> tuple[int, int]:
         first, end = _whole_ms(start, 0), _whole_ms(stop, _LAST_TIME + 1)
-        with self._session as handle:
+        with self._session.use() as handle:
             places = [
                 int(c.library().trk_find_time(handle, ms)) if ms <= _LAST_TIME else self.item_count
                 for ms in (first, end)
@@ -416,7 +416,7 @@ class Recording(Stretch):
         library, error = c.library(), c.TRK_ERROR()
         done = 0
         columns = (c.TRK_COLUMN * len(places))()
-        with self._session as handle:
+        with self._session.use() as handle:
             while first < end and done < rows:
                 for (column, array), place in zip(places, columns):
                     place.id, place.type, place.stride = column._id, column.type, array.strides[0]
@@ -468,7 +468,7 @@ class Recording(Stretch):
         items = self._items_of(first, end, 0)
         messages = self._count(first, end, c.REC_MESSAGE)
         pieces, texts, kept = [np.empty(0, events_of.RECORD)], [np.empty(0, object)], [items[:0]]
-        with self._session as handle:
+        with self._session.use() as handle:
             while first < end:
                 records, buffer, offsets = events_of.room_for(len(items), messages)
                 got = library.trk_read_events(
@@ -496,7 +496,7 @@ class Recording(Stretch):
     @functools.cached_property
     def _blocks(self) -> Table:
         rows: list[dict[str, Any]] = []
-        with self._session as handle:
+        with self._session.use() as handle:
             for item in self._items_of(0, self.item_count, c.REC_RECORDING).tolist():
                 block = self._boundary(handle, item)
                 if block is None:

@@ -169,11 +169,12 @@ def _trial_title(trial: Trial, table: Table) -> str:
     return f"<summary{bad}>Trial {trial.number}{text}, {trial.duration / 1000:.3f} s{loss}</summary>"
 
 
-def _recording_page(recording: Recording, trials: Trials, settings: Settings) -> tuple[str, _Entry]:
+def _recording_page(recording: Recording, trials: Trials, note: str, settings: Settings) -> tuple[str, _Entry]:
     screen = plot.screen_of(recording, settings.screen)
     whole = quality(recording, by="recording")
     by_trial = quality(recording, trials=trials)
-    parts = [_facts(recording, trials), "<h2>Data quality</h2>", _rows(whole, _QUALITY_SHOWN)]
+    parts = [f'<p class="bad">{html.escape(note)}</p>'] if note else []
+    parts += [_facts(recording, trials), "<h2>Data quality</h2>", _rows(whole, _QUALITY_SHOWN)]
     everything = _rows(by_trial, ("trial", "block", *_QUALITY_SHOWN))
     parts.append(f"<details><summary>by trial</summary>{everything}</details>")
     parts.append("<h2>Session</h2>")
@@ -203,9 +204,17 @@ def _recording_page(recording: Recording, trials: Trials, settings: Settings) ->
     return _page(recording.name, "".join(parts)), entry
 
 
+def _trials_of(recording: Recording, settings: Settings) -> tuple[Trials, str]:
+    """The trials that were asked for; or the recording blocks, and why."""
+    try:
+        return recording.trials(*settings.trials), ""
+    except ValueError as error:
+        return recording.trials(), f"{error}. Each recording block stands for a trial."
+
+
 def _write_page(path: str, pages: dict[str, str], settings: Settings) -> _Entry:
     with open(path, on_damage=settings.on_damage) as recording:
-        page, entry = _recording_page(recording, recording.trials(*settings.trials), settings)
+        page, entry = _recording_page(recording, *_trials_of(recording, settings), settings)
     write_whole(Path(settings.folder) / pages[path], page)
     return _Entry(pages[path], *(getattr(entry, name) for name in list(entry.__dataclass_fields__)[1:]))
 

@@ -26,7 +26,7 @@ def _close(handle: int, lines: deque[bytes]) -> None:
 
 
 class Session:
-    """One handle. Calls with it go one at a time: ``with session as handle`` takes its lock.
+    """One handle. Calls with it go one at a time: ``with session.use() as handle`` takes its lock.
 
     A child process made by fork has a session of its own: the handle that it inherited shares the place in the
     file with its parent, and is left alone.
@@ -66,26 +66,23 @@ class Session:
         # At exit the system takes everything back, while other threads may still read.
         self._finalizer.atexit = False
 
-    def __enter__(self) -> int:
-        self._lock.acquire()
-        try:
+    @contextlib.contextmanager
+    def use(self) -> Iterator[int]:
+        """The handle, for this thread alone.
+
+        A generator, because an interrupt may come anywhere: one that is thrown away gives its lock back.
+        """
+        with self._lock:
             if self.closed:
-                raise ValueError(
-                    f"{os.path.basename(self.path)} is closed: it was read after close() or its with block"
-                )
+                name = os.path.basename(self.path)
+                raise ValueError(f"{name} is closed: it was read after close() or behind its with block")
             if self._handle is None:
                 self._open()
             assert self._handle is not None
-            return self._handle
-        except BaseException:
-            self._lock.release()
-            raise
-
-    def __exit__(self, *_: object) -> None:
-        try:
-            self._pass_on_log()
-        finally:
-            self._lock.release()
+            try:
+                yield self._handle
+            finally:
+                self._pass_on_log()
 
     def _pass_on_log(self) -> None:
         while self._lines:
@@ -108,7 +105,7 @@ class Session:
         return tuple(Damage._of(record) for record in self._damage_records())
 
     def _damage_records(self) -> Iterator[c.TRK_DAMAGE]:
-        with self as handle:
+        with self.use() as handle:
             number = 0
             record = c.TRK_DAMAGE()
             while c.library().trk_get_damage(handle, number, ctypes.byref(record)) == 0:
