@@ -21,7 +21,7 @@ os.environ.setdefault("TRKAPI_LIBRARY", str(ROOT / "build" / "release" / "libtrk
 import trkapi  # noqa: E402
 
 NAMES = ["time", "time_exact", "gaze", "pupil_size"]
-ROUNDS = 7
+ROUNDS = 15
 
 PROGRAM = """
 #include <stdio.h>

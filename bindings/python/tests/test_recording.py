@@ -148,6 +148,8 @@ def test_columns(recording: trkapi.Recording) -> None:
     for name, hint in wrong.items():
         with pytest.raises(ValueError, match=hint):
             recording.samples(name)
+    with pytest.raises(ValueError, match="did you mean gaze_x_left"):
+        few["gaze_x"]
     for names, dtypes in ([], None), ("time", {"time": "f4"}), ("time", {"time": "S3"}), ("time", {"dummy": "u1"}):
         with pytest.raises(ValueError):
             recording.samples(names, dtypes=dtypes)

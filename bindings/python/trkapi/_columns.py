@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import ctypes
-import difflib
 import fnmatch
 import functools
 from dataclasses import dataclass, replace
@@ -12,7 +11,7 @@ from typing import Any, Iterable, Mapping, Optional, Union
 import numpy as np
 
 from . import _library as c
-from ._table import Column
+from ._table import Column, hint
 
 ColumnNames = Union[str, Iterable[str]]
 
@@ -106,9 +105,8 @@ def _matching(name: str) -> list[str]:
     found = found or fnmatch.filter(columns, name)
     if not found:
         words = [*columns, *{column.group for column in columns.values()}]
-        near = difflib.get_close_matches(name, words, n=4)
-        hint = f"did you mean {', '.join(near)}?" if near else "trkapi.sample_columns() has all of them"
-        raise ValueError(f"samples have no column, group or pattern {name!r}: {hint}")
+        meant = hint(name, words, "trkapi.sample_columns() has all of them")
+        raise ValueError(f"samples have no column, group or pattern {name!r}: {meant}")
     return found
 
 

@@ -3,13 +3,12 @@
 from __future__ import annotations
 
 import ctypes
-import functools
 import html
 import math
 import os
 import warnings
 from dataclasses import asdict, dataclass
-from typing import Any, Mapping, NoReturn, Optional, Sequence, Union
+from typing import Any, Callable, Generic, Mapping, NoReturn, Optional, Sequence, TypeVar, Union
 
 import numpy as np
 
@@ -22,6 +21,7 @@ from ._stretch import Stretch
 from ._table import Column, Table
 from ._trials import TRIAL_COLUMNS, Trials
 
+T = TypeVar("T")
 StrPath = Union[str, "os.PathLike[str]"]
 
 _CHECKS = {"none": c.TRK_OPEN_NO_CHECK, "check": c.TRK_OPEN_CHECK, "fill": c.TRK_OPEN_CHECK_AND_FILL}
@@ -54,6 +54,21 @@ class Options:
         flags = _one_of(_CHECKS, "check", self.check) | _one_of(_ON_DAMAGE, "on_damage", self.on_damage)
         flags |= c.TRK_OPEN_MESSAGE_OFFSETS if self.message_offsets else 0
         return flags | (c.TRK_OPEN_KEEP_TIMES if self.keep_times else 0)
+
+
+class Lazy(Generic[T]):
+    """A property that is worked out once; unlike cached_property without a lock that all recordings share."""
+
+    def __init__(self, function: Callable[[Any], T]) -> None:
+        self._function = function
+        self.__doc__ = function.__doc__
+
+    def __get__(self, instance: Any, owner: Any = None) -> T:
+        if instance is None:
+            return self  # type: ignore[return-value]
+        value = self._function(instance)
+        instance.__dict__[self._function.__name__] = value
+        return value
 
 
 def _one_of(choices: Mapping[str, int], name: str, value: str) -> int:
@@ -197,7 +212,7 @@ class Recording(Stretch):
         """What was repaired that the tracker itself got wrong or lost."""
         return tuple(damage for damage in self._damages if damage.is_repair)
 
-    @functools.cached_property
+    @Lazy
     def preamble(self) -> str:
         """The text before the records, at most 1999 characters."""
         with self._session.use() as handle:
@@ -207,19 +222,19 @@ class Recording(Stretch):
         lines = events_of.decode(buffer.value).splitlines()
         return "\n".join(line[3:] if line.startswith("** ") else line for line in lines)
 
-    @functools.cached_property
+    @Lazy
     def model(self) -> int:
         """Tracker model that the preamble states: 1, 2 (V2) or 3 (LX)."""
         with self._session.use() as handle:
             return int(c.library().trk_get_pupilon_revision(handle))
 
-    @functools.cached_property
+    @Lazy
     def revision(self) -> int:
         """File format revision that the preamble states; 0 when it states none."""
         with self._session.use() as handle:
             return int(c.library().trk_get_revision(handle))
 
-    @functools.cached_property
+    @Lazy
     def compressed(self) -> bool:
         """Whether the file is compressed."""
         with self._session.use() as handle:
@@ -456,7 +471,7 @@ class Recording(Stretch):
         scale = self._scale if what == "saccades" else None
         return events_of.table_of(what, records[part], items[part], texts[part], scale)
 
-    @functools.cached_property
+    @Lazy
     def _all_events(self) -> tuple[events_of.Array, events_of.Array, events_of.Array]:
         """Records, item numbers and texts of all events.
 
@@ -484,7 +499,7 @@ class Recording(Stretch):
                 first = self._go_on_from(error, first, end)
         return np.concatenate(pieces), np.concatenate(kept), np.concatenate(texts)
 
-    @functools.cached_property
+    @Lazy
     def _scale(self) -> Optional[events_of.Scale]:
         """Median resolution of the samples, from stretches spread over the recording."""
         ends = np.linspace(0, self.item_count, 41).astype(int)
@@ -493,7 +508,7 @@ class Recording(Stretch):
         known = np.isfinite(x) & np.isfinite(y)
         return events_of.Scale(float(np.median(x[known])), float(np.median(y[known]))) if known.any() else None
 
-    @functools.cached_property
+    @Lazy
     def _blocks(self) -> Table:
         rows: list[dict[str, Any]] = []
         with self._session.use() as handle:
@@ -561,6 +576,8 @@ def open(  # noqa: A001 - as for other files
     temporary_folder: Optional[StrPath] = None,
 ) -> Recording:
     """Open a recording: index only, facts at once, data when they are asked for.
+
+    Reads the records twice: once for the index, and once to see that nothing is damaged.
 
     Parameters
     ----------

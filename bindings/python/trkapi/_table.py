@@ -2,9 +2,10 @@
 
 from __future__ import annotations
 
+import difflib
 import html
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Callable, Mapping, Optional, Sequence
+from typing import TYPE_CHECKING, Any, Callable, Iterable, Mapping, Optional, Sequence
 
 import numpy as np
 
@@ -48,6 +49,12 @@ _LONGEST_CELL = 60  # characters of a text that are shown
 _SHOWN = 5  # rows at the beginning and at the end of a table that is shown
 
 
+def hint(name: str, known: Iterable[str], otherwise: str = "") -> str:
+    """What may be meant by a name that is not known."""
+    near = difflib.get_close_matches(name, list(known), n=4)
+    return f"did you mean {', '.join(near)}?" if near else otherwise or f"there are {', '.join(known)}"
+
+
 class Table(np.ndarray[Any, np.dtype[Any]]):
     """A structured array, one row an item, whose columns have names, units and descriptions.
 
@@ -85,6 +92,8 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
         self.columns = getattr(other, "columns", {})
 
     def __getitem__(self, key: Any) -> Any:
+        if isinstance(key, str) and key not in (self.dtype.names or ()):
+            raise ValueError(f"there is no column {key!r}: {hint(key, self.dtype.names or ())}")
         value = super().__getitem__(key)
         plain = isinstance(value, Table) and value.dtype.names is None
         return value.view(np.ndarray) if plain else value
