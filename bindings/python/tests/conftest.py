@@ -3,10 +3,11 @@
 from __future__ import annotations
 
 import os
+import struct
 import subprocess
 import sys
 from pathlib import Path
-from typing import Any, Callable, Iterator
+from typing import Any, Callable, Iterator, Mapping, Sequence
 
 import pytest
 
@@ -28,6 +29,25 @@ def write_recording(path: Path, compressed: bool = False) -> Path:
     """Write a binocular recording of two minutes; the one place where test recordings come from."""
     command = [str(BUILD / "examples" / "make_example_recording"), str(path)]
     subprocess.run(command + ["--compressed"] * compressed, check=True, stdout=subprocess.DEVNULL)
+    return path
+
+
+def write_raw(
+    path: Path, eye: int, times: Sequence[int], messages: Mapping[int, bytes], ended: bool = True
+) -> Path:
+    """Write what a whole recording rarely is: one eye (0x8000 left, 0x4000 right) at 500 samples per second."""
+
+    def event(code: int, time: int, fields: bytes = b"") -> bytes:
+        return struct.pack(">HBI", eye | code << 8, 0x21, time) + fields + b"\0"
+
+    records = [event(24, time, struct.pack(">BH", 0x5E, len(text)) + text) for time, text in messages.items()]
+    if times:
+        facts = struct.pack(">BHBHBIBH", 0x30, 1, 0x51, 1, 0x41, 500 << 16, 0xB4, eye | 0x0500)
+        records.append(event(15, times[0], facts))
+        records += [struct.pack(">HIhhh", eye | 0x2501, time, time % 700, 300, 1000) for time in times]
+        records += [event(16, times[-1] + 2)] if ended else []
+    head = b"QM_OPTICORE_COMBFILE\nVERSION: PUPILON V2 5\nSOURCE: PUPILON LX\nENDP:\n"
+    path.write_bytes(head + b"".join(records) + b"\0\0")
     return path
 
 

@@ -157,13 +157,16 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
         return html_table(self) if self.dtype.names is not None and self.ndim == 1 else None
 
 
+def shown(text: str, longest: int) -> str:
+    """A text on one line: cut, and what cannot be printed as Python would write it."""
+    text = text if len(text) <= longest else text[:longest] + "..."
+    return "".join(letter if letter.isprintable() else repr(letter)[1:-1] for letter in text)
+
+
 def _cell(value: Any) -> str:
     if isinstance(value, float):
         return f"{value:.7g}"
-    if isinstance(value, str):
-        value = value if len(value) <= _LONGEST_CELL else value[:_LONGEST_CELL] + "..."
-        return "".join(letter if letter.isprintable() else repr(letter)[1:-1] for letter in value)
-    return str(value)
+    return shown(value, _LONGEST_CELL) if isinstance(value, str) else str(value)
 
 
 def html_table(table: Table) -> str:

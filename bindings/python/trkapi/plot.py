@@ -13,7 +13,7 @@ from typing import Any, Optional, Sequence, Union
 import numpy as np
 
 from ._stretch import Stretch
-from ._table import Table, need
+from ._table import Table, need, shown
 
 Array = np.ndarray[Any, np.dtype[Any]]
 Screen = Union[tuple[float, float], tuple[float, float, float, float]]
@@ -27,6 +27,7 @@ _COMMON_SCREENS = ((1024, 768), (1280, 720), (1280, 1024), (1600, 1200), (1920, 
 # More messages are not marked, or have no text: they could not be told apart.
 _MOST_MESSAGES = 200
 _MOST_TEXTS = 25
+_LONGEST_TEXT = 40  # characters
 
 
 def _axes(ax: Any, **keywords: Any) -> Any:
@@ -108,6 +109,7 @@ def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
         for ax in axes:
             ax.axvline(time, color="#888888", lw=0.6, ls=":")
         if len(messages) <= _MOST_TEXTS:
+            text = shown(row["text"], _LONGEST_TEXT).replace("$", r"\$")  # no formula
             place = {
                 "rotation": 90,
                 "va": "top",
@@ -116,7 +118,7 @@ def _mark_messages(axes: Sequence[Any], messages: Table, zero: float) -> None:
                 "clip_on": True,
                 "color": "#444444",
             }
-            axes[0].text(time, 0.98, row["text"][:40], transform=axes[0].get_xaxis_transform(), **place)
+            axes[0].text(time, 0.98, text, transform=axes[0].get_xaxis_transform(), **place)
 
 
 def trace(
