@@ -105,6 +105,7 @@ def test_events_read_as_the_walk(walked: Any) -> None:
 
 def test_slices(recording: trkapi.Recording) -> None:
     times = recording.samples("time")["time"]
+    assert times[0] - LAST < 0 and recording.blocks["start"][0] - LAST < 0  # nothing wraps around
     assert len(times) == recording.sample_count == recording.blocks["samples"].sum()
     for start, stop in (
         (FIRST + 5000, FIRST + 6000),
@@ -245,7 +246,7 @@ def test_an_interrupt_leaves_no_lock(recording: trkapi.Recording) -> None:
     thread = threading.Thread(target=lambda: rows.append(rows_of(recording)), daemon=True)
     thread.start()
     thread.join(30)
-    assert rows == [SAMPLES] and interrupts > 100
+    assert rows == [SAMPLES] and interrupts > 10
 
 
 def rows_of(recording: trkapi.Recording) -> int:

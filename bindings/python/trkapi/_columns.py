@@ -67,6 +67,9 @@ def _column(record: c.TRK_COLUMN_DESCRIPTION) -> SampleColumn:
     )
     dtype = "?" if name in _FLAGS else _DTYPES[record.type]
     can_be_missing = bool(missing) and name != "block"
+    # Differences of unsigned numbers would wrap around: of times above all.
+    if record.type == c.TRK_TYPE_UINT32:
+        dtype = "i8"
     # Words that can be missing are read as float, which holds all of them and NaN.
     if can_be_missing and record.type == c.TRK_TYPE_UINT16:
         dtype = "f4"

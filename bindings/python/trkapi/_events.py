@@ -78,7 +78,7 @@ def _quantities() -> tuple[dict[str, _Quantity], list[Column]]:
 
 _RULES, _QUANTITIES = _quantities()
 
-_ITEM = Column("item", "u4", "", "number of the item, from 0")
+_ITEM = Column("item", "i8", "", "number of the item, from 0")
 _TIME = Column("time", "f8", "ms", "when the event stands among the items, on the tracker's clock")
 _START = Column("start", "f8", "ms", "start, on the tracker's clock", "NaN when it was never recorded")
 _END = Column("end", "f8", "ms", "end, on the tracker's clock", "NaN")
@@ -95,9 +95,9 @@ EVENTS = [
     _END,
     _DURATION,
     *_QUANTITIES,
-    Column("status", "u2", "", "status bits, as the tracker wrote them"),
-    Column("word1", "u2", "", "first word of a button or input event; of an input, the value of the port"),
-    Column("word2", "u2", "", "second word of a button or input event"),
+    Column("status", "i8", "", "status bits, as the tracker wrote them"),
+    Column("word1", "i8", "", "first word of a button or input event; of an input, the value of the port"),
+    Column("word2", "i8", "", "second word of a button or input event"),
     _TEXT,
 ]
 
@@ -203,7 +203,7 @@ COLUMNS_OF = {
     "saccades": _same(_EYE_EVENT) + _SACCADE,
     "messages": _same([_ITEM, _TIME, _TEXT]),
     "buttons": _same([_ITEM, _TIME]) + _WORDS,
-    "inputs": _same([_ITEM, _TIME]) + [(Column("value", "u2", "", "value of the input port"), "word1")],
+    "inputs": _same([_ITEM, _TIME]) + [(Column("value", "i8", "", "value of the input port"), "word1")],
 }
 CODE_OF = {
     "blinks": c.REC_EBLINK,

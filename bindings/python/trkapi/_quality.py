@@ -27,24 +27,24 @@ _PLACES = {"fixation": "median over fixations", "window": "median over moving wi
 _NO_VALUE = "NaN without enough gaze or scale"
 
 QUALITY_COLUMNS = [
-    Column("trial", "u4", "", "number of the trial, from 1; 0 for all"),
-    Column("block", "u4", "", "number of the recording block, from 1; 0 for all"),
+    Column("trial", "i8", "", "number of the trial, from 1; 0 for all"),
+    Column("block", "i8", "", "number of the recording block, from 1; 0 for all"),
     Column("eye", "U5", "", "left or right"),
     Column("duration", "f8", "ms", "time recorded: what lies inside of recording blocks"),
     Column("expected", "f8", "samples", "duration x nominal rate"),
-    Column("valid", "u4", "samples", "samples with a gaze position"),
+    Column("valid", "i8", "samples", "samples with a gaze position"),
     Column("data_loss", "f8", "", "(expected - valid) / expected, 0 to 1", "NaN when nothing was expected"),
     Column("loss_in_blinks", "f8", "", "samples without gaze inside of blinks / expected", "NaN likewise"),
     Column("nominal_rate", "f8", "samples per second", "as the recording states it", "NaN"),
     Column("effective_frequency", "f8", "samples per second", "valid samples / duration", "NaN"),
-    Column("fixations", "u4", "", "number of fixations that were measured"),
+    Column("fixations", "i8", "", "number of fixations that were measured"),
     *(
         Column(f"{measure}_{place}", "f8", unit, f"{meaning}, {where}", _NO_VALUE)
         for place, where in _PLACES.items()
         for measure, (unit, meaning) in _MEASURES.items()
     ),
     Column("accuracy", "f8", "degrees", "mean distance of gaze from the targets given", "NaN without targets"),
-    Column("targets", "u4", "", "number of targets that were measured"),
+    Column("targets", "i8", "", "number of targets that were measured"),
 ]
 
 

@@ -87,20 +87,20 @@ def _whole_ms(time: Optional[float], otherwise: int) -> int:
 
 
 BLOCK_COLUMNS = [
-    Column("number", "u4", "", "number of the recording block, from 1"),
-    Column("start", "u4", "ms", "start, on the tracker's clock"),
-    Column("end", "u4", "ms", "end, on the tracker's clock; when it was lost, the time of the last sample"),
+    Column("number", "i8", "", "number of the recording block, from 1"),
+    Column("start", "i8", "ms", "start, on the tracker's clock"),
+    Column("end", "i8", "ms", "end, on the tracker's clock; when it was lost, the time of the last sample"),
     Column("end_lost", "?", "", "whether the end was lost"),
-    Column("duration", "u4", "ms", "end - start"),
-    Column("first_item", "u4", "", "its start, from 0"),
-    Column("end_item", "u4", "", "one past its end"),
+    Column("duration", "i8", "ms", "end - start"),
+    Column("first_item", "i8", "", "its start, from 0"),
+    Column("end_item", "i8", "", "one past its end"),
     Column("eyes", "U5", "", "eyes recorded: left, right, both, none"),
     Column("sample_rate", "f4", "samples per second", "as the recording states it"),
     Column("content", "U14", "", "what was recorded: samples, events, samples+events"),
-    Column("samples", "u4", "", "number of samples"),
+    Column("samples", "i8", "", "number of samples"),
     Column("gaze_divisor", "f4", "", "divisor of the gaze values in the file", "NaN"),
-    Column("filter_level", "u1", "", "level of the tracker's filter"),
-    Column("pupil_mode", "u1", "", "1 when the file states a pupil mode other than 1"),
+    Column("filter_level", "i8", "", "level of the tracker's filter"),
+    Column("pupil_mode", "i8", "", "1 when the file states a pupil mode other than 1"),
 ]
 
 
@@ -140,12 +140,11 @@ class Recording(Stretch):
             )
         except OSError:
             raise error from None
-        damages = other.damages()
+        lost = [damage for damage in other.damages() if not damage.is_repair]
         other.close()
-        raise damaged(self._advice(damages), self.path, error.offset, damages) from None
+        raise damaged(self._advice(lost), self.path, error.offset, lost) from None
 
-    def _advice(self, damages: Sequence[Damage]) -> str:
-        lost = [damage for damage in damages if not damage.is_repair]
+    def _advice(self, lost: Sequence[Damage]) -> str:
         first = lost[0].text if lost else "it breaks off"
         more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
         return (
@@ -163,7 +162,7 @@ class Recording(Stretch):
             return
         self.close()
         offset = self.damages[0].offset
-        raise damaged(self._advice(self.damages), self.path, offset if offset >= 0 else None, self._damages)
+        raise damaged(self._advice(self.damages), self.path, offset if offset >= 0 else None, self.damages)
 
     # ---- Life ----
 

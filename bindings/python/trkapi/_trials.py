@@ -12,12 +12,12 @@ if TYPE_CHECKING:
     from ._recording import Recording
 
 TRIAL_COLUMNS = [
-    Column("number", "u4", "", "number of the trial, from 1"),
-    Column("start", "u4", "ms", "time of the item that starts it"),
-    Column("end", "u4", "ms", "time of the item that ends it"),
+    Column("number", "i8", "", "number of the trial, from 1"),
+    Column("start", "i8", "ms", "time of the item that starts it"),
+    Column("end", "i8", "ms", "time of the item that ends it"),
     Column("duration", "f8", "ms", "end - start", "NaN for a trial that ended with its recording block only"),
-    Column("first_item", "u4", "", "the item that starts it, from 0"),
-    Column("end_item", "u4", "", "one past its last item"),
+    Column("first_item", "i8", "", "the item that starts it, from 0"),
+    Column("end_item", "i8", "", "one past its last item"),
     Column("eyes", "U5", "", "eyes of its recording block: left, right, both, none"),
     Column("sample_rate", "f4", "samples per second", "of its recording block"),
     Column("text", "O", "", "message that starts it", "empty"),
