@@ -86,16 +86,14 @@ def _seconds(ms: Any, zero: float) -> Any:
     return (np.asarray(ms, "f8") - zero) / 1000.0
 
 
-def _shade(axes: Sequence[Any], stretch: Stretch, eye: str, zero: float, pixel: float) -> None:
-    """Shade events; those less than a pixel apart, in seconds, become one."""
+def _shade(axes: Sequence[Any], stretch: Stretch, eye: str, zero: float, most: int) -> None:
+    """Shade events, those kinds of which there are not too many to be told apart."""
     for what, color in SHADES.items():
         events = getattr(stretch, what)
         events = events[(events["eye"] == eye) & np.isfinite(events["duration"])]
-        starts, ends = _seconds(events["start"], zero), np.maximum.accumulate(_seconds(events["end"], zero))
-        begins = np.flatnonzero(starts[1:] > ends[:-1] + pixel) + 1
-        bars = np.column_stack(
-            [starts[np.append(0, begins)[: len(starts)]], ends[np.append(begins - 1, -1)[: len(ends)]]]
-        )
+        if len(events) > most:
+            continue
+        bars = np.column_stack([_seconds(events["start"], zero), _seconds(events["end"], zero)])
         x, y = np.repeat(bars, 2), np.tile([0, 1, 1, 0], len(bars))
         for ax in axes:
             ax.fill(x, y, transform=ax.get_xaxis_transform(), color=color, lw=0, zorder=0, label=what, aa=False)
@@ -141,7 +139,8 @@ def trace(
     values : sequence of {"x", "y", "pupil"}
         One row of axes each.
     events, messages : bool
-        Whether to shade and mark them. More than 200 messages are not marked, more than 25 have no text.
+        Whether to shade and mark them. Kinds of which there are more than a quarter of `pixels` are not shaded;
+        more than 200 messages are not marked, more than 25 have no text.
     pixels : int
         Longer traces are drawn by their lowest and highest value in each of so many stretches.
     ax : Axes or sequence of Axes, optional
@@ -173,7 +172,7 @@ def trace(
         axis.set_ylabel(_SHORT_LABELS[value])
         axis.margins(x=0)
     if events and eyes:
-        _shade(axes, stretch, eyes[0], zero, float(np.ptp(time)) / 1000.0 / pixels if len(time) else 0.0)
+        _shade(axes, stretch, eyes[0], zero, pixels // 4)
     if messages:
         _mark_messages(axes, stretch.messages, zero)
     axes[-1].set_xlabel(f"time (s) from {zero:.0f} ms")
