@@ -22,7 +22,7 @@ import trkapi  # noqa: E402 - finds its library by the environment
 
 # What write_recording makes, to be changed with it: times of the first and of the last sample (ms), samples, those
 # of them without gaze of the left eye, trials.
-FIRST, LAST, SAMPLES, LOST, TRIALS = 250100, 369699, 115176, 7056, 12
+FIRST, LAST, SAMPLES, LOST, TRIALS = 250100, 369331, 112404, 3486, 12
 
 
 def write_recording(path: Path, compressed: bool = False) -> Path:

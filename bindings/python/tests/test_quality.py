@@ -20,6 +20,11 @@ def defined(x: Any, y: Any) -> tuple[float, float, float]:
     return math.sqrt(steps.mean()), math.hypot(sd_x, sd_y), area
 
 
+def in_blinks(time: Any, part: Any) -> Any:
+    blinks = part.blinks[part.blinks["eye"] == "left"]
+    return np.any([(time >= blink["start"]) & (time <= blink["end"]) for blink in blinks], axis=0)
+
+
 def test_figures_are_as_defined(recording: trkapi.Recording) -> None:
     row = trkapi.quality(recording, by="block", window_ms=100)[0]
     block = recording.block(1)
@@ -40,8 +45,11 @@ def test_figures_are_as_defined(recording: trkapi.Recording) -> None:
     in_windows = [row[f"{name}_window"] for name in ("rms", "std", "bcea")]
     assert in_windows == pytest.approx(np.median(windows, axis=0), rel=1e-3)
     assert (row["eye"], row["block"], row["expected"]) == ("left", 1, recording.blocks["duration"][0])
-    assert row["data_loss"] == pytest.approx(np.isnan(x).mean()) and row["loss_in_blinks"] == row["data_loss"]
-    assert row["effective_frequency"] == pytest.approx(1000 * np.isfinite(x).mean())
+    lost, expected = np.isnan(x), recording.blocks["duration"][0]
+    gap = expected - len(x)
+    assert gap > 0 and row["data_loss"] == pytest.approx((lost.sum() + gap) / expected)
+    assert row["loss_in_blinks"] == pytest.approx((lost & in_blinks(time, block)).sum() / expected)
+    assert row["effective_frequency"] == pytest.approx(1000 * np.isfinite(x).sum() / expected)
 
 
 def test_rows_losses_and_targets(recording: trkapi.Recording) -> None:
@@ -49,7 +57,8 @@ def test_rows_losses_and_targets(recording: trkapi.Recording) -> None:
     gap = recording.blocks["duration"].sum() - SAMPLES
     assert whole["valid"].tolist() == [SAMPLES - LOST] * 2 and whole["expected"][0] == SAMPLES + gap
     assert whole["data_loss"][0] == pytest.approx((LOST + gap) / (SAMPLES + gap))
-    assert whole["loss_in_blinks"][0] == pytest.approx(LOST / (SAMPLES + gap))
+    blinking = in_blinks(recording.samples("time")["time"], recording).sum()
+    assert 0 < blinking < LOST and whole["loss_in_blinks"][0] == pytest.approx(blinking / (SAMPLES + gap))
     by_trial = trkapi.quality(recording, trials=recording.trials("TRIALID", "TRIAL OK"))
     assert by_trial["trial"].tolist() == [n for n in range(1, TRIALS + 1) for _ in range(2)]
     by_block = trkapi.quality(recording, by="block")

@@ -57,7 +57,7 @@ def plain(sample: c.FSAMPLE_REC, name: str) -> float:
     return float(sample.ext_data[int(name[-1]) - 1] if name.startswith("ext_data") else getattr(sample, name))
 
 
-@settings(max_examples=60, deadline=None)
+@settings(max_examples=30, deadline=None)
 @given(
     first=st.integers(-50, SAMPLES + 3000),
     length=st.integers(-5, 3000),
@@ -73,6 +73,8 @@ def test_any_stretch_reads_as_the_walk(walked: Any, first: int, length: int, nam
     for name in set(names) - {"item"}:
         fields = np.array([plain(sample, name) for _, sample in expected], "f8")
         lost = np.isin(fields, (c.MISSING_DATA, -32768.0)) | (("pupil_size" in name) & (fields == 0))
+        if name.startswith("ext_data"):  # a sample of a lost eye carries fewer words
+            lost |= np.array([sample.ext_type & 15 < int(name[-1]) for _, sample in expected], bool)
         np.testing.assert_array_equal(table[name], np.where(lost, np.nan, fields), err_msg=name)
 
 
@@ -97,7 +99,11 @@ def test_events_read_as_the_walk(walked: Any) -> None:
     assert np.all(
         np.abs(saccades["amplitude"] * 40 / way - 1) < 0.15
     )  # about 40 pixels a degree, more at the edges
-    assert np.all(np.sign(saccades["direction"]) == np.sign(saccades["start_y"] - saccades["end_y"]))
+    up = saccades["start_y"] - saccades["end_y"]
+    level = up == 0
+    assert np.all(np.sign(saccades["direction"][~level]) == np.sign(up[~level]))
+    leftwards = saccades["end_x"] < saccades["start_x"]
+    assert level.any() and np.all(saccades["direction"][level] == np.where(leftwards[level], 180, 0))
     texts = recording.messages["text"]
     assert texts[0] == "TRIALID 1" and recording.inputs["value"][0] == 1 and len(recording.buttons) == 24
     assert np.isnan(table["start_pupil_size"]).all() and set(table["kind"]) >= {"message", "blink_end", "button"}
@@ -163,7 +169,7 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
         with pytest.raises(IndexError, match=f"numbered 1 to {TRIALS}"):
             call()
     for wrong in ("TRIALIDD", ""):
-        with pytest.raises(ValueError, match="messages begin with: '!V', 'STIMULUS'"):
+        with pytest.raises(ValueError, match="messages begin with: 'STIMULUS', 'TRACKER_TIME', 'TRIAL', 'TRIALID', 'VAR'"):
             recording.trials(wrong)
     with pytest.raises(ValueError, match="NaN"):
         recording.samples(start=math.nan)
@@ -217,7 +223,7 @@ def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     assert 0 < warned.sample_count <= salvaged.sample_count < SAMPLES and salvaged.sample_count > SAMPLES - 100
     assert salvaged.damages and "damage    none" not in repr(salvaged)
     filled = trkapi.open(path, check="fill")
-    assert filled.samples("dummy")["dummy"].sum() == 24 and filled.repairs and not filled.damages
+    assert filled.samples("dummy")["dummy"].sum() == 180 and filled.repairs and not filled.damages
     cut = tmp_path / "cut.trk"
     cut.write_bytes(path.read_bytes()[:700000])
     caplog.set_level(logging.INFO, "trkapi")
