@@ -239,7 +239,7 @@ def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> 
     pixels_y = _resolution(records, "y", np.nan if scale is None else scale.y)
     values = {name: saccades[name] for name in saccades.dtype.names or ()}
     values["amplitude"] = np.hypot(across / pixels_x, down / pixels_y)
-    values["direction"] = np.degrees(np.arctan2(-down, across))
+    values["direction"] = np.degrees(np.arctan2(0 - down, across))  # -0.0 would make left -180
     return Table.of(values, columns_of("saccades"))
 
 
