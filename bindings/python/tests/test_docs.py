@@ -42,9 +42,12 @@ def test_recipes(path: Path, tmp_path: Path, monkeypatch: Any) -> None:
     assert len(names["changes"]) == TRIALS and np.isfinite(names["changes"]).all()
     assert (
         len(names["quality"]) == 2 * TRIALS
-        and names["summary"]["data_loss"].between(0.04, 0.08).all()
+        and names["summary"]["data_loss"].between(0.03, 0.04).all()
         and not len(names["bad"])
     )
+    of_left = names["quality"][names["quality"]["eye"] == "left"]
+    lost_ms = LOST + of_left["duration"].sum() - SAMPLES  # samples without gaze, and those that are not there
+    assert (of_left["data_loss"] * of_left["duration"]).sum() == pytest.approx(lost_ms)
     assert np.isfinite(names["mean_gaze"]).all() and names["mean_gaze"].shape == (600,)
     starts = names["starts"]
     near = [np.abs(saccades["start"] - start).min() < 25 for start in starts]
