@@ -170,7 +170,7 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
         with pytest.raises(IndexError, match=f"numbered 1 to {TRIALS}"):
             call()
     for wrong in ("TRIALIDD", ""):
-        with pytest.raises(ValueError, match="messages begin with: 'STIMULUS', 'TRACKER_TIME', 'TRIAL', 'TRIALID'"):
+        with pytest.raises(ValueError, match="begin with: 'STIMULUS', 'TRACKER_TIME', 'TRIAL', 'TRIALID'"):
             recording.trials(wrong)
     with pytest.raises(ValueError, match="NaN"):
         recording.samples(start=math.nan)

@@ -72,7 +72,7 @@ def test_pages(path: Path, damage: Callable[[Path], Path], tmp_path: Path, capsy
     browser = shutil.which("chromium")
     if browser is None:
         pytest.skip("no chromium to look at the pages")
-    for page, pictures in zip(pages, (16, 2, 16)):
+    for page, pictures in zip(pages, (16, 2)):  # the third is as the first, without damage
         text = page.read_text().replace("<details>", "<details open>") + LOOK
         page.write_text(text)
         for width in (1280, 420):
