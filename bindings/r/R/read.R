@@ -42,7 +42,8 @@ read_samples <- function(path, columns = NULL, start = NULL, stop = NULL, veloci
                   on_damage = on_damage, check = check, keep_times = keep_times)
 }
 
-read_events <- function(path, start = NULL, stop = NULL, on_damage = "raise", check = "check", keep_times = FALSE) {
+read_events <- function(path, start = NULL, stop = NULL, on_damage = "raise", check = "check",
+                        keep_times = FALSE) {
     read_table_of(path, "events", start = start, stop = stop, on_damage = on_damage, check = check,
                   keep_times = keep_times)
 }

@@ -1,6 +1,6 @@
 /*
- * Tables of a recording, for languages that keep columns of numbers and texts: knows the library, and neither R nor
- * MATLAB. Nothing in here jumps or prints; readerClose releases everything at any time.
+ * Tables of a recording, for languages that keep columns of numbers and texts. Knows the library, and neither R
+ * nor MATLAB. Nothing in here jumps or prints; readerClose releases everything at any time.
  */
 #ifndef TRKAPI_BINDINGS_READER_H
 #define TRKAPI_BINDINGS_READER_H
@@ -67,14 +67,14 @@ typedef struct Reader {
 } Reader;
 
 /*
- * Opens a recording and makes the table; of samples, its columns only. Begins with a Reader of zeros and an open
- * `request`. Returns 0, or -1: then kind and error say why.
+ * Opens a recording and makes the table; of samples, its columns only. The reader is all zeros before. Returns 0,
+ * or -1: then kind and error say why.
  */
 int readerOpen(Reader *reader, const Request *request);
 
 /*
- * Reads some more samples into the caller's columns, each with room for `rows` numbers. Returns 1 when there may be
- * more, 0 when `rows` of them have been read in all, fewer than before where some cannot be read, and -1 as above.
+ * Reads some more samples into the caller's columns, each with room for `rows` numbers. Returns 1 when there may
+ * be more, 0 at the end, and -1 as above. At the end `rows` is what was read: less where some cannot be read.
  */
 int readSamples(Reader *reader);
 
