@@ -6,7 +6,7 @@
 build_packages=(g++ cmake ninja-build zlib1g-dev libisal-dev libcli11-dev nlohmann-json3-dev libhdf5-dev scdoc)
 sanitizer_packages=(clang libclang-rt-14-dev)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
-    python3-pandas python3-h5py r-base-core r-base-dev octave-dev zsh fish)
+    python3-pandas python3-h5py r-base-core octave-dev zsh fish)
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)
 
 need_packages() {

@@ -30,10 +30,10 @@ function raises(id, text, varargin)
     assert(false, ["no error " id]);
 end
 
-for recording = {"two", "fast"}
+for recording = {"two", "fast", "odd"}
     name = recording{1};
     table = @(what) [name "_" what ".tsv"];
-    read = @(what, varargin) trkread([name ".trk"], what, "check", "fill", varargin{:});
+    read = @(what, varargin) trkread([name ".trk"], what, "check", "fill", "on_damage", "salvage", varargin{:});
     assert(same(read("samples"), table("samples")), "trial");
     assert(same(read("events"), table("events")), "amplitude button_state trial trial_time");
     assert(same(read("messages"), table("messages")), "trial trial_time");
@@ -46,7 +46,8 @@ assert(fieldnames(part){1}, "time_exact");
 assert(part.time_exact(1:2), [250200; 250200.5]);
 assert(all(isnan(part.gaze_x_right)) && numel(part.gaze_x_left) == 200);
 assert(about.units.gaze_x_left, "display pixels");
-assert(isempty(trkread("fast.trk", "samples", "stop", 0).time));
+assert(isempty(trkread("fast.trk", "samples", "start", 250300, "stop", 250200).time));
+assert(any(isnan(trkread("odd.trk", "events", "check", "fill", "on_damage", "salvage").start)));
 
 open = numel(glob("/proc/self/fd/*"));
 raises("file", "none.trk", "none.trk", "samples");

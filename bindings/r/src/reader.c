@@ -706,9 +706,6 @@ int readerOpen(Reader *reader, const Request *request) {
         itemAt(reader, request->stop, reader->items, &reader->end) != 0 || findBlocks(reader) != 0) {
         return -1;
     }
-    if (reader->end < reader->first) {
-        reader->end = reader->first;
-    }
     switch (table) {
     case 0:
         return makeSamples(reader, request);

@@ -10,7 +10,8 @@ folder <- tempfile()
 dir.create(folder)
 setwd(folder)
 run("synth", "two.trk", "--minutes", "0.5", "--dropout", "5")
-run("synth", "fast.trk", "--minutes", "0.2", "--rate", "2000", "--eyes", "left", "--compressed")
+run("synth", "fast.trk", "--minutes", "0.2", "--rate", "2000", "--eyes", "left", "--compressed", "--trials", "3",
+    "--blocks", "1")
 
 same <- function(ours, table) {
     theirs <- read.delim(table, na.strings = "-", quote = "\"")
@@ -44,6 +45,7 @@ same(read_messages(Sys.getenv("TRKAPI_TEXTS"), check = "fill"), "texts_messages.
 part <- read_samples("fast.trk", c("time_exact", "gaze_x_left", "gaze"), start = 250200, stop = 250300)
 stopifnot(identical(names(part)[1:2], c("time_exact", "gaze_x_left")), length(part) == 5,
           nrow(part) == 200, part$time_exact[1:2] == c(250200, 250200.5), is.na(part$gaze_x_right),
+          nrow(read_samples("fast.trk", start = 250300, stop = 250200)) == 0,
           attr(part, "columns")$unit[2] == "display pixels", nrow(attr(part, "damages")) == 0)
 
 # Errors: of their class, with the library's sentence, and nothing stays open; nor when R jumps out of a reading.
