@@ -9,6 +9,7 @@ cd "$scratch"
 cmake --install "$build" --prefix "$scratch/prefix" >install.log
 export PKG_CONFIG_PATH=$scratch/prefix/$libdir/pkgconfig LD_LIBRARY_PATH=$scratch/prefix/$libdir
 export TRKAPI_TRK=$trk TRKAPI_EXAMPLE=$scratch/example.trk TRKAPI_TEXTS=$scratch/texts.trk
+grep -qx "Version: $(pkg-config --modversion trkapi)" "$source/DESCRIPTION" || { echo "another version"; exit 1; }
 python3 "$source/../../tests/tools/odd_texts.py" >texts.trk
 "$trk" synth example.trk --minutes 0.5
 R CMD build "$source" >build.log 2>&1 || { cat build.log; exit 1; }

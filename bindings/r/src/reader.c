@@ -29,6 +29,11 @@ static int failAs(Reader *reader, const TRK_ERROR *error) {
     return -1;
 }
 
+/* Of a bulk reading; behind a damaged item it can go on. */
+static int isFatal(int64_t rows, const TRK_ERROR *error) {
+    return rows < 0 || error->item < 0 || (error->code != TRK_OK && error->code != TRK_ERROR_DAMAGED);
+}
+
 static void *own(Reader *reader, size_t count, size_t size) {
     void **const owned = realloc(reader->owned, (reader->ownedCount + 1) * sizeof *owned);
     void *memory = NULL;
@@ -260,7 +265,7 @@ static int nextEvent(Reader *reader, Events *events) {
         TRK_ERROR error;
         events->rows = trk_read_events(reader->handle, events->first, events->end, events->records, kEventsAtOnce,
                                        events->texts, sizeof events->texts, events->offsets, &error);
-        if (events->rows < 0 || error.item < 0) {
+        if (isFatal(events->rows, &error)) {
             return failAs(reader, &error);
         }
         trk_list_items(reader->handle, events->first, events->end, 0, events->items, events->rows);
@@ -610,7 +615,7 @@ int readSamples(Reader *reader) {
     TRK_ERROR error;
     const int64_t rows = trk_read_samples(reader->handle, reader->first, reader->end, columns, reader->columnCount,
                                           room < kSamplesAtOnce ? room : kSamplesAtOnce, TRK_READ_NAN, &error);
-    if (rows < 0 || error.item < 0) {
+    if (isFatal(rows, &error)) {
         return failAs(reader, &error);
     }
     for (size_t i = 0; i < reader->columnCount; ++i) {
