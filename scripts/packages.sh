@@ -9,7 +9,7 @@ sanitizer_packages=(clang libclang-rt-14-dev)
 python_packages=(python3-numpy python3-pandas python3-matplotlib python3-dask python3-distributed python3-pytest
     python3-hypothesis python3-venv mypy chromium)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
-    "${python_packages[@]}" python3-h5py r-base-core zsh fish)
+    "${python_packages[@]}" python3-h5py r-base-core octave-dev zsh fish)
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)
 
 need_packages() {
