@@ -46,7 +46,8 @@ struct OutputColumn {
     Column column;
 };
 
-// Text on one line, without tabs. Data sets know no quotes, and many readers do: a double one becomes a single one.
+// Text on one line, without tabs. Data sets know no quotes, and many readers do: a double one becomes a single
+// one.
 std::string onOneLine(std::string text) {
     std::ranges::replace(text, '"', '\'');
     std::ranges::replace_if(

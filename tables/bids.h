@@ -58,9 +58,10 @@ struct BidsTarget {
     bool force = false;    // replaces what is there
 };
 
-// Writes the files of one recording: for each eye its samples and events, the events of the task, and, where they are
-// not there, the files of the data set. `columns` names columns of samples beside gaze and pupil, as selectColumns
-// takes them. Calls progress(done) in thousandths. Throws BidsFileExists, OutputError and std::invalid_argument.
+// Writes the files of one recording: for each eye its samples and events, the events of the task, and, where they
+// are not there, the files of the data set. `columns` names columns of samples beside gaze and pupil, as
+// selectColumns takes them. Calls progress(done) in thousandths. Throws BidsFileExists, OutputError and
+// std::invalid_argument.
 BidsOutcome writeBids(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
                       const std::string &columns, const std::function<void(unsigned)> &progress);
 

@@ -8,8 +8,8 @@
 
 namespace tables {
 
-// Both quote a cell that holds a quote, a separator or a line end, or that would read as missing; quotes inside are
-// doubled. That is what RFC 4180 says of commas, and what the common readers take with tabs as well.
+// Both quote a cell that holds a quote, a separator or a line end, or that would read as missing; quotes inside
+// are doubled. That is what RFC 4180 says of commas, and what the common readers take with tabs as well.
 struct TextFormat {
     char separator = '\t';
     std::string missing;  // stands for a missing cell

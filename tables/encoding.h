@@ -13,8 +13,8 @@ namespace tables {
 
 class TextDecoder {
   public:
-    // Of texts in a character encoding that iconv knows; "" takes them as UTF-8, and as Latin-1 those that are not.
-    // Throws std::invalid_argument.
+    // Of texts in a character encoding that iconv knows; "" takes them as UTF-8, and as Latin-1 those that are
+    // not. Throws std::invalid_argument.
     explicit TextDecoder(const std::string &encoding = "");
     ~TextDecoder();
     TextDecoder(const TextDecoder &) = delete;

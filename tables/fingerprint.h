@@ -5,8 +5,8 @@
 
 namespace tables {
 
-// Size and a checksum of the first and the last 64 KiB of a file: other for every recording, the same for copies of one.
-// "" for a file that cannot be read.
+// Size and a checksum of the first and the last 64 KiB of a file: other for every recording, the same for copies
+// of one. "" for a file that cannot be read.
 [[nodiscard]] std::string fingerprintOf(const std::string &path);
 
 } // namespace tables

@@ -12,9 +12,9 @@
 
 namespace tables {
 
-// There whole in the end, or not at all. Columns that may be missing are floating-point, with NaN; texts are UTF-8 of
-// variable length, "" where missing. Columns have the attributes "units" and "description", tables the attribute
-// "columns" with their order.
+// There whole in the end, or not at all. Columns that may be missing are floating-point, with NaN; texts are UTF-8
+// of variable length, "" where missing. Columns have the attributes "units" and "description", tables the
+// attribute "columns" with their order.
 class Hdf5File {
   public:
     // Throws OutputError, as all calls do.

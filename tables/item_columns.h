@@ -38,8 +38,8 @@ struct ColumnChoice {
     std::string text;  // as selectColumns takes it; "" for those by default
 };
 
-// All columns that there are for a choice, those that are there by default first. Names and order of the latter are
-// relied on by scripts: new ones go to the end.
+// All columns that there are for a choice, those that are there by default first. Names and order of the latter
+// are relied on by scripts: new ones go to the end.
 struct ItemColumns {
     explicit ItemColumns(const ColumnChoice &choice);
 

@@ -8,7 +8,8 @@
 
 namespace tables {
 
-// A pattern of Perl's kind with two groups, for the name and the value of a variable. \w takes letters of all languages.
+// A pattern of Perl's kind with two groups, for the name and the value of a variable. \w takes letters of all
+// languages.
 class VariablePattern {
   public:
     // Throws std::invalid_argument.

@@ -44,7 +44,8 @@ class Places {
     Places() = default;
 
     // Looks through a recording. That moves the read position, uses up a message log and can set the base of moved
-    // times: whoever walks the recording, too, gives a handle of its own. The texts must live as long as the handle.
+    // times: whoever walks the recording, too, gives a handle of its own. The texts must live as long as the
+    // handle.
     Places(_TRKFILE *handle, TrialTexts &texts);
 
     [[nodiscard]] const std::vector<Block> &blocks() const { return blocks_; }

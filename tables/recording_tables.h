@@ -24,8 +24,8 @@ struct Source {
 // One row a sample.
 class SampleTable : public Table {
   public:
-    // The columns of any recording, and how many of them are there by default. Only where there are recording blocks
-    // of more than 1000 samples per second, time_exact is among these.
+    // The columns of any recording, and how many of them are there by default. Only where there are recording
+    // blocks of more than 1000 samples per second, time_exact is among these.
     struct Choice {
         explicit Choice(const Places &places);
 
@@ -106,8 +106,8 @@ class BlockTable : public ListTable {
 // One row a trial, with what an analysis starts from.
 class TrialTable : public ListTable {
   public:
-    // `variable` is a VariablePattern that messages are looked at with; each name becomes a column, and the last value
-    // in a trial counts. "" for none. Throws std::invalid_argument.
+    // `variable` is a VariablePattern that messages are looked at with; each name becomes a column, and the last
+    // value in a trial counts. "" for none. Throws std::invalid_argument.
     TrialTable(Source &source, const std::string &variable);
 
     // Those of any recording; between its two halves stand those of variables.

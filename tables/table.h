@@ -88,8 +88,8 @@ class TableWriter {
 // 0 and on, so many.
 [[nodiscard]] std::vector<std::size_t> firstPlaces(std::size_t count);
 
-// The columns that a text names, in its order: names and patterns (gaze_*), separated by commas; behind a leading +
-// come the columns that are there by default. Throws std::invalid_argument with a sentence for a person.
+// The columns that a text names, in its order: names and patterns (gaze_*), separated by commas; behind a leading
+// + come the columns that are there by default. Throws std::invalid_argument with a sentence for a person.
 [[nodiscard]] std::vector<std::size_t>
 selectColumns(std::span<const Column> all, std::span<const std::size_t> byDefault, std::string_view text);
 

@@ -26,8 +26,8 @@ bool isRecordingName(const fs::path &path) {
     return extension == ".trk";
 }
 
-// Recordings in a folder and the folders in it, but not behind links to folders, which may lead in circles. False when
-// a folder cannot be read.
+// Recordings in a folder and the folders in it, but not behind links to folders, which may lead in circles. False
+// when a folder cannot be read.
 bool findRecordings(const fs::path &folder, std::vector<fs::path> &found) {
     std::error_code error;
     bool isRead = true;
@@ -99,17 +99,19 @@ std::string counted(std::size_t count, const char *thing) {
 } // namespace
 
 const char *const kConvertHelp =
-    R"(For each recording: RECORDING_samples, _events (one row a fixation, saccade or blink, button or input event),
-_messages, _trials and _blocks, and RECORDING.json with the facts of the recording, its damages, and the name, unit and
-description of every column. Recordings in a folder keep their place in it. Every file is there whole or not at all.
-What an earlier run has made with the same options, and is newer than the recording, is not made again (--force does);
-what was made of another recording is not replaced (--force does).
+    R"(For each recording: RECORDING_samples, _events (one row a fixation, saccade or blink, button or input
+event), _messages, _trials and _blocks, and RECORDING.json with the facts of the recording, its damages, and the
+name, unit and description of every column. Recordings in a folder keep their place in it. Every file is there
+whole or not at all. What an earlier run has made with the same options, and is newer than the recording, is not
+made again (--force does); what was made of another recording is not replaced (--force does).
 A missing value is empty (--missing). Texts that hold a separator, a quote or a line end are quoted:
   pandas: pd.read_csv(path, sep="\t", keep_default_na=False, na_values=[""])
   R:      read.delim(path, na.strings = "")
-csv is as RFC 4180 says but for line ends, which are those of Unix. hdf5 is one file, with a group for each table and
-in it a dataset for each column (attributes units, description), numbers as floating point with NaN for missing.
-bids writes into a data set: one recording, or several runs of one subject and task (numbered in order without --run).
+csv is as RFC 4180 says but for line ends, which are those of Unix. hdf5 is one file, with a group for each
+table and in it a dataset for each column (attributes units, description), numbers as floating point with NaN
+for missing.
+bids writes into a data set: one recording, or several runs of one subject and task (numbered in order without
+--run).
 A sample has a column time_exact only in recordings of more than 1000 samples per second.)";
 
 int convert(const ConvertOptions &options) {

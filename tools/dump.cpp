@@ -181,19 +181,21 @@ std::vector<std::string> inputsOf(const DumpOptions &options) {
 } // namespace
 
 const char *const kDumpHelp =
-    R"(Units: times ms of the tracker's clock; gaze display pixels; HREF tracker units; raw pupil positions camera
-units; pupil sizes tracker units (area or diameter: "pupil_mode" 0 or 1 of the block); velocities ("vel" smooth,
-"fvel" fast) degrees per second; resolution pixels per degree; sample_rate samples per second.
+    R"(Units: times ms of the tracker's clock; gaze display pixels; HREF tracker units; raw pupil positions
+camera units; pupil sizes tracker units (area or diameter: "pupil_mode" 0 or 1 of the block); velocities ("vel"
+smooth, "fvel" fast) degrees per second; resolution pixels per degree; sample_rate samples per second.
 "time" is the item's place; ends of blinks, saccades and fixations stand at their end time. Kind
-"dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil size of 0 is
-missing, and so is a velocity or resolution of an event that is 0: it was not recorded. Blocks and trials count from
-1. New columns are added at the end; --columns help lists all, with those that are not there by default.
-A text that holds a tab, a quote or a line end is quoted, with quotes inside doubled: the common readers give it back.
-A button event tells its number, its state (1 pressed) and the state of all buttons, where the tracker writes them
-into its two words as the recordings of our own writer have them.
---log: the texts of the log begin with their time. Left out are lines of the log that pair the clocks, with the message of the
-recording that each meets; an item behind such a line that meets none; the last item of the recording when
-a message of the log is 2 ms or less away.
+"dummy" is a sample that the tracker lost. A value that is missing or does not apply is "."; a pupil size of 0
+is missing, and so is a velocity or resolution of an event that is 0: it was not recorded. Blocks and trials
+count from 1. New columns are added at the end; --columns help lists all, with those that are not there by
+default.
+A text that holds a tab, a quote or a line end is quoted, with quotes inside doubled: the common readers give it
+back.
+A button event tells its number, its state (1 pressed) and the state of all buttons, where the tracker writes
+them into its two words as the recordings of our own writer have them.
+--log: the texts of the log begin with their time. Left out are lines of the log that pair the clocks, with the
+message of the recording that each meets; an item behind such a line that meets none; the last item of the
+recording when a message of the log is 2 ms or less away.
 --raw: a sample with raw values in its extension words has one set of them, shown for each of its eyes;
 pupil_minus_cr is the mended pupil minus 1.02 times the reflection.)";
 

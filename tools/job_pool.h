@@ -29,9 +29,9 @@ struct JobResult {
     std::string text; // one line
 };
 
-// Runs job(i, progress) for i from 0 to `count`, at most `atOnce` at a time, and calls ended(i, result) in the order in
-// which they end. On a terminal, standard error shows how far all are. Throws std::system_error when no process can be
-// made.
+// Runs job(i, progress) for i from 0 to `count`, at most `atOnce` at a time, and calls ended(i, result) in the
+// order in which they end. On a terminal, standard error shows how far all are. Throws std::system_error when no
+// process can be made.
 void runJobs(std::size_t count, std::size_t atOnce,
              const std::function<JobResult(std::size_t, JobProgress &)> &job,
              const std::function<void(std::size_t, const JobResult &)> &ended);

@@ -43,8 +43,8 @@ class TableText {
 // A sentence on texts whose encoding was not what they were taken for.
 [[nodiscard]] std::string doubtfulTexts(uint64_t count, const std::string &encoding);
 
-// Lists columns on standard output, those first that are there by default: name, what they hold, unit. Returns the exit
-// status.
+// Lists columns on standard output, those first that are there by default: name, what they hold, unit. Returns the
+// exit status.
 Status listColumns(const std::vector<tables::Column> &columns, const std::vector<std::size_t> &byDefault);
 
 // Writes a table with the columns that the options name.

@@ -26,8 +26,8 @@ struct Stretch {
     float gazeDivisor = 0; // that its start sets; 0: nobody has looked yet
 };
 
-// Looks over an index. Every item is in one stretch, in order. The index is complete when all records were indexed, no
-// sample was dropped and no end mark was passed over.
+// Looks over an index. Every item is in one stretch, in order. The index is complete when all records were
+// indexed, no sample was dropped and no end mark was passed over.
 [[nodiscard]] std::vector<Stretch> mapBlocks(const ItemIndex &index, bool isComplete);
 
 } // namespace trk
