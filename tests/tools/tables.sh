@@ -39,6 +39,13 @@ if command -v Rscript >/dev/null; then
 else
     echo "Rscript is not there: not tried"
 fi
+if command -v octave-cli >/dev/null; then
+    lost=$(awk -F'\t' 'NR > 1 && $4 == ""' tsv/deep/example_samples.tsv | wc -l)
+    octave-cli --eval "table = importdata('tsv/deep/example_samples.tsv', \"\\t\", 1);
+        assert(strcmp(table.colheaders{4}, 'gaze_x_left') && sum(isnan(table.data(:, 4))) == $lost)" || fail "Octave"
+else
+    echo "octave-cli is not there: not tried"
+fi
 
 # ---- Many recordings, one after the other run ----
 
