@@ -212,6 +212,20 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     assert capfd.readouterr() == ("", "")
 
 
+def test_trials_of_another_recording(recording: trkapi.Recording, path: Path, tmp_path: Path) -> None:
+    other = trkapi.open(shutil.copy(path, tmp_path / "other.trk"))
+    for foreign in (other.trials(), trkapi.open(path, check="none").trials()):
+        for call in (
+            lambda: recording.samples(trial=foreign[0]),
+            lambda: trkapi.quality(recording, trials=foreign, by="block"),
+            lambda: trkapi.plot.timeline(recording, trials=foreign),
+        ):
+            with pytest.raises(ValueError, match="opened otherwise, not of .*s07.trk"):
+                call()
+    alike = pickle.loads(pickle.dumps(recording.trials()[1]))
+    assert recording.samples(trial=alike).tobytes() == alike.samples().tobytes()
+
+
 def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     broken = damage(tmp_path / "broken.trk")
     with pytest.raises(trkapi.DamagedRecording, match='on_damage="salvage"') as error:

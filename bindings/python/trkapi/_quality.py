@@ -345,6 +345,8 @@ def quality(
         raise ValueError(f"by={by!r}: choose 'trial', 'block' or 'recording'")
     if not window_ms > 0:
         raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms")
+    if trials is not None:
+        recording._check_own(trials, "trials")
     wanted = _targets(targets)
     rows = []
     for trial, block, stretch, start, end in _stretches(recording, by, trials):

@@ -123,6 +123,8 @@ class Recording(Stretch):
         if isinstance(self.path, bytes):
             self.path = os.fsdecode(self.path)
         self.options = options
+        # Two that are opened alike have the same items, so that a trial fits both.
+        self._identity = os.path.abspath(self.path), options
         try:
             self._session = Session(self.path, flags, options.resolution, options.temporary_folder)
         except DamagedRecording as error:
@@ -188,6 +190,12 @@ class Recording(Stretch):
     def recording(self) -> Recording:
         """Itself: a recording is the stretch of all of its items."""
         return self
+
+    def _check_own(self, parts: Any, name: str) -> None:
+        """Raise for trials of another recording, whose items stand for something else here."""
+        other = parts.recording
+        if other is not self and other._identity != self._identity:
+            raise ValueError(f"{name}= is of {other.path}, or of one opened otherwise, not of {self.path}")
 
     # ---- Facts ----
 

@@ -55,6 +55,7 @@ class Stretch:
         if trial is not None:
             if not isinstance(trial, Stretch):
                 raise TypeError("trial= takes a trial, as recording.trials(...)[3] gives it")
+            self.recording._check_own(trial, "trial")
             parts.append((trial.first_item, trial.end_item))
         if block is not None:
             parts.append(self.recording._items_of_block(block))
@@ -107,7 +108,7 @@ class Stretch:
         Raises
         ------
         ValueError
-            For names that match no column, and when the recording is closed.
+            For names that match no column, for a trial of another recording, and when the recording is closed.
         RecordingError
             When samples cannot be read.
 

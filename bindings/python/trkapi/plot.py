@@ -350,8 +350,10 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
     pixels : int
         Stretches of time into which the session is divided for the share of missing gaze.
     """
-    ax = _axes(ax, figsize=(11, 2.2))
     recording = stretch.recording
+    if trials is not None:
+        recording._check_own(trials, "trials")
+    ax = _axes(ax, figsize=(11, 2.2))
     zero = float(recording.start or 0)
     rows = recording.blocks
     _bars(ax, 0, _seconds(rows["start"], zero), _seconds(rows["end"], zero), ("#7f9fbf", "#a9bfd6"))
