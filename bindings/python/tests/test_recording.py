@@ -135,6 +135,10 @@ def test_slices(recording: trkapi.Recording) -> None:
     ]
     shown = recording.inputs[recording.inputs["value"] == 3]["time"][0]
     assert shown in recording.trials(3, 0).table["start"] and len(recording.trials()) == TRIALS
+    assert recording.trials(np.int64(3), np.uint8(0)).table.tobytes() == recording.trials(3, "0").table.tobytes()
+    zero, one = (set(recording.inputs["time"][recording.inputs["value"] == value]) for value in (0, 1))
+    pairs = [(row["start"], row["end"]) for row in recording.trials(1, 0).table if row["start"] in one]
+    assert pairs and all(end == min(time for time in zero if time > start) for start, end in pairs)
     for seconds in (0.137, 60, math.inf):
         chunks = list(recording.chunks("time", seconds=seconds))
         assert np.array_equal(np.concatenate(chunks)["time"], times)
@@ -166,12 +170,26 @@ def test_columns(recording: trkapi.Recording) -> None:
 def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording = trkapi.open(path)
     block, samples = recording.block(1), recording.samples(items=(0, 50))
+    plain = ("path", "options", "closed", "close", "first_item", "end_item")
+    kept = [name for name in dir(recording) if name[0] != "_" and name not in plain]
+    methods = [name for name in kept if callable(getattr(recording, name))]  # reads each of the others
     for call in (lambda: recording.block(0), lambda: recording.samples(block=TRIALS + 1)):
         with pytest.raises(IndexError, match=f"numbered 1 to {TRIALS}"):
             call()
     for wrong in ("TRIALIDD", ""):
         with pytest.raises(ValueError, match="begin with: 'STIMULUS', 'TRACKER_TIME', 'TRIAL', 'TRIALID'"):
             recording.trials(wrong)
+    for marks, error, hint in (
+        ((999, 0), ValueError, "never has the value 999; it has: 0, 1, 2"),
+        ((1, -1), ValueError, "never has the value -1"),
+        (("TRIALID", 0), TypeError, "by a text"),
+        ((1, "TRIAL OK"), TypeError, "by a value"),
+        ((True, 0), TypeError, "start=True"),
+        ((1, 0.0), TypeError, "end=0.0"),
+        (("inPut_type_1", "0"), ValueError, "as numbers"),
+    ):
+        with pytest.raises(error, match=hint):
+            recording.trials(*marks)
     with pytest.raises(ValueError, match="NaN"):
         recording.samples(start=math.nan)
     with pytest.raises(ValueError, match="'raise', 'warn', 'salvage'"):
@@ -182,6 +200,14 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording.close()
     with pytest.raises(ValueError, match="s07.trk is closed"):
         block.samples()
+    arguments = {"block": (1,)}
+    for name in kept:
+        with pytest.raises(ValueError, match="is closed"):
+            getattr(recording, name)(*arguments.get(name, ())) if name in methods else getattr(recording, name)
+    for call in (recording.__enter__, lambda: pickle.dumps(recording), lambda: block.fixations, block.chunks):
+        with pytest.raises(ValueError, match="is closed"):
+            call()
+    assert "s07.trk" in repr(block) and len(methods) == 5 and len(kept) > 25
     assert "closed" in repr(recording) and samples["time"][0] == FIRST
     recording, finalizer = trkapi.open(path), None
     samples, finalizer = recording.samples(), recording._session._finalizer

@@ -15,14 +15,14 @@ import numpy as np
 from . import _events as events_of
 from ._columns import ColumnNames, select
 from ._quality import QUALITY_COLUMNS, quality
-from ._recording import BLOCK_COLUMNS, Recording, StrPath, open
+from ._recording import BLOCK_COLUMNS, Recording, StrPath, TrialMark, open
 from ._table import Table, need
 from ._trials import TRIAL_COLUMNS
 
 if TYPE_CHECKING:
     import pandas
 
-TrialTexts = tuple[Optional[str], Optional[str]]
+TrialTexts = tuple[TrialMark, TrialMark]
 
 logger = logging.getLogger("trkapi")
 
@@ -104,8 +104,8 @@ def read(
         "quality".
     columns : str or iterable of str, optional
         Which columns; of samples also groups and patterns.
-    trials : (str, str), optional
-        Texts that start and end trials, for "trials" and "quality".
+    trials : (str or int, str or int), optional
+        Texts, or values of the input port, that start and end trials, for "trials" and "quality".
     **keywords
         `start`, `stop`, `velocities` and `dtypes` as for Recording.samples, all others as for :func:`open`.
 

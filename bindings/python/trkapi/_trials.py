@@ -49,7 +49,7 @@ class Trial(Stretch):
 
     def __repr__(self) -> str:
         text = f" {self.text!r}" if self.text else ""
-        return f"<trial {self.number}{text}: {self.start} to {self.end} ms of {self.recording.name}>"
+        return f"<trial {self.number}{text}: {self.start} to {self.end} ms of {self._home._name}>"
 
 
 class Trials(Sequence[Trial]):
