@@ -151,7 +151,9 @@ def _sums(part: _Part, targets: Sequence[_Target]) -> Array:
     columns = []
     for place, of in ((part.x, part.valid), (part.y, part.valid), (part.res_x, None), (part.res_y, None)):
         known = np.isfinite(place) if of is None else of
-        columns += [_over(values, first, np.maximum(first, end)) for values in (known, np.where(known, place, 0.0))]
+        columns += [
+            _over(values, first, np.maximum(first, end)) for values in (known, np.where(known, place, 0.0))
+        ]
     return np.column_stack(columns)
 
 

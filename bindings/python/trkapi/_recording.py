@@ -364,8 +364,8 @@ class Recording(Stretch):
         start, end : str or int, optional
             A message that contains the text `start` starts a trial and one that contains `end` ends it; messages
             that contain "!V" do neither. Numbers, 0 to 999, are values of the input port instead: `start` starts a
-            trial and `end` ends it, by default 0. Without `start` each recording block is a trial. With it, a block that begins while no trial is open starts one as well: its text is
-            empty.
+            trial and `end` ends it, by default 0. Without `start` each recording block is a trial.
+            With it, a block that begins while no trial is open starts one as well: its text is empty.
 
         Returns
         -------
@@ -392,7 +392,9 @@ class Recording(Stretch):
         if isinstance(start, int):
             if isinstance(end, str):
                 if not end.isdecimal():
-                    raise TypeError(f"trials that start by a value of the input port do not end by a text: {end!r}")
+                    raise TypeError(
+                        f"trials that start by a value of the input port do not end by a text: {end!r}"
+                    )
                 end = int(end)
             for value in (start, end):
                 if value is not None:
