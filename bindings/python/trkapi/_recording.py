@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import ctypes
 import html
+import inspect
 import math
 import operator
 import os
 import warnings
-from dataclasses import asdict, dataclass
+from dataclasses import dataclass
 from typing import Any, Callable, Generic, Mapping, NoReturn, Optional, Sequence, SupportsIndex, TypeVar, Union
 
 import numpy as np
@@ -102,6 +103,33 @@ def _trial_mark(name: str, mark: TrialMark) -> Union[str, int, None]:
     if isinstance(mark, (bool, np.bool_)) or not hasattr(mark, "__index__"):
         raise TypeError(f"{name}={mark!r}: a text, or a value of the input port as an integer")
     return operator.index(mark)
+
+
+def trial_marks(start: TrialMark, end: TrialMark) -> tuple[Union[str, int, None], Union[str, int, None]]:
+    """What starts and ends trials: both texts, or both integers."""
+    start, end = _trial_mark("start", start), _trial_mark("end", end)
+    if end is not None and start is None:
+        raise ValueError("trials with an end need a start")
+    if isinstance(start, int) and isinstance(end, str):
+        if not end.isdecimal():
+            raise TypeError(f"trials that start by a value of the input port do not end by a text: {end!r}")
+        end = int(end)
+    if isinstance(start, str) and isinstance(end, int):
+        raise TypeError(f"trials that start by a text do not end by a value of the input port: {end}")
+    return start, end
+
+
+def check_times(*times: Optional[float]) -> None:
+    """Raise for what is no time."""
+    for time in times:
+        _whole_ms(time, 0)
+
+
+def check_keywords(keywords: Mapping[str, Any]) -> None:
+    """Raise for keywords with which :func:`open` opens nothing."""
+    inspect.signature(open).bind("", **keywords)
+    options = Options(**keywords)
+    _ = options.flags, c.CONFIG(*(options.resolution or ()))
 
 
 BLOCK_COLUMNS = [
@@ -386,28 +414,19 @@ class Recording(Stretch):
         (4, 'TRIALID 4', True)
         """
         self._check_open()
-        start, end = _trial_mark("start", start), _trial_mark("end", end)
-        if end is not None and start is None:
-            raise ValueError("trials with an end need a start")
+        start, end = trial_marks(start, end)
         if isinstance(start, int):
-            if isinstance(end, str):
-                if not end.isdecimal():
-                    raise TypeError(
-                        f"trials that start by a value of the input port do not end by a text: {end!r}"
-                    )
-                end = int(end)
             for value in (start, end):
-                if value is not None:
+                if isinstance(value, int):
                     self._check_trial_value(value)
             # Values of the input port stay the rule of a handle for good: it gets one of its own.
             with Recording(self.path, self.options) as other:
                 return Trials(self, other._trial_table(f"{_INPUT_PREFIX}{start}", str(end or 0)))
-        if isinstance(end, int):
-            raise TypeError(f"trials that start by a text do not end by a value of the input port: {end}")
-        for text in (start, end):
+        texts = [None if text is None else str(text) for text in (start, end)]
+        for text in texts:
             if text is not None:
                 self._check_trial_text(text)
-        return Trials(self, self._trial_table(start, end))
+        return Trials(self, self._trial_table(*texts))
 
     def _check_trial_value(self, value: int) -> None:
         values = sorted(set(self.inputs["value"].tolist()))
@@ -684,8 +703,3 @@ def open(  # noqa: A001 - as for other files
     """
     folder = None if temporary_folder is None else os.fspath(temporary_folder)
     return Recording(path, Options(on_damage, check, resolution, message_offsets, keep_times, folder))
-
-
-def options_of(recording: Recording) -> dict[str, Any]:
-    """The keywords that open the same recording again."""
-    return asdict(recording.options)
