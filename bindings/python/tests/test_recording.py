@@ -252,6 +252,22 @@ def test_trials_of_another_recording(recording: trkapi.Recording, path: Path, tm
     assert recording.samples(trial=alike).tobytes() == alike.samples().tobytes()
 
 
+def test_another_folder(path: Path, tmp_path: Path, monkeypatch: Any) -> None:
+    monkeypatch.chdir(path.parent)
+    recording = trkapi.open(path.name)
+    monkeypatch.chdir(tmp_path)
+    again = pickle.loads(pickle.dumps(recording))
+    assert recording.path == path.name and again.path == str(path) and again.options == recording.options
+    assert len(recording.trials(3, 0)) == len(again.trials(3, 0)) > 0
+    inherited = os.fork()
+    if inherited == 0:
+        try:
+            os._exit(0 if recording.samples("time", items=(0, 99)).size else 1)
+        finally:
+            os._exit(2)
+    assert os.waitpid(inherited, 0)[1] == 0
+
+
 def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     broken = damage(tmp_path / "broken.trk")
     with pytest.raises(trkapi.DamagedRecording, match='on_damage="salvage"') as error:

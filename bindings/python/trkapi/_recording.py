@@ -154,8 +154,8 @@ class Recording(Stretch):
     """An open recording; see :func:`open`.
 
     It may be used from several threads: calls wait for each other. Two recordings are read at the same time. It
-    can be pickled: what arrives opens the same path with the same options. Tables and arrays live on when it is
-    closed.
+    can be pickled: what arrives opens the same absolute path with the same options. Tables and arrays live on
+    when it is closed.
 
     Attributes
     ----------
@@ -241,7 +241,7 @@ class Recording(Stretch):
 
     def __reduce__(self) -> tuple[Any, ...]:
         self._check_open()
-        return Recording, (self.path, self.options)
+        return Recording, self._identity  # other processes may work in other folders
 
     @property
     def recording(self) -> Recording:
@@ -420,7 +420,7 @@ class Recording(Stretch):
                 if isinstance(value, int):
                     self._check_trial_value(value)
             # Values of the input port stay the rule of a handle for good: it gets one of its own.
-            with Recording(self.path, self.options) as other:
+            with Recording(*self._identity) as other:
                 return Trials(self, other._trial_table(f"{_INPUT_PREFIX}{start}", str(end or 0)))
         texts = [None if text is None else str(text) for text in (start, end)]
         for text in texts:

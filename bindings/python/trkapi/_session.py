@@ -41,6 +41,7 @@ class Session:
         self._handle: Optional[int] = None
         self.closed = False
         self._open()
+        self.path = os.path.abspath(path)  # for a child that goes on from another folder
         _live.add(self)
         _watch_forks()
 
