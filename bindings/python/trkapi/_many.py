@@ -68,8 +68,8 @@ class _Request:
             return self._chosen(quality(recording, trials=recording.trials(*self.trials)))
         if self.what == "trials":
             return self._chosen(recording.trials(*self.trials).table)
-        whole = recording.between(self.arguments.get("start"), self.arguments.get("stop"))
-        table: Table = getattr(recording if self.what == "blocks" else whole, self.what)
+        part = recording.between(**self.arguments) if self.arguments else recording
+        table: Table = getattr(part, self.what)
         return self._chosen(table)
 
     def _chosen(self, table: Table) -> Table:
@@ -90,6 +90,11 @@ def _request(what: str, columns: Optional[ColumnNames], trials: TrialTexts, keyw
     known = ("start", "stop", "velocities", "dtypes")
     arguments = {name: keywords.pop(name) for name in known if name in keywords}
     arguments = {name: value for name, value in arguments.items() if value is not None}
+    takes = known if what == "samples" else () if what in _FIXED else ("start", "stop")
+    ignored = [name for name in arguments if name not in takes]
+    ignored += ["trials"] * (tuple(trials) != (None, None) and what not in ("trials", "quality"))
+    if ignored:
+        raise TypeError(f"{what} take no {', '.join(ignored)}")
     # A mistake in the call is told at once: no recording is at fault for it.
     check_keywords(keywords)
     check_times(arguments.get("start"), arguments.get("stop"))
@@ -127,7 +132,8 @@ def read(
     trials : (str or int, str or int), optional
         Texts, or values of the input port, that start and end trials, for "trials" and "quality".
     **keywords
-        `start`, `stop`, `velocities` and `dtypes` as for Recording.samples, all others as for :func:`open`.
+        `velocities` and `dtypes` of samples, `start` and `stop` of samples and events of all kinds, as for
+        Recording.samples; all others as for :func:`open`.
 
     Returns
     -------
