@@ -248,7 +248,12 @@ def test_trials_of_another_recording(recording: trkapi.Recording, path: Path, tm
         ):
             with pytest.raises(ValueError, match="opened otherwise, not of .*s07.trk"):
                 call()
-    alike = pickle.loads(pickle.dumps(recording.trials()[1]))
+    trials = recording.trials()
+    alike = pickle.loads(pickle.dumps(trials[1]))
+    assert (
+        alike == trials[1] and trials.index(alike) == 1 and {alike: 1}[trials[1]] and alike not in other.trials()
+    )
+    assert trials[1] not in (trials[0], recording.trials("TRIALID")[1], None)
     assert recording.samples(trial=alike).tobytes() == alike.samples().tobytes()
 
 

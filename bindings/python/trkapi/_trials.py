@@ -25,7 +25,7 @@ TRIAL_COLUMNS = [
 
 
 class Trial(Stretch):
-    """A trial.
+    """A trial. Two are equal that have the same number and items in the same recording, opened alike.
 
     Attributes
     ----------
@@ -41,6 +41,15 @@ class Trial(Stretch):
         super().__init__(recording, int(row["first_item"]), int(row["end_item"]))
         self.number, self.start, self.end = int(row["number"]), int(row["start"]), int(row["end"])
         self.text = str(row["text"])
+
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Trial):
+            return NotImplemented
+        mine, others = ((t.number, t.first_item, t.end_item, t._home._identity) for t in (self, other))
+        return mine == others
+
+    def __hash__(self) -> int:
+        return hash((self.number, self.first_item, self._home._identity[0]))
 
     @property
     def duration(self) -> int:
