@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import os
 import signal
 from pathlib import Path
@@ -11,7 +12,7 @@ import pandas as pd
 import pytest
 
 import trkapi
-from conftest import SAMPLES, TRIALS
+from conftest import FIRST, SAMPLES, TRIALS
 from trkapi import _many
 
 
@@ -42,9 +43,21 @@ def test_a_bad_recording_is_a_row_in_the_errors(paths: list[Path]) -> None:
     for what in _many.WHAT:  # what a cluster is told beforehand is what comes
         request = _many._request(what, None, (None, None), {})
         pd.testing.assert_series_equal(request.empty().to_pandas().dtypes, trkapi.read(paths[0], what).dtypes)
-    for wrong in ({"what": "sample"}, {"columns": "gaz"}, {"what": "blinks", "columns": ["gaze"]}):
-        with pytest.raises(ValueError, match="choose one of|did you mean|there are item"):
-            trkapi.read_many(paths, **wrong)
+    early = trkapi.read_many(paths[:1], "messages", stop=FIRST + 9999).table
+    assert 0 < len(early) == (trkapi.read(paths[0], "messages")["time"] < FIRST + 9999).sum()
+    mistakes: list[dict[str, Any]] = [
+        *({"what": "sample"}, {"columns": "gaz"}, {"what": "blinks", "columns": ["gaze"]}),
+        *({"on_damage": "ignore"}, {"ondamage": "warn"}, {"start": math.nan}, {"resolution": (1, 2, 3)}),
+        *({"what": what, "stop": 9} for what in ("trials", "blocks", "quality")),
+        *({"what": "events", "dtypes": {"time": "f8"}}, {"what": "inputs", "trials": ("TRIALID", None)}),
+        *({"what": "trials", "trials": ("TRIALID", 0)}, {"what": "trials", "trials": (None, "TRIAL OK")}),
+    ]
+    hints = "choose one of|did you mean|there are item|unexpected|NaN|too many|take no|by a text|need a start"
+    for wrong in mistakes:
+        with pytest.raises((TypeError, ValueError), match=hints):
+            trkapi.read_many(paths, workers=1, **wrong)
+    with pytest.raises(TypeError, match="put one into a list"):
+        trkapi.read_many(names[0])
 
 
 def dying(name: str) -> str:

@@ -67,6 +67,17 @@ def test_rows_losses_and_targets(recording: trkapi.Recording) -> None:
     targets = [(fixation["start"], fixation["end"], fixation["x"] - 40, fixation["y"])]
     near = trkapi.quality(recording, by="recording", targets=targets, pixels_per_degree=(40, 40))
     assert near["accuracy"][0] == pytest.approx(1, abs=0.01) and near["targets"].tolist() == [1, 1]
+    trials = recording.trials("TRIALID", "TRIAL OK")  # each begins before its block does
+    targets = [(trial.start, trial.end, 960, 540) for trial in trials]
+    by_trial = trkapi.quality(recording, trials=trials, targets=targets, pixels_per_degree=(40, 40))
+    gaze = trials[0].samples(["gaze_x_left", "gaze_y_left"], stop=trials[0].end)
+    x, y = (np.nanmean(gaze[name], dtype="f8") for name in gaze.dtype.names)
+    assert set(by_trial["targets"]) == {1} and by_trial["accuracy"][0] * 40 == pytest.approx(
+        math.hypot(x - 960, y - 540)
+    )
+    for targets, of_all in ((targets, TRIALS), ([(0, trials[-1].end, 960, 540)], 1)):
+        counts = [trkapi.quality(recording, by=by, targets=targets)["targets"] for by in ("recording", "block")]
+        assert set(counts[0]) == {of_all} and set(counts[1]) == {1}
     with pytest.raises(ValueError, match="start and end"):
         trkapi.quality(recording, targets=[(1, 2, 3)])
     with pytest.raises(ValueError, match="choose"):

@@ -135,6 +135,10 @@ def test_slices(recording: trkapi.Recording) -> None:
     ]
     shown = recording.inputs[recording.inputs["value"] == 3]["time"][0]
     assert shown in recording.trials(3, 0).table["start"] and len(recording.trials()) == TRIALS
+    assert recording.trials(np.int64(3), np.uint8(0)).table.tobytes() == recording.trials(3, "0").table.tobytes()
+    zero, one = (set(recording.inputs["time"][recording.inputs["value"] == value]) for value in (0, 1))
+    pairs = [(row["start"], row["end"]) for row in recording.trials(1, 0).table if row["start"] in one]
+    assert pairs and all(end == min(time for time in zero if time > start) for start, end in pairs)
     for seconds in (0.137, 60, math.inf):
         chunks = list(recording.chunks("time", seconds=seconds))
         assert np.array_equal(np.concatenate(chunks)["time"], times)
@@ -166,12 +170,26 @@ def test_columns(recording: trkapi.Recording) -> None:
 def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording = trkapi.open(path)
     block, samples = recording.block(1), recording.samples(items=(0, 50))
+    plain = ("path", "options", "closed", "close", "first_item", "end_item")
+    kept = [name for name in dir(recording) if name[0] != "_" and name not in plain]
+    methods = [name for name in kept if callable(getattr(recording, name))]  # reads each of the others
     for call in (lambda: recording.block(0), lambda: recording.samples(block=TRIALS + 1)):
         with pytest.raises(IndexError, match=f"numbered 1 to {TRIALS}"):
             call()
     for wrong in ("TRIALIDD", ""):
         with pytest.raises(ValueError, match="begin with: 'STIMULUS', 'TRACKER_TIME', 'TRIAL', 'TRIALID'"):
             recording.trials(wrong)
+    for marks, error, hint in (
+        ((999, 0), ValueError, "never has the value 999; it has: 0, 1, 2"),
+        ((1, -1), ValueError, "never has the value -1"),
+        (("TRIALID", 0), TypeError, "by a text"),
+        ((1, "TRIAL OK"), TypeError, "by a value"),
+        ((True, 0), TypeError, "start=True"),
+        ((1, 0.0), TypeError, "end=0.0"),
+        (("inPut_type_1", "0"), ValueError, "as numbers"),
+    ):
+        with pytest.raises(error, match=hint):
+            recording.trials(*marks)
     with pytest.raises(ValueError, match="NaN"):
         recording.samples(start=math.nan)
     with pytest.raises(ValueError, match="'raise', 'warn', 'salvage'"):
@@ -182,6 +200,14 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     recording.close()
     with pytest.raises(ValueError, match="s07.trk is closed"):
         block.samples()
+    arguments = {"block": (1,)}
+    for name in kept:
+        with pytest.raises(ValueError, match="is closed"):
+            getattr(recording, name)(*arguments.get(name, ())) if name in methods else getattr(recording, name)
+    for call in (recording.__enter__, lambda: pickle.dumps(recording), lambda: block.fixations, block.chunks):
+        with pytest.raises(ValueError, match="is closed"):
+            call()
+    assert "s07.trk" in repr(block) and len(methods) == 5 and len(kept) > 25
     assert "closed" in repr(recording) and samples["time"][0] == FIRST
     recording, finalizer = trkapi.open(path), None
     samples, finalizer = recording.samples(), recording._session._finalizer
@@ -210,6 +236,41 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     assert trkapi.open(str(odd)).sample_count == SAMPLES
     gc.collect()
     assert capfd.readouterr() == ("", "")
+
+
+def test_trials_of_another_recording(recording: trkapi.Recording, path: Path, tmp_path: Path) -> None:
+    other = trkapi.open(shutil.copy(path, tmp_path / "other.trk"))
+    for foreign in (other.trials(), trkapi.open(path, check="none").trials()):
+        for call in (
+            lambda: recording.samples(trial=foreign[0]),
+            lambda: trkapi.quality(recording, trials=foreign, by="block"),
+            lambda: trkapi.plot.timeline(recording, trials=foreign),
+        ):
+            with pytest.raises(ValueError, match="opened otherwise, not of .*s07.trk"):
+                call()
+    trials = recording.trials()
+    alike = pickle.loads(pickle.dumps(trials[1]))
+    assert (
+        alike == trials[1] and trials.index(alike) == 1 and {alike: 1}[trials[1]] and alike not in other.trials()
+    )
+    assert trials[1] not in (trials[0], recording.trials("TRIALID")[1], None)
+    assert recording.samples(trial=alike).tobytes() == alike.samples().tobytes()
+
+
+def test_another_folder(path: Path, tmp_path: Path, monkeypatch: Any) -> None:
+    monkeypatch.chdir(path.parent)
+    recording = trkapi.open(path.name)
+    monkeypatch.chdir(tmp_path)
+    again = pickle.loads(pickle.dumps(recording))
+    assert recording.path == path.name and again.path == str(path) and again.options == recording.options
+    assert len(recording.trials(3, 0)) == len(again.trials(3, 0)) > 0
+    inherited = os.fork()
+    if inherited == 0:
+        try:
+            os._exit(0 if recording.samples("time", items=(0, 99)).size else 1)
+        finally:
+            os._exit(2)
+    assert os.waitpid(inherited, 0)[1] == 0
 
 
 def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:

@@ -8,6 +8,7 @@ import subprocess
 from pathlib import Path
 from typing import Any, Callable
 
+import matplotlib.pyplot as plt
 import numpy as np
 import pytest
 
@@ -46,6 +47,16 @@ def test_pictures(recording: trkapi.Recording) -> None:
     ax = plot.scanpath(trial, eye="right")
     assert np.array_equal(ax.lines[0].get_xdata(), fixations["x"]) and ax.get_ylim() == (1080, 0)
     assert plot.trace(trial, values=["x"], ax=ax) is ax
+    one = plot.trace(trial, ax=plt.figure().subplots(), eye="left", messages=False)
+    gaze = trial.samples(["gaze_x_left", "gaze_y_left"])
+    for line, column in zip(one.lines, gaze.dtype.names):
+        assert (np.nanmax(line.get_ydata()), line.get_label()) == (
+            np.nanmax(gaze[column]),
+            f"left eye {column[5]}",
+        )
+    assert len(one.lines) == 2 and one.get_ylabel() == "gaze (pixels)"
+    with pytest.raises(ValueError, match="axes of their own"):
+        plot.trace(trial, values=("x", "pupil"), ax=one)
     image = plot.heatmap(trial, sigma=20).images[0].get_array()
     seen = np.isfinite(trial.samples("gaze_x_left")["gaze_x_left"]).mean() * trial.samples().size / 1000
     assert image.sum() == pytest.approx(seen, rel=0.02)

@@ -15,14 +15,23 @@ import numpy as np
 from . import _events as events_of
 from ._columns import ColumnNames, select
 from ._quality import QUALITY_COLUMNS, quality
-from ._recording import BLOCK_COLUMNS, Recording, StrPath, open
+from ._recording import (
+    BLOCK_COLUMNS,
+    Recording,
+    StrPath,
+    TrialMark,
+    check_keywords,
+    check_times,
+    open,
+    trial_marks,
+)
 from ._table import Table, need
 from ._trials import TRIAL_COLUMNS
 
 if TYPE_CHECKING:
     import pandas
 
-TrialTexts = tuple[Optional[str], Optional[str]]
+TrialTexts = tuple[TrialMark, TrialMark]
 
 logger = logging.getLogger("trkapi")
 
@@ -59,8 +68,8 @@ class _Request:
             return self._chosen(quality(recording, trials=recording.trials(*self.trials)))
         if self.what == "trials":
             return self._chosen(recording.trials(*self.trials).table)
-        whole = recording.between(self.arguments.get("start"), self.arguments.get("stop"))
-        table: Table = getattr(recording if self.what == "blocks" else whole, self.what)
+        part = recording.between(**self.arguments) if self.arguments else recording
+        table: Table = getattr(part, self.what)
         return self._chosen(table)
 
     def _chosen(self, table: Table) -> Table:
@@ -79,10 +88,26 @@ def _request(what: str, columns: Optional[ColumnNames], trials: TrialTexts, keyw
         raise ValueError(f"what={what!r}: choose one of {', '.join(WHAT)}")
     names = (columns,) if isinstance(columns, str) else None if columns is None else tuple(columns)
     known = ("start", "stop", "velocities", "dtypes")
-    arguments = {name: keywords.pop(name) for name in known if keywords.get(name) is not None}
-    request = _Request(what, names, arguments, trials, keywords)
-    request.empty()  # a wrong column is told at once
+    arguments = {name: keywords.pop(name) for name in known if name in keywords}
+    arguments = {name: value for name, value in arguments.items() if value is not None}
+    takes = known if what == "samples" else () if what in _FIXED else ("start", "stop")
+    ignored = [name for name in arguments if name not in takes]
+    ignored += ["trials"] * (tuple(trials) != (None, None) and what not in ("trials", "quality"))
+    if ignored:
+        raise TypeError(f"{what} take no {', '.join(ignored)}")
+    # A mistake in the call is told at once: no recording is at fault for it.
+    check_keywords(keywords)
+    check_times(arguments.get("start"), arguments.get("stop"))
+    request = _Request(what, names, arguments, trial_marks(*trials), keywords)
+    request.empty()
     return request
+
+
+def names_of(paths: Iterable[StrPath]) -> list[str]:
+    """The paths, none twice. One path alone, which would be taken for one of each letter, is refused."""
+    if isinstance(paths, (str, bytes)):
+        raise TypeError(f"paths={paths!r}: several paths are asked for; put one into a list")
+    return list(dict.fromkeys(os.fsdecode(path) for path in paths))
 
 
 def read(
@@ -104,10 +129,11 @@ def read(
         "quality".
     columns : str or iterable of str, optional
         Which columns; of samples also groups and patterns.
-    trials : (str, str), optional
-        Texts that start and end trials, for "trials" and "quality".
+    trials : (str or int, str or int), optional
+        Texts, or values of the input port, that start and end trials, for "trials" and "quality".
     **keywords
-        `start`, `stop`, `velocities` and `dtypes` as for Recording.samples, all others as for :func:`open`.
+        `velocities` and `dtypes` of samples, `start` and `stop` of samples and events of all kinds, as for
+        Recording.samples; all others as for :func:`open`.
 
     Returns
     -------
@@ -228,7 +254,7 @@ def read_many(
     -------
     Many
         ``.table``, all rows with a column "file" before them, and ``.errors``, one row for each recording that
-        could not be read. A recording that cannot be read stops nothing.
+        could not be read. A recording that cannot be read stops nothing; a mistake in the call raises.
 
     Examples
     --------
@@ -237,7 +263,7 @@ def read_many(
     (['file', 'item', 'eye'], ['RecordingNotFound'])
     """
     pandas = need("pandas", "read_many()")
-    names = list(dict.fromkeys(os.fspath(path) for path in paths))
+    names = names_of(paths)
     request = _request(what, columns, trials, keywords)
     frames, errors = [], []
     for name, result in zip(names, each(request.read, names, workers)):
@@ -302,7 +328,7 @@ def dask_frame(
     """
     if on_error not in ("raise", "skip"):
         raise ValueError(f"on_error={on_error!r}: choose 'raise' or 'skip'")
-    names = list(dict.fromkeys(os.fspath(path) for path in paths))
+    names = names_of(paths)
     if not names:
         raise ValueError("no recordings were named")
     request = _request(what, columns, trials, keywords)

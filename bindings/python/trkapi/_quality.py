@@ -145,21 +145,26 @@ def _precision(part: _Part, first: Array, end: Array) -> dict[str, Array]:
         }
 
 
-def _offsets(part: _Part, targets: Sequence[_Target]) -> list[float]:
-    """Distance of the mean gaze from each target that lies in the part, in degrees."""
-    distances = []
-    for target in targets:
-        (first,), (end,) = part.ranges_between(np.array([target.start]), np.array([target.end]))
-        seen = part.valid[first:end]
-        if seen.any():
-            away = []
-            for place, scale, wanted in ((part.x, part.res_x, target.x), (part.y, part.res_y, target.y)):
-                pixels = scale[first:end]
-                pixels = pixels[np.isfinite(pixels)]
-                mean = float(np.mean(place[first:end][seen], dtype="f8"))
-                away.append((mean - wanted) / float(np.mean(pixels)) if len(pixels) else math.nan)
-            distances.append(math.hypot(*away))
-    return [distance for distance in distances if math.isfinite(distance)]
+def _sums(part: _Part, targets: Sequence[_Target]) -> Array:
+    """For each target what lies in the part: counts and sums of gaze x, y, and of the resolution of each axis."""
+    first, end = (np.searchsorted(part.time, [getattr(t, side) for t in targets]) for side in ("start", "end"))
+    columns = []
+    for place, of in ((part.x, part.valid), (part.y, part.valid), (part.res_x, None), (part.res_y, None)):
+        known = np.isfinite(place) if of is None else of
+        columns += [
+            _over(values, first, np.maximum(first, end)) for values in (known, np.where(known, place, 0.0))
+        ]
+    return np.column_stack(columns)
+
+
+def _distances(sums: Array, targets: Sequence[_Target]) -> Array:
+    """Distance of the mean gaze from each target that can be measured, in degrees."""
+    with np.errstate(all="ignore"):
+        x, y, res_x, res_y = sums[:, 1::2].T / sums[:, ::2].T
+        away = np.hypot(
+            (x - [target.x for target in targets]) / res_x, (y - [target.y for target in targets]) / res_y
+        )
+    return np.asarray(away[np.isfinite(away)])
 
 
 def _targets(targets: Any) -> list[_Target]:
@@ -227,7 +232,7 @@ def _row(
     duration, expected, rate = _recorded(stretch.recording, block, eye, *times)
     valid, lost_in_blinks, measured = 0, 0, 0
     found: dict[str, list[Array]] = {f"{m}_{p}": [] for m in _MEASURES for p in _PLACES}
-    distances: list[float] = []
+    sums = np.zeros((len(targets), 8))
     for part in _parts(stretch, eye, scale):
         valid += int(part.valid.sum())
         lost_in_blinks += part.lost_in_blinks()
@@ -237,7 +242,8 @@ def _row(
         for place, (first, end) in (("fixation", ranges), ("window", part.windows(window_ms))):
             for measure, values in _precision(part, first, end).items():
                 found[f"{measure}_{place}"].append(values)
-        distances += _offsets(part, [t for t in targets if times[0] <= t.start <= times[1]])
+        sums += _sums(part, targets)
+    distances = _distances(sums, targets)
     return {
         "eye": eye,
         "duration": duration,
@@ -249,7 +255,7 @@ def _row(
         "effective_frequency": valid / duration * 1000.0 if duration else math.nan,
         "fixations": measured,
         **{name: _median(groups) for name, groups in found.items()},
-        "accuracy": float(np.mean(distances)) if distances else math.nan,
+        "accuracy": float(np.mean(distances)) if len(distances) else math.nan,
         "targets": len(distances),
     }
 
@@ -301,7 +307,8 @@ def quality(
         Horizontal and vertical, in place of the resolution that samples carry. Without either, all that is in
         degrees is NaN.
     targets : DataFrame, structured array, or iterable of (start, end, x, y), optional
-        Where the participant did look: from `start` to `end` (ms of the tracker's clock) at `x`, `y` (pixels).
+        Where the participant did look: from `start` on and before `end` (ms of the tracker's clock) at `x`, `y`
+        (pixels). A target counts in every row that has samples of its time, by those samples.
 
     Returns
     -------
@@ -340,6 +347,8 @@ def quality(
         raise ValueError(f"by={by!r}: choose 'trial', 'block' or 'recording'")
     if not window_ms > 0:
         raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms")
+    if trials is not None:
+        recording._check_own(trials, "trials")
     wanted = _targets(targets)
     rows = []
     for trial, block, stretch, start, end in _stretches(recording, by, trials):

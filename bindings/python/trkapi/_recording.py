@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import ctypes
 import html
+import inspect
 import math
+import operator
 import os
 import warnings
-from dataclasses import asdict, dataclass
-from typing import Any, Callable, Generic, Mapping, NoReturn, Optional, Sequence, TypeVar, Union
+from dataclasses import dataclass
+from typing import Any, Callable, Generic, Mapping, NoReturn, Optional, Sequence, SupportsIndex, TypeVar, Union
 
 import numpy as np
 
@@ -22,6 +24,7 @@ from ._table import Column, Table
 from ._trials import TRIAL_COLUMNS, Trials
 
 T = TypeVar("T")
+TrialMark = Union[str, SupportsIndex, None]
 StrPath = Union[str, "os.PathLike[str]"]
 
 _CHECKS = {"none": c.TRK_OPEN_NO_CHECK, "check": c.TRK_OPEN_CHECK, "fill": c.TRK_OPEN_CHECK_AND_FILL}
@@ -35,6 +38,7 @@ _RECORD_TYPES = {
 _MODELS = {1: "model 1", 2: "model 2 (V2)", 3: "model 3 (LX)"}
 _LAST_TIME = 2**32 - 1
 _INPUT_PREFIX = "inPut_type_"
+_LAST_TRIAL_VALUE = 999  # the library takes three digits
 
 
 @dataclass(frozen=True)
@@ -57,17 +61,23 @@ class Options:
 
 
 class Lazy(Generic[T]):
-    """A property that is worked out once; unlike cached_property without a lock that all recordings share."""
+    """A property that is worked out once, and raises when the recording is closed.
+
+    Unlike cached_property it has no lock that all recordings share.
+    """
 
     def __init__(self, function: Callable[[Any], T]) -> None:
         self._function = function
+        self._place = f"{function.__name__} kept"  # not its own name, which would be found before this
         self.__doc__ = function.__doc__
 
     def __get__(self, instance: Any, owner: Any = None) -> T:
         if instance is None:
             return self  # type: ignore[return-value]
-        value = self._function(instance)
-        instance.__dict__[self._function.__name__] = value
+        instance._check_open()
+        if self._place not in instance.__dict__:
+            instance.__dict__[self._place] = self._function(instance)
+        value: T = instance.__dict__[self._place]
         return value
 
 
@@ -84,6 +94,42 @@ def _whole_ms(time: Optional[float], otherwise: int) -> int:
     if math.isnan(time):
         raise ValueError("a time is NaN")
     return _LAST_TIME + 1 if time > _LAST_TIME else max(math.ceil(time), 0)
+
+
+def _trial_mark(name: str, mark: TrialMark) -> Union[str, int, None]:
+    """What starts or ends trials: numbers of any kind as int, but truth values, which mean something else."""
+    if mark is None or isinstance(mark, str):
+        return mark
+    if isinstance(mark, (bool, np.bool_)) or not hasattr(mark, "__index__"):
+        raise TypeError(f"{name}={mark!r}: a text, or a value of the input port as an integer")
+    return operator.index(mark)
+
+
+def trial_marks(start: TrialMark, end: TrialMark) -> tuple[Union[str, int, None], Union[str, int, None]]:
+    """What starts and ends trials: both texts, or both integers."""
+    start, end = _trial_mark("start", start), _trial_mark("end", end)
+    if end is not None and start is None:
+        raise ValueError("trials with an end need a start")
+    if isinstance(start, int) and isinstance(end, str):
+        if not end.isdecimal():
+            raise TypeError(f"trials that start by a value of the input port do not end by a text: {end!r}")
+        end = int(end)
+    if isinstance(start, str) and isinstance(end, int):
+        raise TypeError(f"trials that start by a text do not end by a value of the input port: {end}")
+    return start, end
+
+
+def check_times(*times: Optional[float]) -> None:
+    """Raise for what is no time."""
+    for time in times:
+        _whole_ms(time, 0)
+
+
+def check_keywords(keywords: Mapping[str, Any]) -> None:
+    """Raise for keywords with which :func:`open` opens nothing."""
+    inspect.signature(open).bind("", **keywords)
+    options = Options(**keywords)
+    _ = options.flags, c.CONFIG(*(options.resolution or ()))
 
 
 BLOCK_COLUMNS = [
@@ -108,13 +154,14 @@ class Recording(Stretch):
     """An open recording; see :func:`open`.
 
     It may be used from several threads: calls wait for each other. Two recordings are read at the same time. It
-    can be pickled: what arrives opens the same path with the same options. Tables and arrays live on when it is
-    closed.
+    can be pickled: what arrives opens the same absolute path with the same options. Tables and arrays live on
+    when it is closed.
 
     Attributes
     ----------
     path : str
     options : Options
+    first_item, end_item : int
     """
 
     def __init__(self, path: StrPath, options: Options = Options()) -> None:
@@ -123,6 +170,9 @@ class Recording(Stretch):
         if isinstance(self.path, bytes):
             self.path = os.fsdecode(self.path)
         self.options = options
+        self._name = os.path.basename(self.path)
+        # Two that are opened alike have the same items, so that a trial fits both.
+        self._identity = os.path.abspath(self.path), options
         try:
             self._session = Session(self.path, flags, options.resolution, options.temporary_folder)
         except DamagedRecording as error:
@@ -148,26 +198,30 @@ class Recording(Stretch):
         first = lost[0].text if lost else "it breaks off"
         more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
         return (
-            f'{self.name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, '
+            f'{self._name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, '
             'or with on_damage="warn" for what can be read as it stands'
         )
 
     def _tell_of_damage(self) -> None:
-        if not self.damages or self.options.on_damage == "salvage":
+        damages = self.damages
+        if not damages or self.options.on_damage == "salvage":
             return
         if self.options.on_damage == "warn":
-            lost = f"{self.name} is damaged: {self.damages[0].text}"
-            more = f" (and {len(self.damages) - 1} more, see .damages)" if len(self.damages) > 1 else ""
+            lost = f"{self._name} is damaged: {damages[0].text}"
+            more = f" (and {len(damages) - 1} more, see .damages)" if len(damages) > 1 else ""
             warnings.warn(lost + more, DamageWarning, stacklevel=4)
             return
         self.close()
-        offset = self.damages[0].offset
-        raise damaged(self._advice(self.damages), self.path, offset if offset >= 0 else None, self.damages)
+        offset = damages[0].offset
+        raise damaged(self._advice(damages), self.path, offset if offset >= 0 else None, damages)
 
     # ---- Life ----
 
     def close(self) -> None:
-        """Close it. What was read stays; reading raises ValueError from now on. Closing again does nothing."""
+        """Close it. Tables that were read stay; all but its attributes and `closed` raises ValueError from now on.
+
+        Closing again does nothing.
+        """
         self._session.close()
 
     @property
@@ -175,40 +229,56 @@ class Recording(Stretch):
         """Whether it is closed."""
         return self._session.closed
 
+    def _check_open(self) -> None:
+        self._session.check()
+
     def __enter__(self) -> Recording:
+        self._check_open()
         return self
 
     def __exit__(self, *_: object) -> None:
         self.close()
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return Recording, (self.path, self.options)
+        self._check_open()
+        return Recording, self._identity  # other processes may work in other folders
 
     @property
     def recording(self) -> Recording:
         """Itself: a recording is the stretch of all of its items."""
+        self._check_open()
         return self
+
+    def _check_own(self, parts: Any, name: str) -> None:
+        """Raise for trials of another recording, whose items stand for something else here."""
+        other = parts.recording
+        if other is not self and other._identity != self._identity:
+            raise ValueError(f"{name}= is of {other.path}, or of one opened otherwise, not of {self.path}")
 
     # ---- Facts ----
 
     @property
     def name(self) -> str:
         """The file's name without its folder."""
-        return os.path.basename(self.path)
+        self._check_open()
+        return self._name
 
     @property
     def item_count(self) -> int:
         """Number of items: samples, events, messages, starts and ends of blocks."""
+        self._check_open()
         return self.end_item
 
     @property
     def damages(self) -> tuple[Damage, ...]:
         """What is wrong with it: each stretch in which it gives less, or other, than its bytes promise."""
+        self._check_open()
         return tuple(damage for damage in self._damages if not damage.is_repair)
 
     @property
     def repairs(self) -> tuple[Damage, ...]:
         """What was repaired that the tracker itself got wrong or lost."""
+        self._check_open()
         return tuple(damage for damage in self._damages if damage.is_repair)
 
     @Lazy
@@ -314,16 +384,16 @@ class Recording(Stretch):
         """Recording block `number`, counted from 1. Raises IndexError when there is none."""
         return Stretch(self, *self._items_of_block(number))
 
-    def trials(self, start: Union[str, int, None] = None, end: Union[str, int, None] = None) -> Trials:
+    def trials(self, start: TrialMark = None, end: TrialMark = None) -> Trials:
         """The trials: the recording blocks, or what lies between messages or values of the input port.
 
         Parameters
         ----------
         start, end : str or int, optional
             A message that contains the text `start` starts a trial and one that contains `end` ends it; messages
-            that contain "!V" do neither. Numbers are values of the input port. Without `start` each recording
-            block is a trial. With it, a block that begins while no trial is open starts one as well: its text is
-            empty.
+            that contain "!V" do neither. Numbers, 0 to 999, are values of the input port instead: `start` starts a
+            trial and `end` ends it, by default 0. Without `start` each recording block is a trial.
+            With it, a block that begins while no trial is open starts one as well: its text is empty.
 
         Returns
         -------
@@ -333,7 +403,9 @@ class Recording(Stretch):
         Raises
         ------
         ValueError
-            When no message contains a text that is asked for.
+            When no message contains a text that is asked for, or the input port never had the value.
+        TypeError
+            When only one of the two is a number.
 
         Examples
         --------
@@ -341,23 +413,37 @@ class Recording(Stretch):
         >>> trial.number, trial.text, trial.duration > 0
         (4, 'TRIALID 4', True)
         """
+        self._check_open()
+        start, end = trial_marks(start, end)
         if isinstance(start, int):
+            for value in (start, end):
+                if isinstance(value, int):
+                    self._check_trial_value(value)
             # Values of the input port stay the rule of a handle for good: it gets one of its own.
-            with Recording(self.path, self.options) as other:
-                return Trials(self, other._trial_table(f"{_INPUT_PREFIX}{start}", str(0 if end is None else end)))
-        if end is not None and start is None:
-            raise ValueError("trials with an end need a start")
-        for text in (start, end):
+            with Recording(*self._identity) as other:
+                return Trials(self, other._trial_table(f"{_INPUT_PREFIX}{start}", str(end or 0)))
+        texts = [None if text is None else str(text) for text in (start, end)]
+        for text in texts:
             if text is not None:
-                self._check_trial_text(str(text))
-        return Trials(self, self._trial_table(start, None if end is None else str(end)))
+                self._check_trial_text(text)
+        return Trials(self, self._trial_table(*texts))
+
+    def _check_trial_value(self, value: int) -> None:
+        values = sorted(set(self.inputs["value"].tolist()))
+        if value not in values:
+            shown = ", ".join(map(str, values[:8])) if values else "no values"
+            raise ValueError(f"the input port of {self._name} never has the value {value}; it has: {shown}")
+        if value > _LAST_TRIAL_VALUE:
+            raise ValueError(f"{value}: values of the input port choose trials up to {_LAST_TRIAL_VALUE} only")
 
     def _check_trial_text(self, text: str) -> None:
+        if _INPUT_PREFIX in text:
+            raise ValueError(f"{text!r}: values of the input port are given as numbers")
         texts = self.messages["text"]
         if not text or not any(text in message and "!V" not in message for message in texts):
             known = sorted({message.split(" ")[0] for message in texts})
             shown = ", ".join(map(repr, known[:8])) if known else "there are no messages"
-            raise ValueError(f"{self.name} has no message that contains {text!r}; messages begin with: {shown}")
+            raise ValueError(f"{self._name} has no message that contains {text!r}; messages begin with: {shown}")
 
     def _trial_table(self, start: Optional[str], end: Optional[str]) -> Table:
         texts = [None if text is None else os.fsencode(text) for text in (start, end)]
@@ -413,7 +499,7 @@ class Recording(Stretch):
     def _items_of_block(self, number: int) -> tuple[int, int]:
         if not 1 <= number <= len(self._blocks):
             raise IndexError(
-                f"{self.name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}"
+                f"{self._name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}"
             )
         row = self._blocks[number - 1]
         return int(row["first_item"]), int(row["end_item"])
@@ -617,8 +703,3 @@ def open(  # noqa: A001 - as for other files
     """
     folder = None if temporary_folder is None else os.fspath(temporary_folder)
     return Recording(path, Options(on_damage, check, resolution, message_offsets, keep_times, folder))
-
-
-def options_of(recording: Recording) -> dict[str, Any]:
-    """The keywords that open the same recording again."""
-    return asdict(recording.options)

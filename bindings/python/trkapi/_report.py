@@ -15,7 +15,7 @@ from typing import Any, Callable, Optional, Sequence
 import numpy as np
 
 from . import plot
-from ._many import Failure, TrialTexts, each
+from ._many import Failure, TrialTexts, each, names_of
 from ._quality import quality
 from ._recording import Recording, open
 from ._table import Table, need
@@ -318,7 +318,7 @@ def report(
     dict
         For each path a summary, or the Failure that says why there is no page.
     """
-    names = list(dict.fromkeys(os.fspath(path) for path in paths))
+    names = names_of(paths)
     Path(folder).mkdir(parents=True, exist_ok=True)
     settings = Settings(os.fspath(folder), trials, screen, on_damage)
     pages = _page_names(names)

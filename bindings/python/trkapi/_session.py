@@ -41,6 +41,7 @@ class Session:
         self._handle: Optional[int] = None
         self.closed = False
         self._open()
+        self.path = os.path.abspath(path)  # for a child that goes on from another folder
         _live.add(self)
         _watch_forks()
 
@@ -73,9 +74,7 @@ class Session:
         A generator, because an interrupt may come anywhere: one that is thrown away gives its lock back.
         """
         with self._lock:
-            if self.closed:
-                name = os.path.basename(self.path)
-                raise ValueError(f"{name} is closed: it was read after close() or behind its with block")
+            self.check()
             if self._handle is None:
                 self._open()
             assert self._handle is not None
@@ -83,6 +82,12 @@ class Session:
                 yield self._handle
             finally:
                 self._pass_on_log()
+
+    def check(self) -> None:
+        """Raise when it is closed."""
+        if self.closed:
+            name = os.path.basename(self.path)
+            raise ValueError(f"{name} is closed: it was used after close() or behind its with block")
 
     def _pass_on_log(self) -> None:
         while self._lines:

@@ -27,13 +27,17 @@ class Stretch:
         self.end_item = max(first_item, end_item)
 
     def __repr__(self) -> str:
-        return f"<items {self.first_item} to {self.end_item} of {self.recording.name}>"
+        return f"<items {self.first_item} to {self.end_item} of {self._home._name}>"
+
+    @property
+    def _home(self) -> Recording:
+        assert self._recording is not None
+        return self._recording
 
     @property
     def recording(self) -> Recording:
         """The recording that it is part of."""
-        assert self._recording is not None
-        return self._recording
+        return self._home
 
     @property
     def sample_count(self) -> int:
@@ -55,6 +59,7 @@ class Stretch:
         if trial is not None:
             if not isinstance(trial, Stretch):
                 raise TypeError("trial= takes a trial, as recording.trials(...)[3] gives it")
+            self.recording._check_own(trial, "trial")
             parts.append((trial.first_item, trial.end_item))
         if block is not None:
             parts.append(self.recording._items_of_block(block))
@@ -107,7 +112,7 @@ class Stretch:
         Raises
         ------
         ValueError
-            For names that match no column, and when the recording is closed.
+            For names that match no column, for a trial of another recording, and when the recording is closed.
         RecordingError
             When samples cannot be read.
 
@@ -120,6 +125,7 @@ class Stretch:
         >>> samples.units["gaze_x_left"]
         'display pixels'
         """
+        self.recording._check_open()
         chosen = select(columns, velocities, dtypes)
         first, end = self._part(start, stop, items, trial, block)
         return self.recording._read_samples(first, end, chosen)
@@ -154,6 +160,7 @@ class Stretch:
         >>> sum(len(chunk) for chunk in recording.chunks("time", seconds=7)) == recording.sample_count
         True
         """
+        self.recording._check_open()
         if not seconds >= 0.001:
             raise ValueError(f"seconds={seconds}: a piece is at least a millisecond long")
         return self._chunks(select(columns, velocities, dtypes), seconds * 1000.0)

@@ -25,7 +25,7 @@ TRIAL_COLUMNS = [
 
 
 class Trial(Stretch):
-    """A trial.
+    """A trial. Two are equal that have the same number and items in the same recording, opened alike.
 
     Attributes
     ----------
@@ -42,6 +42,15 @@ class Trial(Stretch):
         self.number, self.start, self.end = int(row["number"]), int(row["start"]), int(row["end"])
         self.text = str(row["text"])
 
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Trial):
+            return NotImplemented
+        mine, others = ((t.number, t.first_item, t.end_item, t._home._identity) for t in (self, other))
+        return mine == others
+
+    def __hash__(self) -> int:
+        return hash((self.number, self.first_item, self._home._identity[0]))
+
     @property
     def duration(self) -> int:
         """ms from start to end."""
@@ -49,7 +58,7 @@ class Trial(Stretch):
 
     def __repr__(self) -> str:
         text = f" {self.text!r}" if self.text else ""
-        return f"<trial {self.number}{text}: {self.start} to {self.end} ms of {self.recording.name}>"
+        return f"<trial {self.number}{text}: {self.start} to {self.end} ms of {self._home._name}>"
 
 
 class Trials(Sequence[Trial]):

@@ -123,7 +123,7 @@ def trace(
     stretch: Stretch,
     *,
     eye: Optional[str] = None,
-    values: Sequence[str] = ("x", "y", "pupil"),
+    values: Optional[Sequence[str]] = None,
     events: bool = True,
     messages: bool = True,
     pixels: int = 2000,
@@ -136,40 +136,51 @@ def trace(
     stretch : Recording, Trial or Stretch
     eye : {"left", "right"}, optional
         By default all eyes; events are those of the first.
-    values : sequence of {"x", "y", "pupil"}
-        One row of axes each.
+    values : sequence of {"x", "y", "pupil"}, optional
+        One row of axes each. By default all three, and gaze x and y alone when one Axes is given.
     events, messages : bool
         Whether to shade and mark them. Kinds of which there are more than a quarter of `pixels` are not shaded;
         more than 200 messages are not marked, more than 25 have no text.
     pixels : int
         Longer traces are drawn by their lowest and highest value in each of so many stretches.
     ax : Axes or sequence of Axes, optional
-        One for each of `values`.
+        One Axes for all of `values`, in which y is dashed and no pupil stands beside gaze; or one for each.
 
     Returns
     -------
-    Axes, or numpy.ndarray of Axes when there are several values
+    Axes, or numpy.ndarray of Axes
+        The Axes given or, of one value, made; an array, one for each value, where several were given or made.
         Time in seconds from the first sample, gaze in display pixels, pupil size in tracker units. Missing values
         leave gaps.
     """
+    together = ax is not None and np.ndim(np.asarray(ax, dtype=object)) == 0
+    if values is None:
+        values = ("x", "y") if together else tuple(_COLUMNS)
     unknown = set(values) - set(_COLUMNS)
-    if unknown or not values:
+    if unknown or not len(values):
         raise ValueError(f"values={values!r}: choose of {', '.join(_COLUMNS)}")
     if ax is None:
         ax = _axes(None, nrows=len(values), sharex=True, squeeze=False, figsize=(11, 1.2 + 1.8 * len(values)))
     axes = list(np.atleast_1d(np.asarray(ax, dtype=object)).ravel())
-    if len(axes) != len(values):
-        raise ValueError(f"{len(values)} values need as many axes, not {len(axes)}")
+    groups: list[Sequence[str]] = [values] if together else [(value,) for value in values]
+    if len(axes) != len(groups):
+        raise ValueError(f"{len(values)} values need as many axes or one, not {len(axes)}")
+    if together and "pupil" in values and len(set(values)) > 1:
+        raise ValueError(
+            f"values={values!r}: gaze and pupil size have no unit in common, and need axes of their own"
+        )
     eyes = _eyes(stretch, eye)
     names = [f"{_COLUMNS[value]}_{side}" for value in values for side in eyes]
     samples = stretch._arrays(["time_exact", *names])
     time = samples["time_exact"]
     zero = float(time[0]) if len(time) else 0.0
-    for value, axis in zip(values, axes):
-        for side in eyes:
+    for group, axis in zip(groups, axes):
+        for value, side in ((value, side) for value in group for side in eyes):
             drawn = thinned(time, samples[f"{_COLUMNS[value]}_{side}"], pixels)
-            axis.plot(_seconds(drawn[0], zero), drawn[1], color=COLORS[side], lw=0.8, label=f"{side} eye")
-        axis.set_ylabel(_SHORT_LABELS[value])
+            style = {"color": COLORS[side], "lw": 0.8, "ls": "-" if value == group[0] else "--"}
+            label = f"{side} eye" + (f" {value}" if len(group) > 1 else "")
+            axis.plot(_seconds(drawn[0], zero), drawn[1], label=label, **style)
+        axis.set_ylabel(_SHORT_LABELS[group[0]] if len(group) == 1 else "gaze (pixels)")
         axis.margins(x=0)
     if events and eyes:
         _shade(axes, stretch, eyes[0], zero, pixels // 4)
@@ -350,8 +361,10 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
     pixels : int
         Stretches of time into which the session is divided for the share of missing gaze.
     """
-    ax = _axes(ax, figsize=(11, 2.2))
     recording = stretch.recording
+    if trials is not None:
+        recording._check_own(trials, "trials")
+    ax = _axes(ax, figsize=(11, 2.2))
     zero = float(recording.start or 0)
     rows = recording.blocks
     _bars(ax, 0, _seconds(rows["start"], zero), _seconds(rows["end"], zero), ("#7f9fbf", "#a9bfd6"))
