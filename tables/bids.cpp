@@ -1,9 +1,8 @@
 #include "bids.h"
 
 #include "delimited.h"
+#include "fingerprint.h"
 #include "text_output.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -21,7 +20,6 @@
 namespace tables {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 namespace {
 
@@ -60,12 +58,6 @@ constexpr double kMilliseconds = 1e3; // in a second
 
 Cell textCell(Rows &rows, std::string text) { return text.empty() ? Cell() : Cell(rows.keep(std::move(text))); }
 
-bool isNewer(const fs::path &file, const fs::path &other) {
-    std::error_code none;
-    const auto time = fs::last_write_time(file, none);
-    return !none && time >= fs::last_write_time(other, none);
-}
-
 // Rates of the blocks, each once, in the order in which they occur.
 std::vector<float> ratesOf(const Places &places) {
     std::vector<float> rates;
@@ -77,6 +69,30 @@ std::vector<float> ratesOf(const Places &places) {
     return rates;
 }
 
+// Whether a block goes into the files of a rate and an eye.
+bool isOf(const Block &block, float rate, const EyeFile &eye) {
+    return block.start.sample_rate == rate && (block.start.eye & eye.flag) != 0;
+}
+
+// Held while it lives, by one process at a time.
+class FolderLock {
+  public:
+    explicit FolderLock(const std::string &folder)
+        : descriptor_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        if (descriptor_ < 0 || ::flock(descriptor_, LOCK_EX) != 0) {
+            const int error = errno;
+            ::close(descriptor_);
+            failToWrite(folder, error);
+        }
+    }
+    ~FolderLock() { ::close(descriptor_); }
+    FolderLock(const FolderLock &) = delete;
+    FolderLock &operator=(const FolderLock &) = delete;
+
+  private:
+    int descriptor_;
+};
+
 Json numberJson(float value) {
     return value == std::floor(value) ? Json(static_cast<int64_t>(value)) : Json(static_cast<double>(value));
 }
@@ -86,7 +102,8 @@ class BidsWriter {
     BidsWriter(Source &source, const BidsTarget &target, const BidsOptions &options, const BidsFacts &facts,
                const std::string &columns, const std::function<void(unsigned)> &progress)
         : source_(source), target_(target), options_(options), facts_(facts), progress_(progress),
-          rates_(ratesOf(source.places)), origin_(Json::parse(facts.origin)),
+          rates_(ratesOf(source.places)),
+          samples_(trk_count_items(source.handle, 0, trk_get_element_count(source.handle), REC_SAMPLE)),
           firstTime_(firstTimeIn(0, trk_get_element_count(source.handle))) {
         constexpr std::size_t kMostRates = 16;
         if (rates_.size() > kMostRates) {
@@ -105,18 +122,14 @@ class BidsWriter {
         if (target_.force) {
             removeEyes();
         }
-        if (trk_count_items(source_.handle, 0, trk_get_element_count(source_.handle), REC_SAMPLE) == 0) {
+        if (samples_ == 0) {
             outcome_.hasSamples = false;
             outcome_.notes.emplace_back("there are no samples, and so no physio files");
             return outcome_;
         }
-        int eyes = 0;
-        for (const Block &block : source_.places.blocks()) {
-            eyes |= block.start.eye;
-        }
         for (const float rate : rates_) {
             for (const EyeFile &eye : kEyeFiles) {
-                if ((eyes & eye.flag) != 0 && recordsAt(rate, eye)) {
+                if (recordsAt(rate, eye)) {
                     writeEye(rate, eye);
                 }
             }
@@ -166,11 +179,13 @@ class BidsWriter {
 
     // Seconds from the first sample of all to the first of an eye at a rate.
     [[nodiscard]] double startTime(float rate, const EyeFile &eye) const {
-        const auto isOwn = [&](const Block &block) {
-            return block.start.sample_rate == rate && (block.start.eye & eye.flag) != 0;
-        };
-        const auto block = std::ranges::find_if(source_.places.blocks(), isOwn);
-        return (firstTimeIn(block->first, block->end) - firstTime_) / kMilliseconds;
+        for (const Block &block : source_.places.blocks()) {
+            const bool hasSamples = trk_count_items(source_.handle, block.first, block.end, REC_SAMPLE) != 0;
+            if (isOf(block, rate, eye) && hasSamples) {
+                return (firstTimeIn(block.first, block.end) - firstTime_) / kMilliseconds;
+            }
+        }
+        return 0;
     }
 
     // With --force, what is there of an earlier recording goes, whatever eyes it had.
@@ -193,7 +208,7 @@ class BidsWriter {
             ++outcome_.files;
             return true;
         }
-        if (!isNewer(path, target_.recording)) {
+        if (!isNewerThan(path, target_.recording)) {
             throw BidsFileExists(escaped(path) + " is there and older than the recording: --force replaces it");
         }
         return false;
@@ -213,29 +228,26 @@ class BidsWriter {
     void writeJson(const std::string &path, const Json &content) {
         if (wants(path)) {
             TextOutput out(path, {});
-            out.text(content.dump(2));
-            out.text("\n");
+            tables::writeJson(out, content);
             out.finish();
         }
     }
 
     [[nodiscard]] bool recordsAt(float rate, const EyeFile &eye) const {
-        return std::ranges::any_of(source_.places.blocks(), [&](const Block &block) {
-            return block.start.sample_rate == rate && (block.start.eye & eye.flag) != 0;
-        });
+        return std::ranges::any_of(source_.places.blocks(),
+                                   [&](const Block &block) { return isOf(block, rate, eye); });
     }
 
     // ---- The samples of an eye ----
 
     [[nodiscard]] std::vector<OutputColumn> columnsOf(const EyeFile &eye) const {
         const bool isLeft = eye.eye == kLeft;
-        const bool isFast = std::ranges::any_of(rates_, [](float rate) { return rate > 1000; });
         std::vector<OutputColumn> columns{
             {TRK_COLUMN_TIME_EXACT,
              {"timestamp", "ms",
               "Time on the clock of the eye tracker. Between recording blocks it pauses: rows are the "
               "samples that there are.",
-              isFast ? Type::Double : Type::Integer}},
+              source_.places.hasFastBlock() ? Type::Double : Type::Integer}},
             {isLeft ? TRK_COLUMN_GAZE_X_LEFT : TRK_COLUMN_GAZE_X_RIGHT,
              {"x_coordinate", "pixel", "Horizontal gaze position.", Type::Float}},
             {isLeft ? TRK_COLUMN_GAZE_Y_LEFT : TRK_COLUMN_GAZE_Y_RIGHT,
@@ -292,26 +304,22 @@ class BidsWriter {
         std::ranges::transform(columns, ids.begin(), &OutputColumn::id);
         TextOutput out(path, {target_.recording}, Packing::Gzip);
         DelimitedWriter writer(out, kBidsText);
-        Rows rows(columns.size());
+        RowsTo rows(writer, columns.size());
         for (const Block &block : source_.places.blocks()) {
-            if (block.start.sample_rate != rate || (block.start.eye & eye.flag) == 0) {
+            if (!isOf(block, rate, eye)) {
                 continue;
             }
             SampleReader reader(source_.handle, ids, block.first, block.end);
             while (reader.next()) {
                 for (std::size_t row = 0; row < reader.rows(); ++row) {
-                    if (rows.isFull()) {
-                        writer.write(rows);
-                        rows.clear();
-                    }
-                    addSample(reader, row, columns, rows.add());
+                    addSample(reader, row, columns, rows.withRoom().add());
                 }
                 done_ += reader.rows();
                 tellProgress();
             }
             source_.unreadable += reader.unreadable();
         }
-        writer.write(rows);
+        rows.flush();
         out.finish();
     }
 
@@ -323,9 +331,7 @@ class BidsWriter {
     }
 
     void tellProgress() const {
-        const int64_t samples =
-            trk_count_items(source_.handle, 0, trk_get_element_count(source_.handle), REC_SAMPLE);
-        const auto all = static_cast<uint64_t>(std::max<int64_t>(samples, 1)) * kEyes;
+        const auto all = static_cast<uint64_t>(samples_) * kEyes;
         progress_(static_cast<unsigned>(std::min(done_, all) * 999 / all));
     }
 
@@ -359,7 +365,7 @@ class BidsWriter {
             description += " " + facts_.note;
         }
         json["Description"] = description;
-        json["Conversion"] = origin_;
+        json["Conversion"] = facts_.origin;
         for (const OutputColumn &column : columns) {
             json[column.column.name] = {{"Description", column.column.description}};
             if (!column.column.unit.empty()) {
@@ -383,18 +389,6 @@ class BidsWriter {
     void writeEvents(const std::string &path, float rate, const EyeFile &eye) {
         TextOutput out(path, {target_.recording}, Packing::Gzip);
         DelimitedWriter writer(out, kBidsText);
-        Rows rows(4);
-        const auto add = [&](uint32_t onset, Cell duration, Cell type, std::string text) {
-            if (rows.isFull()) {
-                writer.write(rows);
-                rows.clear();
-            }
-            const std::span<Cell> cells = rows.add();
-            cells[0] = onset;
-            cells[1] = duration;
-            cells[2] = type;
-            cells[3] = textCell(rows, std::move(text));
-        };
         // By onset: an eye event stands at its end among the items, and may reach back before others.
         struct Entry {
             uint32_t onset;
@@ -418,7 +412,7 @@ class BidsWriter {
                                    std::string("recording block ") +
                                        std::to_string(source_.places.blockOf(walk.number())) +
                                        (mark->state == TRK_BLOCK_START ? " starts" : " ends")});
-            } else if (const char *const type = eyeEventType(*item, eye.eye)) {
+            } else if (const auto type = item->wholeEyeEvent(); !type.empty() && item->eye() == eye.eye) {
                 const FEVENT &event = *item->event();
                 const bool isWhole = event.start_time <= event.end_time;
                 entries.push_back({isWhole ? event.start_time : event.end_time,
@@ -428,23 +422,21 @@ class BidsWriter {
             }
         }
         std::ranges::stable_sort(entries, {}, &Entry::onset);
+        RowsTo table(writer, 4);
         for (Entry &entry : entries) {
-            add(entry.onset, entry.duration, entry.type, std::move(entry.text));
+            Rows &rows = table.withRoom();
+            const std::span<Cell> cells = rows.add();
+            cells[0] = entry.onset;
+            cells[1] = entry.duration;
+            cells[2] = entry.type;
+            cells[3] = textCell(rows, std::move(entry.text));
         }
-        writer.write(rows);
+        table.flush();
         out.finish();
     }
 
-    static const char *eyeEventType(const Item &item, Eye eye) {
-        if ((item.code != REC_EFIX && item.code != REC_ESACC && item.code != REC_EBLINK) ||
-            (item.event()->eye == 0 ? kLeft : kRight) != eye) {
-            return nullptr;
-        }
-        return item.code == REC_EFIX ? "fixation" : item.code == REC_ESACC ? "saccade" : "blink";
-    }
-
     [[nodiscard]] Json eventsJson() const {
-        return {{"Conversion", origin_},
+        return {{"Conversion", facts_.origin},
                 {"Columns", {"onset", "duration", "trial_type", "message"}},
                 {"Description",
                  "Eye events as the eye tracker found them, messages, and the start and end of each "
@@ -482,7 +474,7 @@ class BidsWriter {
             {"duration", {{"Description", "End minus start."}, {"Units", "s"}}},
             {"trial_type", {{"Description", "What the row is."}, {"Levels", {{"trial", "One trial."}}}}},
             {"message", {{"Description", "Text of the message that started the trial."}}},
-            {"Conversion", origin_}};
+            {"Conversion", facts_.origin}};
         demandFits(path + "_events.json", description);
         writeJson(path + "_events.json", description);
         if (wants(path + "_events.tsv")) {
@@ -498,19 +490,16 @@ class BidsWriter {
                                           {"trial_type", "", "", Type::Text},
                                           {"message", "", "", Type::Text}};
         writer.writeHeader(columns);
-        Rows rows(columns.size());
+        RowsTo table(writer, columns.size());
         for (const Trial &trial : source_.places.trials()) {
-            if (rows.isFull()) {
-                writer.write(rows);
-                rows.clear();
-            }
+            Rows &rows = table.withRoom();
             const std::span<Cell> cells = rows.add();
             cells[0] = (trial.header.start_time - firstTime_) / kMilliseconds;
             cells[1] = trial.duration() / kMilliseconds;
             cells[2] = "trial";
             cells[3] = textCell(rows, onOneLine(source_.decoder.decode(trial.text)));
         }
-        writer.write(rows);
+        table.flush();
         out.finish();
     }
 
@@ -525,29 +514,17 @@ class BidsWriter {
                 out.finish();
             }
         };
-        // Several runs may write into one data set at the same time.
-        const int lock = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (lock < 0 || ::flock(lock, LOCK_EX) != 0) {
-            const int error = errno;
-            if (lock >= 0) {
-                ::close(lock);
-            }
-            failToWrite(target_.folder, error);
-        }
-        try {
-            const Json description{{"Name", utf8(fs::absolute(folder).lexically_normal().filename().string())},
-                                   {"BIDSVersion", kBidsVersion},
-                                   {"DatasetType", "raw"}};
-            writeOnce("dataset_description.json", description.dump(2) + "\n");
-            writeOnce("README",
-                      "Eye tracking recordings, converted by trk.\n\nFiles with the recording label eye1 are "
-                      "of the left eye, those with eye2 of the right one.\n");
-            addParticipant((folder / "participants.tsv").string());
-        } catch (...) {
-            ::close(lock);
-            throw;
-        }
-        ::close(lock);
+        const FolderLock lock(target_.folder); // several runs may write into one data set at the same time
+        writeOnce("dataset_description.json",
+                  Json{{"Name", utf8(fs::absolute(folder).lexically_normal().filename().string())},
+                       {"BIDSVersion", kBidsVersion},
+                       {"DatasetType", "raw"}}
+                          .dump(2) +
+                      "\n");
+        writeOnce("README",
+                  "Eye tracking recordings, converted by trk.\n\nFiles with the recording label eye1 are "
+                  "of the left eye, those with eye2 of the right one.\n");
+        addParticipant((folder / "participants.tsv").string());
     }
 
     void addParticipant(const std::string &path) const {
@@ -585,7 +562,7 @@ class BidsWriter {
     const std::function<void(unsigned)> &progress_;
     std::vector<float> rates_;
     std::vector<std::size_t> extra_;
-    Json origin_;
+    int64_t samples_;
     double firstTime_; // of all samples, ms
     BidsOutcome outcome_;
     uint64_t done_ = 0;

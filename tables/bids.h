@@ -1,9 +1,8 @@
 // Recordings in a BIDS data set (version 1.11.1).
 #pragma once
 
+#include "json.h"
 #include "recording_tables.h"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <array>
 #include <functional>
@@ -35,8 +34,8 @@ struct BidsOptions {
 struct BidsFacts {
     std::string trackerModel; // "" when the preamble does not tell
     std::string softwareVersion;
-    std::string note;   // on what was lost, in a sentence; "" for nothing
-    std::string origin; // a JSON object that tells recordings and options apart: files are kept only with the same
+    std::string note; // on what was lost, in a sentence; "" for nothing
+    Json origin;      // tells recordings and options apart: files are kept only with the same
 };
 
 struct BidsOutcome {

@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 #include <vector>
 #include <zlib.h>
 
@@ -28,6 +30,12 @@ std::string fingerprintOf(const std::string &path) {
     std::array<char, 40> text{};
     const int length = std::snprintf(text.data(), text.size(), "%jd-%08lx", static_cast<intmax_t>(size), sum);
     return {text.data(), static_cast<std::size_t>(length)};
+}
+
+bool isNewerThan(const std::string &file, const std::string &other) {
+    std::error_code none;
+    const auto time = std::filesystem::last_write_time(file, none);
+    return !none && time >= std::filesystem::last_write_time(other, none);
 }
 
 } // namespace tables

@@ -42,8 +42,7 @@ Cell eye(const ItemRow &row, int /*detail*/) {
     if (const FRECORDING *recording = row.item.recording()) {
         return eyeName(recording->eye);
     }
-    return row.item.isEyeEvent() ? Cell(eyeName(row.item.event()->eye == 0 ? TRK_EYE_LEFT : TRK_EYE_RIGHT))
-                                 : Cell();
+    return row.item.isEyeEvent() ? Cell(eyeName(row.item.eye() == kLeft ? TRK_EYE_LEFT : TRK_EYE_RIGHT)) : Cell();
 }
 
 // ---- Samples ----
@@ -73,29 +72,35 @@ Cell wordOf(const FSAMPLE_REC &sample, int column, uint16_t word) {
     return word;
 }
 
-// The library repeats the last pupil size in samples without one, and 0 stands for a pupil that was not found.
-Cell pupilSize(const FSAMPLE_REC &sample, float size) {
-    return (sample.flags & TRK_SAMPLE_PUPIL_SIZE) == 0 || size == 0 ? Cell() : measurement(size);
+template <class Number> Number fieldAt(const FSAMPLE_REC &sample, int offset) {
+    Number value;
+    std::memcpy(&value, reinterpret_cast<const char *>(&sample) + offset, sizeof value);
+    return value;
 }
 
-// A column of the library, from the field of the record that holds it.
-Cell ofSample(const ItemRow &row, int column) {
+// Columns of the library, from the fields of the record that hold them: floats by their offset.
+Cell floatOfSample(const ItemRow &row, int offset) {
+    const FSAMPLE_REC *const sample = row.item.sample();
+    return sample == nullptr ? Cell() : measurement(fieldAt<float>(*sample, offset));
+}
+
+// The library repeats the last pupil size in samples without one, and 0 stands for a pupil that was not found.
+Cell pupilSizeOfSample(const ItemRow &row, int offset) {
+    const FSAMPLE_REC *const sample = row.item.sample();
+    if (sample == nullptr || (sample->flags & TRK_SAMPLE_PUPIL_SIZE) == 0) {
+        return {};
+    }
+    const auto size = fieldAt<float>(*sample, offset);
+    return size == 0 ? Cell() : measurement(size);
+}
+
+Cell wordOfSample(const ItemRow &row, int column) {
     const FSAMPLE_REC *const sample = row.item.sample();
     TRK_COLUMN_DESCRIPTION description;
     if (sample == nullptr || trk_describe_column(column, &description) != 0) {
         return {};
     }
-    const char *const field = reinterpret_cast<const char *>(sample) + description.record_offset;
-    if (description.type == TRK_TYPE_UINT16) {
-        uint16_t word = 0;
-        std::memcpy(&word, field, sizeof word);
-        return wordOf(*sample, column, word);
-    }
-    float value = 0;
-    std::memcpy(&value, field, sizeof value);
-    return column == TRK_COLUMN_PUPIL_SIZE_LEFT || column == TRK_COLUMN_PUPIL_SIZE_RIGHT
-               ? pupilSize(*sample, value)
-               : measurement(value);
+    return wordOf(*sample, column, fieldAt<uint16_t>(*sample, description.record_offset));
 }
 
 // ---- Events ----
@@ -164,16 +169,8 @@ Cell buttonState(const ItemRow &row, int /*detail*/) {
 // ---- Events as a whole ----
 
 Cell wholeKind(const ItemRow &row, int /*detail*/) {
-    switch (row.item.code) {
-    case REC_EBLINK:
-        return "blink";
-    case REC_ESACC:
-        return "saccade";
-    case REC_EFIX:
-        return "fixation";
-    default:
-        return row.item.name();
-    }
+    const std::string_view name = row.item.wholeEyeEvent();
+    return name.empty() ? row.item.name() : name;
 }
 
 Cell wholeEnd(const ItemRow &row, int /*detail*/) {
@@ -244,7 +241,7 @@ Cell gazeDivisor(const ItemRow &row, int /*detail*/) {
 // ---- Several kinds ----
 
 Cell input(const ItemRow &row, int /*detail*/) {
-    return row.item.code == REC_INPUT ? Cell(row.item.event()->aux_word1) : ofSample(row, TRK_COLUMN_INPUT);
+    return row.item.code == REC_INPUT ? Cell(row.item.event()->aux_word1) : wordOfSample(row, TRK_COLUMN_INPUT);
 }
 
 Cell sampleRate(const ItemRow &row, int /*detail*/) {
@@ -260,7 +257,12 @@ Cell sampleRate(const ItemRow &row, int /*detail*/) {
 ItemColumn librarysColumn(int id) {
     TRK_COLUMN_DESCRIPTION description;
     trk_describe_column(id, &description);
-    return {{description.name, description.unit, description.description, typeOf(description)}, ofSample, id};
+    const Column column{description.name, description.unit, description.description, typeOf(description)};
+    if (description.type == TRK_TYPE_UINT16) {
+        return {column, wordOfSample, id};
+    }
+    const bool isPupilSize = id == TRK_COLUMN_PUPIL_SIZE_LEFT || id == TRK_COLUMN_PUPIL_SIZE_RIGHT;
+    return {column, isPupilSize ? pupilSizeOfSample : floatOfSample, description.record_offset};
 }
 
 void append(std::vector<ItemColumn> &to, std::initializer_list<ItemColumn> columns) {
@@ -509,8 +511,7 @@ void addRow(const std::vector<ItemColumn> &columns, const ItemRow &row) {
 }
 
 bool isWholeEvent(const Item &item) {
-    return item.code == REC_EBLINK || item.code == REC_ESACC || item.code == REC_EFIX || item.code == REC_BUTTON ||
-           item.code == REC_INPUT;
+    return !item.wholeEyeEvent().empty() || item.code == REC_BUTTON || item.code == REC_INPUT;
 }
 
 std::vector<ItemColumn> wholeEventColumns() {

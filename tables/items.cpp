@@ -70,6 +70,19 @@ std::string_view Item::name() const {
     return "unknown";
 }
 
+std::string_view Item::wholeEyeEvent() const {
+    switch (code) {
+    case REC_EFIX:
+        return "fixation";
+    case REC_ESACC:
+        return "saccade";
+    case REC_EBLINK:
+        return "blink";
+    default:
+        return {};
+    }
+}
+
 std::string_view Item::messageText() const {
     const TRK_MESSAGE *const message = event() == nullptr ? nullptr : event()->message;
     return message == nullptr

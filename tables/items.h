@@ -43,6 +43,12 @@ struct Item {
     [[nodiscard]] bool isLogMessage() const {
         return code == REC_MESSAGE && (record->event.read_flags & TRK_EVENT_AT_START) == 0;
     }
+    // Of an eye event.
+    [[nodiscard]] Eye eye() const { return record->event.eye == 0 ? kLeft : kRight; }
+
+    // "fixation", "saccade" or "blink" for the end of one, which tells all of it; else empty.
+    [[nodiscard]] std::string_view wholeEyeEvent() const;
+
     [[nodiscard]] bool isEyeEvent() const { return code >= REC_EVENT1 && code <= REC_EVENT10; }
     // Start or end of the samples or the events of a recording block.
     [[nodiscard]] bool isBlockMark() const { return code >= REC_STARTSAMPLES && code <= REC_ENDEVENTS; }

@@ -4,7 +4,6 @@
 #include "text_output.h"
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 
 namespace tables {
@@ -57,6 +56,11 @@ uint32_t Places::trialOf(uint32_t item) const { return numberOf(trials_, item); 
 uint32_t Places::firstBlockIn(uint32_t first, uint32_t end) const {
     const auto found = std::ranges::upper_bound(blocks_, first, {}, &Block::end);
     return found == blocks_.end() || found->first >= end ? 0 : static_cast<uint32_t>(found - blocks_.begin()) + 1;
+}
+
+bool Places::hasFastBlock() const {
+    return std::ranges::any_of(blocks_,
+                               [](const Block &block) { return block.start.sample_rate > kFastestDistinctRate; });
 }
 
 void Places::findBlocks(_TRKFILE *handle) {

@@ -16,6 +16,9 @@ struct TrialTexts {
     std::optional<std::string> end;
 };
 
+// Samples per second. Beyond it, the millisecond clock of the tracker gives several samples one time stamp.
+inline constexpr float kFastestDistinctRate = 1000.0F;
+
 struct Block {
     FRECORDING start{};
     uint32_t first = 0; // number of its first item, the start
@@ -54,6 +57,9 @@ class Places {
     // 0 for an item outside.
     [[nodiscard]] uint32_t blockOf(uint32_t item) const;
     [[nodiscard]] uint32_t trialOf(uint32_t item) const;
+
+    // Whether a time in ms does not tell samples apart.
+    [[nodiscard]] bool hasFastBlock() const;
 
     // The first block that has items in [first, end); 0 when none has.
     [[nodiscard]] uint32_t firstBlockIn(uint32_t first, uint32_t end) const;

@@ -5,15 +5,6 @@
 
 namespace tables {
 
-namespace {
-
-constexpr float kFastRate = 1000; // above it several samples share a millisecond
-
-constexpr std::size_t kTrialColumn = 0; // behind those of the library
-constexpr std::size_t kTrialTimeColumn = 1;
-
-} // namespace
-
 // ---- Samples ----
 
 SampleTable::Choice::Choice(const Places &places) {
@@ -22,18 +13,17 @@ SampleTable::Choice::Choice(const Places &places) {
     for (; trk_describe_column(id, &description) == 0; ++id) {
         all.push_back({description.name, description.unit, description.description, typeOf(description)});
     }
-    const std::size_t ownColumns = all.size();
+    const std::size_t trial = all.size();
     all.push_back({"trial", "", "number of the trial, from 1", Type::Integer});
     all.push_back({"trial_time", "ms", "time from the start of the trial", Type::Double});
 
-    const auto isFast = [](const Block &block) { return block.start.sample_rate > kFastRate; };
     const auto add = [this](int column) { byDefault.push_back(static_cast<std::size_t>(column) - 1); };
     add(TRK_COLUMN_TIME);
-    if (std::ranges::any_of(places.blocks(), isFast)) {
+    if (places.hasFastBlock()) {
         add(TRK_COLUMN_TIME_EXACT);
     }
     add(TRK_COLUMN_BLOCK);
-    byDefault.push_back(ownColumns + kTrialColumn);
+    byDefault.push_back(trial);
     for (int column = TRK_COLUMN_GAZE_X_LEFT; column <= TRK_COLUMN_PUPIL_SIZE_RIGHT; ++column) {
         add(column);
     }
@@ -42,14 +32,14 @@ SampleTable::Choice::Choice(const Places &places) {
 SampleTable::SampleTable(Source &source, std::string_view columns)
     : source_(source), item_(placeOf(TRK_COLUMN_ITEM)), time_(placeOf(TRK_COLUMN_TIME_EXACT)) {
     const Choice choice(source.places);
-    const std::size_t ownColumns = choice.all.size() - kTrialTimeColumn - 1;
+    const std::size_t trial = choice.all.size() - 2;
     for (const std::size_t chosen :
          columns.empty() ? choice.byDefault : selectColumns(choice.all, choice.byDefault, columns)) {
         columns_.push_back(choice.all[chosen]);
-        if (chosen < ownColumns) {
-            parts_.push_back({placeOf(static_cast<int>(chosen) + 1)});
+        if (chosen < trial) {
+            parts_.push_back({From::Library, placeOf(static_cast<int>(chosen) + 1)});
         } else {
-            parts_.push_back({0, chosen - ownColumns == kTrialTimeColumn, chosen - ownColumns == kTrialColumn});
+            parts_.push_back({chosen == trial ? From::Trial : From::TrialTime});
         }
     }
     reader_ = std::make_unique<SampleReader>(source.handle, ids_, 0, trk_get_element_count(source.handle));
@@ -81,16 +71,14 @@ void SampleTable::read(Rows &rows) {
         for (std::size_t i = 0; Cell & cell : rows.add()) {
             const Part &part = parts_[i];
             const Type type = columns_[i++].type;
-            if (part.isTrial || part.isTrialTime) {
-                if (trial != 0) {
-                    const uint32_t start = source_.places.trials()[trial - 1].header.start_time;
-                    cell = part.isTrial ? Cell(trial) : Cell(reader_->value(time_, row_) - start);
+            if (part.from == From::Library) {
+                const double value = reader_->value(part.place, row_);
+                if (value != 0 || ids_[part.place] != TRK_COLUMN_BLOCK) {
+                    cell = cellOf(value, type);
                 }
-                continue;
-            }
-            const double value = reader_->value(part.place, row_);
-            if (value != 0 || ids_[part.place] != TRK_COLUMN_BLOCK) {
-                cell = cellOf(value, type);
+            } else if (trial != 0) {
+                const uint32_t start = source_.places.trials()[trial - 1].header.start_time;
+                cell = part.from == From::Trial ? Cell(trial) : Cell(reader_->value(time_, row_) - start);
             }
         }
         ++row_;

@@ -40,10 +40,10 @@ class SampleTable : public Table {
     void read(Rows &rows) override;
 
   private:
+    enum class From : uint8_t { Library, Trial, TrialTime };
     struct Part {
-        std::size_t place; // among the columns that are read
-        bool isTrialTime = false;
-        bool isTrial = false;
+        From from;
+        std::size_t place = 0; // among the columns that are read
     };
 
     [[nodiscard]] std::size_t placeOf(int id);

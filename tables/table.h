@@ -93,6 +93,29 @@ class TableWriter {
 [[nodiscard]] std::vector<std::size_t>
 selectColumns(std::span<const Column> all, std::span<const std::size_t> byDefault, std::string_view text);
 
+// Rows on their way to a writer, for who makes them one by one.
+class RowsTo {
+  public:
+    RowsTo(TableWriter &writer, std::size_t columns) : writer_(writer), rows_(columns) {}
+
+    // With room for a row; texts that it keeps stay until flush().
+    [[nodiscard]] Rows &withRoom() {
+        if (rows_.isFull()) {
+            flush();
+        }
+        return rows_;
+    }
+
+    void flush() {
+        writer_.write(rows_);
+        rows_.clear();
+    }
+
+  private:
+    TableWriter &writer_;
+    Rows rows_;
+};
+
 // The columns of a table that a text names, as selectColumns takes it; all for "".
 class ChosenColumns : public Table {
   public:

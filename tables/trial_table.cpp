@@ -125,7 +125,7 @@ class Figures {
     void addEvent(const Item &item, TrialFigures &figures) {
         constexpr std::array kCodes{REC_EFIX, REC_ESACC, REC_EBLINK};
         if (const auto *const code = std::ranges::find(kCodes, item.code); code != kCodes.end()) {
-            EyeOfTrial &eye = figures.eyes[item.event()->eye == 0 ? kLeft : kRight];
+            EyeOfTrial &eye = figures.eyes[item.eye()];
             ++eye.events[static_cast<std::size_t>(code - kCodes.begin())];
         }
         if (item.code != REC_MESSAGE || variable_ == nullptr) {

@@ -77,7 +77,7 @@ int check(const CheckOptions &options) {
         }
     }
     if (options.json) {
-        writeJson(out, all);
+        tables::writeJson(out, all);
     }
     out.finish();
     return status;

@@ -24,13 +24,6 @@ namespace {
 // In the order in which they are written.
 constexpr std::array<std::string_view, 5> kTables{"blocks", "trials", "messages", "events", "samples"};
 
-bool isNewerThan(const fs::path &file, const fs::path &other) {
-    std::error_code none;
-    const auto time = fs::last_write_time(file, none);
-    const auto otherTime = fs::last_write_time(other, none);
-    return !none && time >= otherTime;
-}
-
 Json textOrNull(const std::optional<std::string> &text) { return text ? Json(tables::utf8(*text)) : Json(); }
 
 // What decides about the content of a table.
@@ -60,7 +53,7 @@ class Earlier {
         if (!isOurs) {
             found_ = Json();
         }
-        isNewer_ = isOurs && isNewerThan(path_, task.recording);
+        isNewer_ = isOurs && tables::isNewerThan(path_, task.recording);
     }
 
     [[nodiscard]] const std::string &fingerprint() const { return fingerprint_; }
@@ -149,14 +142,14 @@ class Conversion {
     Conversion(const ConversionTask &task, const ConvertOptions &options, const Earlier &earlier,
                JobProgress &progress)
         : task_(task), options_(options), earlier_(earlier), progress_(progress),
-          indexed_(task.recording, options.open, OnDamage::Refuse), places_(indexed_.findPlaces(options.texts)),
           recording_(task.recording, options.open, OnDamage::Refuse),
+          places_(recording_.findPlaces(options.texts)),
           decoder_(options.table.encoding), source_{recording_.handle(), places_, decoder_}, damage_(recording_) {}
 
     JobResult run() {
-        status_ = std::max(reportDamage(recording_, damage_), reportUnmatched(indexed_, places_));
+        status_ = std::max(reportDamage(recording_, damage_), reportUnmatched(recording_, places_));
         fs::create_directories(fs::path(task_.stem).parent_path());
-        const Facts facts = gatherFacts(indexed_, damage_, options_.texts);
+        const Json facts = factsJson(gatherFacts(recording_, damage_, places_));
         const Json others = earlier_.others();
         earlier_.forget();
         options_.format == "hdf5" ? writeHdf5() : writeText();
@@ -248,7 +241,7 @@ class Conversion {
         }
     }
 
-    void writeDescription(const Facts &facts) {
+    void writeDescription(const Json &facts) {
         Json description{{"recording", tables::utf8(fs::path(task_.recording).filename().string())},
                          {"program", std::string("trk ") + TRK_PROGRAM_VERSION},
                          {"fingerprint", earlier_.fingerprint()},
@@ -256,12 +249,12 @@ class Conversion {
                          {"complete", status_ == kSound},
                          {"tables", rows_},
                          {"notes", notes_},
-                         {"facts", factsJson(facts)}};
+                         {"facts", facts}};
         // Where it was is no fact of the recording.
         description["facts"].erase("file");
         description["facts"]["message_log"].erase("file");
         tables::TextOutput out(task_.stem + ".json", {task_.recording});
-        writeJson(out, description);
+        tables::writeJson(out, description);
         out.finish();
     }
 
@@ -277,9 +270,8 @@ class Conversion {
     const ConvertOptions &options_;
     const Earlier &earlier_;
     JobProgress &progress_;
-    Recording indexed_;
-    tables::Places places_;
     Recording recording_;
+    tables::Places places_;
     tables::TextDecoder decoder_;
     tables::Source source_;
     DamageReport damage_;
@@ -301,11 +293,10 @@ std::string preambleValue(const std::vector<std::string> &lines, std::string_vie
 
 JobResult writeIntoDataSet(const std::string &path, std::size_t run, const ConvertOptions &options,
                            JobProgress &progress) {
-    Recording indexed(path, options.open, OnDamage::Refuse);
-    const tables::Places places = indexed.findPlaces(options.texts);
-    const Recording recording(path, options.open, OnDamage::Refuse);
+    Recording recording(path, options.open, OnDamage::Refuse);
+    const tables::Places places = recording.findPlaces(options.texts);
     const DamageReport damage(recording);
-    Status status = std::max(reportDamage(recording, damage), reportUnmatched(indexed, places));
+    Status status = std::max(reportDamage(recording, damage), reportUnmatched(recording, places));
     tables::TextDecoder decoder(options.table.encoding);
     tables::Source source{recording.handle(), places, decoder};
     tables::BidsOptions bids = options.bids;
@@ -318,7 +309,7 @@ JobResult writeIntoDataSet(const std::string &path, std::size_t run, const Conve
                       {"Options", optionsJson(options)}};
     const tables::BidsFacts facts{preambleValue(preamble, "SOURCE:"), preambleValue(preamble, "VERSION:"),
                                   damage.isDamaged() ? "The recording is damaged " + damage.text() + "." : "",
-                                  origin.dump()};
+                                  origin};
     std::string columns = options.table.columns;
     if (options.velocities) {
         columns += (columns.empty() ? "" : ",") + std::string("*_vel_*");

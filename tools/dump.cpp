@@ -60,7 +60,7 @@ class Dump {
         : options_(options), columns_(columns), indexed_(path, withoutLog(options.open), OnDamage::Refuse),
           places_(indexed_.findPlaces(options.texts)), range_(rangeOf(options, indexed_, places_)),
           recording_(path, options.open, OnDamage::Refuse), handle_(recording_.handle()), out_(out), text_(text),
-          writer_(out, text.format()), rows_(columns.size()) {}
+          writer_(out, text.format()), rows_(writer_, columns.size()) {}
 
     // Returns the exit status.
     Status write() {
@@ -74,7 +74,7 @@ class Dump {
         } else {
             readMany();
         }
-        flushRows();
+        rows_.flush();
         return std::max(status, reportGaps());
     }
 
@@ -125,15 +125,8 @@ class Dump {
     }
 
     void addRow(const tables::Item &item, uint32_t number) {
-        tables::addRow(columns_, {item, number, places_, recording_.name(), handle_, text_.decoder(), rows_});
-        if (rows_.isFull()) {
-            flushRows();
-        }
-    }
-
-    void flushRows() {
-        writer_.write(rows_);
-        rows_.clear();
+        tables::addRow(columns_,
+                       {item, number, places_, recording_.name(), handle_, text_.decoder(), rows_.withRoom()});
     }
 
     // Tells standard error what the table lacks. Returns the exit status.
@@ -164,7 +157,7 @@ class Dump {
     tables::TextOutput &out_;
     TableText &text_;
     tables::DelimitedWriter writer_;
-    tables::Rows rows_;
+    tables::RowsTo rows_;
     std::string failure_; // names one of the items that could not be read
     uint64_t unreadable_ = 0;
     uint64_t logMessages_ = 0;

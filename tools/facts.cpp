@@ -53,9 +53,9 @@ std::vector<std::string> preambleLines(_TRKFILE *handle) {
     return lines;
 }
 
-Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables::TrialTexts &texts) {
+Facts gatherFacts(const Recording &recording, const DamageReport &damage, const tables::Places &places) {
     _TRKFILE *const handle = recording.handle();
-    Facts facts{recording, damage, {}, {}, {}, preambleLines(handle)};
+    Facts facts{recording, damage, {}, places, {}, preambleLines(handle)};
     {
         Progress progress(trk_get_element_count(handle), true);
         tables::BulkWalk walk(handle, 0, trk_get_element_count(handle), tables::kAllKinds, false);
@@ -63,7 +63,6 @@ Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables
             item->record == nullptr ? facts.summary.addUnreadable(item->code) : facts.summary.add(*item);
         }
     }
-    facts.places = recording.findPlaces(texts);
     facts.messageLog = messageLogFacts(recording, facts.summary.items());
     return facts;
 }

@@ -26,7 +26,7 @@ struct Facts {
     const Recording &recording;
     const DamageReport &damage;
     RecordingSummary summary;
-    tables::Places places;
+    const tables::Places &places;
     LogFacts messageLog;
     std::vector<std::string> preamble; // its lines
 
@@ -38,8 +38,9 @@ struct Facts {
 // The lines of its preamble, without the mark before them.
 [[nodiscard]] std::vector<std::string> preambleLines(_TRKFILE *handle);
 
-// Walks over the whole recording. The facts refer to it and to the report.
-[[nodiscard]] Facts gatherFacts(Recording &recording, const DamageReport &damage, const tables::TrialTexts &texts);
+// Walks over the whole recording. The facts refer to all three.
+[[nodiscard]] Facts gatherFacts(const Recording &recording, const DamageReport &damage,
+                                const tables::Places &places);
 
 inline constexpr std::array<std::string_view, kFixations + 1> kEyeEventNames{"blinks", "saccades", "fixations"};
 

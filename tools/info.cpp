@@ -17,8 +17,6 @@ namespace {
 constexpr std::string_view kMissing = ".";
 
 constexpr double kMillisecondsPerSecond = 1000.0;
-// From here on the tracker's millisecond clock gives several samples one time stamp.
-constexpr float kFastestDistinctRate = 1000.0F;
 
 using TableRow = std::vector<std::string>;
 
@@ -152,7 +150,7 @@ std::string trialsText(std::size_t count, const tables::TrialTexts &texts) {
 
 std::string aboutSamples(const RecordingSummary &summary) {
     const bool isFast = std::ranges::any_of(
-        summary.blocks, [](float rate) { return rate > kFastestDistinctRate; }, &BlockSummary::sampleRate);
+        summary.blocks, [](float rate) { return rate > tables::kFastestDistinctRate; }, &BlockSummary::sampleRate);
     return std::to_string(summary.dummySamples) + " of them dummies in place of lost ones, " +
            std::to_string(summary.repeatedTimes) + " with a repeated time stamp" +
            (isFast ? " (natural above 1000 samples/s)" : "");
@@ -295,8 +293,9 @@ int info(const InfoOptions &options) {
             Recording recording(path, options.open, OnDamage::ShowIntactPart);
             const DamageReport damage(recording);
             status = std::max(status, reportDamage(recording, damage));
-            const Facts facts = gatherFacts(recording, damage, options.texts);
-            status = std::max(status, reportUnmatched(recording, facts.places));
+            const tables::Places places = recording.findPlaces(options.texts);
+            status = std::max(status, reportUnmatched(recording, places));
+            const Facts facts = gatherFacts(recording, damage, places);
             if (options.json) {
                 all.push_back(factsJson(facts));
                 continue;
@@ -313,7 +312,7 @@ int info(const InfoOptions &options) {
         }
     }
     if (options.json) {
-        writeJson(out, all);
+        tables::writeJson(out, all);
     }
     out.finish();
     return status;

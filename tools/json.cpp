@@ -60,10 +60,4 @@ Json failureJson(const std::string &path, const CannotRead &failure) {
     return entry;
 }
 
-void writeJson(tables::TextOutput &out, const Json &json) {
-    constexpr int kIndent = 2;
-    out.text(json.dump(kIndent));
-    out.text("\n");
-}
-
 } // namespace tool

@@ -3,24 +3,19 @@
 
 #include "damage.h"
 #include "tables/encoding.h"
-#include "tables/text_output.h"
-
-#include <nlohmann/json.hpp>
+#include "tables/json.h"
 
 #include <string>
 #include <string_view>
 
 namespace tool {
 
-using Json = nlohmann::ordered_json;
+using tables::Json;
 
 [[nodiscard]] std::string_view statusName(const DamageReport &report);
 [[nodiscard]] Json damagesJson(const DamageReport &report);
 [[nodiscard]] Json repairsJson(const DamageReport &report);
 [[nodiscard]] Json lossJson(const DamageReport &report);
-
-// Over several lines, with a line end behind.
-void writeJson(tables::TextOutput &out, const Json &json);
 
 // A recording that cannot be read.
 [[nodiscard]] Json failureJson(const std::string &path, const CannotRead &failure);
