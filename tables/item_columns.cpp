@@ -3,12 +3,9 @@
 #include "sample_reader.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
-#include <cmath>
 #include <cstring>
 #include <initializer_list>
-#include <numbers>
 
 namespace tables {
 
@@ -105,31 +102,14 @@ Cell wordOfSample(const ItemRow &row, int column) {
 
 // ---- Events ----
 
-// The end of a blink, saccade or fixation whose start was never recorded can come with a start time past its end.
-Cell startTime(const ItemRow &row, int /*detail*/) {
-    const FEVENT *const event = row.item.event();
-    const bool isKnown = event != nullptr && (event->end_time == 0 || event->start_time <= event->end_time);
-    return isKnown ? Cell(event->start_time) : Cell();
-}
-
-Cell endTime(const ItemRow &row, int /*detail*/) {
-    const FEVENT *const event = row.item.event();
-    return event != nullptr && event->end_time != 0 ? Cell(event->end_time) : Cell();
-}
-
-// A value that is there when the record carried this part of the event (start, end, average) and this quantity.
-// The flags do not tell a start time from the start of a quantity, nor average from peak velocity; a zero in a
-// field for which they stand was not recorded.
-template <auto Field, int Part, int Quantity> Cell ofEvent(const ItemRow &row, int /*detail*/) {
-    constexpr bool kZeroIsMissing = (Part & (TRK_EVENT_AT_START | TRK_EVENT_AT_END | TRK_EVENT_AT_AVERAGE)) != 0;
-    const FEVENT *const event = row.item.event();
-    const bool carried = event != nullptr && !row.item.isBlockMark() && (event->read_flags & Part) != 0 &&
-                         (event->read_flags & Quantity) != 0;
-    return carried && !(kZeroIsMissing && event->*Field == 0) ? measurement(event->*Field) : Cell();
-}
-
-template <auto Field> Cell wordOfEvent(const ItemRow &row, int /*detail*/) {
-    return row.item.event() == nullptr ? Cell() : Cell(row.item.event()->*Field);
+Cell ofEvent(const ItemRow &row, int column) {
+    double value = 0;
+    TRK_COLUMN_DESCRIPTION description;
+    if (row.item.event() == nullptr || trk_get_event_column(row.item.event(), 1, column, &value) != 0 ||
+        trk_describe_event_column(column, &description) != 0) {
+        return {};
+    }
+    return cellOf(value, typeOf(description));
 }
 
 Cell messageLength(const ItemRow &row, int /*detail*/) {
@@ -144,28 +124,6 @@ Cell messageText(const ItemRow &row, int /*detail*/) {
     return row.rows.keep(row.decoder.decode(row.item.messageText()));
 }
 
-// A button event's words: the state of all buttons behind it, a bit for each, and the number of the one.
-const FEVENT *buttonOf(const ItemRow &row) { return row.item.code == REC_BUTTON ? row.item.event() : nullptr; }
-
-Cell button(const ItemRow &row, int /*detail*/) {
-    const FEVENT *const event = buttonOf(row);
-    return event == nullptr ? Cell() : Cell(event->aux_word2);
-}
-
-Cell buttonValue(const ItemRow &row, int /*detail*/) {
-    const FEVENT *const event = buttonOf(row);
-    return event == nullptr ? Cell() : Cell(event->aux_word1);
-}
-
-Cell buttonState(const ItemRow &row, int /*detail*/) {
-    constexpr unsigned kButtons = 16;
-    const FEVENT *const event = buttonOf(row);
-    if (event == nullptr || event->aux_word2 < 1 || event->aux_word2 > kButtons) {
-        return {};
-    }
-    return event->aux_word1 >> (event->aux_word2 - 1U) & 1U;
-}
-
 // ---- Events as a whole ----
 
 Cell wholeKind(const ItemRow &row, int /*detail*/) {
@@ -173,58 +131,24 @@ Cell wholeKind(const ItemRow &row, int /*detail*/) {
     return name.empty() ? row.item.name() : name;
 }
 
+Cell startOf(const ItemRow &row) { return ofEvent(row, TRK_EVENT_COLUMN_START); }
+
 Cell wholeEnd(const ItemRow &row, int /*detail*/) {
-    return row.item.isEyeEvent() ? endTime(row, 0) : startTime(row, 0);
+    return row.item.isEyeEvent() ? ofEvent(row, TRK_EVENT_COLUMN_END) : startOf(row);
 }
 
 Cell duration(const ItemRow &row, int /*detail*/) {
-    const Cell start = startTime(row, 0);
+    const Cell start = startOf(row);
     const Cell end = wholeEnd(row, 0);
     return start.isMissing() || end.isMissing() ? Cell() : Cell(end.integer() - start.integer());
 }
 
 Cell startInTrial(const ItemRow &row, int /*detail*/) {
     const uint32_t trial = row.places.trialOf(row.number);
-    const Cell start = startTime(row, 0);
+    const Cell start = startOf(row);
     return trial == 0 || start.isMissing()
                ? Cell()
                : Cell(start.integer() - row.places.trials()[trial - 1].header.start_time);
-}
-
-// The angle between the directions of two positions on the HREF plane, degrees.
-double angleBetween(const std::array<double, 2> &a, const std::array<double, 2> &b) {
-    constexpr double kDistance = 15000; // of the plane
-    constexpr double kDegrees = 180 / std::numbers::pi;
-    const double cross = std::hypot(a[1] * kDistance - b[1] * kDistance, a[0] * kDistance - b[0] * kDistance,
-                                    a[0] * b[1] - a[1] * b[0]);
-    return std::atan2(cross, a[0] * b[0] + a[1] * b[1] + kDistance * kDistance) * kDegrees;
-}
-
-// From gaze and resolution; where these are not there, from the positions on the HREF plane.
-template <class... Parts> bool areThere(const Parts &...cells) { return (!cells.isMissing() && ...); }
-
-Cell amplitude(const ItemRow &row, int /*detail*/) {
-    const Cell startX = ofEvent<&FEVENT::start_gaze_x, TRK_EVENT_START_POSITION, TRK_EVENT_GAZE>(row, 0);
-    const Cell startY = ofEvent<&FEVENT::start_gaze_y, TRK_EVENT_START_POSITION, TRK_EVENT_GAZE>(row, 0);
-    const Cell endX = ofEvent<&FEVENT::end_gaze_x, TRK_EVENT_END_POSITION, TRK_EVENT_GAZE>(row, 0);
-    const Cell endY = ofEvent<&FEVENT::end_gaze_y, TRK_EVENT_END_POSITION, TRK_EVENT_GAZE>(row, 0);
-    const Cell startResX = ofEvent<&FEVENT::start_res_x, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(row, 0);
-    const Cell startResY = ofEvent<&FEVENT::start_res_y, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(row, 0);
-    const Cell endResX = ofEvent<&FEVENT::end_res_x, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(row, 0);
-    const Cell endResY = ofEvent<&FEVENT::end_res_y, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(row, 0);
-    if (areThere(startX, startY, endX, endY, startResX, startResY, endResX, endResY)) {
-        const double x = (endX.number() - startX.number()) * 2 / (startResX.number() + endResX.number());
-        const double y = (endY.number() - startY.number()) * 2 / (startResY.number() + endResY.number());
-        return static_cast<float>(std::hypot(x, y));
-    }
-    const Cell fromX = ofEvent<&FEVENT::start_href_x, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(row, 0);
-    const Cell fromY = ofEvent<&FEVENT::start_href_y, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(row, 0);
-    const Cell toX = ofEvent<&FEVENT::end_href_x, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(row, 0);
-    const Cell toY = ofEvent<&FEVENT::end_href_y, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(row, 0);
-    if (areThere(fromX, fromY, toX, toY)) {
-        return static_cast<float>(angleBetween({fromX.number(), fromY.number()}, {toX.number(), toY.number()}));
-    }
-    return {};
 }
 
 // ---- Recording blocks ----
@@ -241,7 +165,7 @@ Cell gazeDivisor(const ItemRow &row, int /*detail*/) {
 // ---- Several kinds ----
 
 Cell input(const ItemRow &row, int /*detail*/) {
-    return row.item.code == REC_INPUT ? Cell(row.item.event()->aux_word1) : wordOfSample(row, TRK_COLUMN_INPUT);
+    return row.item.code == REC_INPUT ? ofEvent(row, TRK_EVENT_COLUMN_INPUT) : wordOfSample(row, TRK_COLUMN_INPUT);
 }
 
 Cell sampleRate(const ItemRow &row, int /*detail*/) {
@@ -265,6 +189,12 @@ ItemColumn librarysColumn(int id) {
     return {column, isPupilSize ? pupilSizeOfSample : floatOfSample, description.record_offset};
 }
 
+ItemColumn eventColumn(int id) {
+    TRK_COLUMN_DESCRIPTION description;
+    trk_describe_event_column(id, &description);
+    return {{description.name, description.unit, description.description, typeOf(description)}, ofEvent, id};
+}
+
 void append(std::vector<ItemColumn> &to, std::initializer_list<ItemColumn> columns) {
     to.insert(to.end(), columns.begin(), columns.end());
 }
@@ -274,9 +204,8 @@ const ItemColumn kTime{
     {"time", "ms", "when the item stands, on the tracker's clock; ends of eye events at their end", Type::Integer},
     time};
 const ItemColumn kEye{{"eye", "", "left, right, both or none", Type::Text}, eye};
-const ItemColumn kStart{{"start", "ms", "start of the event; missing when it is not known", Type::Integer},
-                        startTime};
-const ItemColumn kEnd{{"end", "ms", "end of the event", Type::Integer}, endTime};
+const ItemColumn kStart = eventColumn(TRK_EVENT_COLUMN_START);
+const ItemColumn kEnd = eventColumn(TRK_EVENT_COLUMN_END);
 const ItemColumn kText{{"text", "", "text of the message", Type::Text}, messageText};
 const ItemColumn kRate{{"sample_rate", "Hz", "samples per second of the recording block", Type::Float},
                        sampleRate};
@@ -285,77 +214,17 @@ const ItemColumn kTrial{{"trial", "", "number of the trial, from 1", Type::Integ
 const ItemColumn kTrialTime{{"trial_time", "ms", "time from the start of the trial", Type::Integer}, trialTime};
 const ItemColumn kFile{{"file", "", "the recording", Type::Text}, file};
 const ItemColumn kInput{{"input", "", "value of the digital input port", Type::Integer}, input};
-const ItemColumn kStatus{{"status", "", "status bits of the tracker", Type::Integer},
-                         wordOfEvent<&FEVENT::status_word>};
-
-const ItemColumn kButton{{"button", "", "number of the button of a button event", Type::Integer}, button};
-const ItemColumn kButtonValue{
-    {"button_value", "", "state of all buttons behind a button event, bit n - 1 for button n", Type::Integer},
-    buttonValue};
-const ItemColumn kButtonState{
-    {"button_state", "", "1 when the button was pressed, 0 when it was let go", Type::Integer}, buttonState};
-
-constexpr int kGazeOrRaw = TRK_EVENT_GAZE | TRK_EVENT_RAW;
-
-template <auto Field, int Part, int Quantity>
-ItemColumn ofEventColumn(const char *name, const char *unit, const char *description) {
-    return {{name, unit, description, Type::Float}, ofEvent<Field, Part, Quantity>};
-}
+const ItemColumn kButton = eventColumn(TRK_EVENT_COLUMN_BUTTON);
+const ItemColumn kButtonValue = eventColumn(TRK_EVENT_COLUMN_BUTTON_VALUE);
+const ItemColumn kButtonState = eventColumn(TRK_EVENT_COLUMN_BUTTON_STATE);
 
 // What an eye event says of itself.
 std::vector<ItemColumn> eventValues() {
-    return {
-        ofEventColumn<&FEVENT::start_gaze_x, TRK_EVENT_START_POSITION, kGazeOrRaw>(
-            "start_gaze_x", "display pixels", "gaze position, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_gaze_y, TRK_EVENT_START_POSITION, kGazeOrRaw>(
-            "start_gaze_y", "display pixels", "gaze position, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_gaze_x, TRK_EVENT_END_POSITION, kGazeOrRaw>(
-            "end_gaze_x", "display pixels", "gaze position, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_gaze_y, TRK_EVENT_END_POSITION, kGazeOrRaw>(
-            "end_gaze_y", "display pixels", "gaze position, vertical, at the end"),
-        ofEventColumn<&FEVENT::avg_gaze_x, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>(
-            "avg_gaze_x", "display pixels", "gaze position, horizontal, mean over the event"),
-        ofEventColumn<&FEVENT::avg_gaze_y, TRK_EVENT_AVERAGE_POSITION, kGazeOrRaw>(
-            "avg_gaze_y", "display pixels", "gaze position, vertical, mean over the event"),
-        ofEventColumn<&FEVENT::start_href_x, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(
-            "start_href_x", "HREF units", "head-referenced position, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_href_y, TRK_EVENT_START_POSITION, TRK_EVENT_HREF>(
-            "start_href_y", "HREF units", "head-referenced position, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_href_x, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(
-            "end_href_x", "HREF units", "head-referenced position, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_href_y, TRK_EVENT_END_POSITION, TRK_EVENT_HREF>(
-            "end_href_y", "HREF units", "head-referenced position, vertical, at the end"),
-        ofEventColumn<&FEVENT::avg_href_x, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>(
-            "avg_href_x", "HREF units", "head-referenced position, horizontal, mean over the event"),
-        ofEventColumn<&FEVENT::avg_href_y, TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF>(
-            "avg_href_y", "HREF units", "head-referenced position, vertical, mean over the event"),
-        ofEventColumn<&FEVENT::start_pupil_size, TRK_EVENT_AT_START, TRK_EVENT_PUPIL_SIZE>(
-            "start_pupil_size", "tracker units", "pupil size, area or diameter, at the start"),
-        ofEventColumn<&FEVENT::end_pupil_size, TRK_EVENT_AT_END, TRK_EVENT_PUPIL_SIZE>(
-            "end_pupil_size", "tracker units", "pupil size, area or diameter, at the end"),
-        ofEventColumn<&FEVENT::avg_pupil_size, TRK_EVENT_AT_AVERAGE, TRK_EVENT_PUPIL_SIZE>(
-            "avg_pupil_size", "tracker units", "pupil size, area or diameter, mean over the event"),
-        ofEventColumn<&FEVENT::start_velocity, TRK_EVENT_AT_START, TRK_EVENT_VELOCITY>(
-            "start_velocity", "degrees per second", "velocity, at the start"),
-        ofEventColumn<&FEVENT::end_velocity, TRK_EVENT_AT_END, TRK_EVENT_VELOCITY>(
-            "end_velocity", "degrees per second", "velocity, at the end"),
-        ofEventColumn<&FEVENT::avg_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>(
-            "avg_velocity", "degrees per second", "velocity, mean over the event"),
-        ofEventColumn<&FEVENT::peak_velocity, TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY>(
-            "peak_velocity", "degrees per second", "velocity, highest"),
-        ofEventColumn<&FEVENT::start_res_x, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(
-            "start_res_x", "pixels per degree", "resolution, horizontal, at the start"),
-        ofEventColumn<&FEVENT::start_res_y, TRK_EVENT_AT_START, TRK_EVENT_RESOLUTION>(
-            "start_res_y", "pixels per degree", "resolution, vertical, at the start"),
-        ofEventColumn<&FEVENT::end_res_x, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(
-            "end_res_x", "pixels per degree", "resolution, horizontal, at the end"),
-        ofEventColumn<&FEVENT::end_res_y, TRK_EVENT_AT_END, TRK_EVENT_RESOLUTION>(
-            "end_res_y", "pixels per degree", "resolution, vertical, at the end"),
-    };
-}
-
-const ItemColumn &named(const std::vector<ItemColumn> &columns, std::string_view name) {
-    return *std::ranges::find(columns, name, [](const ItemColumn &column) { return column.column.name; });
+    std::vector<ItemColumn> columns;
+    for (int id = TRK_EVENT_COLUMN_START_GAZE_X; id <= TRK_EVENT_COLUMN_END_RES_Y; ++id) {
+        columns.push_back(eventColumn(id));
+    }
+    return columns;
 }
 
 std::vector<ItemColumn> severalKinds() {
@@ -364,10 +233,10 @@ std::vector<ItemColumn> severalKinds() {
                          TRK_COLUMN_GAZE_X_RIGHT, TRK_COLUMN_GAZE_Y_RIGHT, TRK_COLUMN_PUPIL_SIZE_RIGHT}) {
         columns.push_back(librarysColumn(id));
     }
-    const std::vector<ItemColumn> values = eventValues();
-    for (const char *name : {"start_gaze_x", "start_gaze_y", "end_gaze_x", "end_gaze_y", "avg_gaze_x",
-                             "avg_gaze_y", "avg_pupil_size", "peak_velocity"}) {
-        columns.push_back(named(values, name));
+    for (const int id : {TRK_EVENT_COLUMN_START_GAZE_X, TRK_EVENT_COLUMN_START_GAZE_Y, TRK_EVENT_COLUMN_END_GAZE_X,
+                         TRK_EVENT_COLUMN_END_GAZE_Y, TRK_EVENT_COLUMN_AVG_GAZE_X, TRK_EVENT_COLUMN_AVG_GAZE_Y,
+                         TRK_EVENT_COLUMN_AVG_PUPIL_SIZE, TRK_EVENT_COLUMN_PEAK_VELOCITY}) {
+        columns.push_back(eventColumn(id));
     }
     append(columns, {kInput, librarysColumn(TRK_COLUMN_BUTTONS), kRate, kText, kBlock, kTrial, kButton,
                      kButtonValue, kButtonState});
@@ -390,19 +259,10 @@ std::vector<ItemColumn> eventColumns() {
     std::vector<ItemColumn> columns{kKind, kTime, kStart, kEnd, kEye};
     const std::vector<ItemColumn> values = eventValues();
     columns.insert(columns.end(), values.begin(), values.end());
-    append(
-        columns,
-        {kStatus,
-         {{"aux_word1", "", "first word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word1>},
-         {{"aux_word2", "", "second word of the event", Type::Integer}, wordOfEvent<&FEVENT::aux_word2>},
-         {{"read_flags", "", "TRK_EVENT_* bits", Type::Integer}, wordOfEvent<&FEVENT::read_flags>},
-         {{"parse_flags", "", "low byte of the record's tag", Type::Integer}, wordOfEvent<&FEVENT::parse_flags>},
-         kBlock,
-         kTrial,
-         kInput,
-         kButton,
-         kButtonValue,
-         kButtonState});
+    for (int id = TRK_EVENT_COLUMN_STATUS; id <= TRK_EVENT_COLUMN_PARSE_FLAGS; ++id) {
+        columns.push_back(eventColumn(id));
+    }
+    append(columns, {kBlock, kTrial, kInput, kButton, kButtonValue, kButtonState});
     return columns;
 }
 
@@ -523,8 +383,7 @@ std::vector<ItemColumn> wholeEventColumns() {
         kStart,
         {{"end", "ms", "end of the event; its start for buttons and inputs", Type::Integer}, wholeEnd},
         {{"duration", "ms", "end minus start", Type::Integer}, duration},
-        {{"amplitude", "degrees", "angle from the position at the start to that at the end", Type::Float},
-         amplitude}};
+        eventColumn(TRK_EVENT_COLUMN_AMPLITUDE)};
     const std::vector<ItemColumn> values = eventValues();
     columns.insert(columns.end(), values.begin(), values.end());
     append(columns, {kInput,

@@ -2,6 +2,7 @@
 #include "support/bulk.h"
 #include "support/scenarios.h"
 
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <fstream>
@@ -149,6 +150,67 @@ TEST(Bulk, ColumnsAreNamedAsTheirFields) {
         }
     }
     EXPECT_EQ(next, TRK_COLUMN_EXT_DATA_8 + 1);
+}
+
+TEST(Bulk, EventColumnsHoldWhatWasRecorded) {
+    FEVENT saccade{};
+    saccade.type = REC_ESACC;
+    saccade.start_time = 100;
+    saccade.end_time = 140;
+    saccade.start_gaze_x = 0; // a position, where a zero is one
+    saccade.start_gaze_y = 10;
+    saccade.end_gaze_x = 300;
+    saccade.end_gaze_y = 410;
+    saccade.avg_gaze_x = 5;
+    saccade.start_res_x = saccade.start_res_y = 60;
+    saccade.end_res_x = saccade.end_res_y = 40;
+    saccade.end_href_x = 15000;
+    saccade.peak_velocity = 0;
+    saccade.avg_velocity = MISSING_DATA;
+    saccade.read_flags = TRK_EVENT_AT_START | TRK_EVENT_AT_END | TRK_EVENT_AT_AVERAGE | TRK_EVENT_START_POSITION |
+                         TRK_EVENT_END_POSITION | TRK_EVENT_VELOCITY | TRK_EVENT_RESOLUTION | TRK_EVENT_GAZE |
+                         TRK_EVENT_HREF;
+    const auto value = [](const FEVENT &event, int id) {
+        double number = -1;
+        EXPECT_EQ(trk_get_event_column(&event, 1, id, &number), 0) << id;
+        return number;
+    };
+    EXPECT_EQ(value(saccade, TRK_EVENT_COLUMN_TIME), 140);
+    EXPECT_EQ(value(saccade, TRK_EVENT_COLUMN_DURATION), 40);
+    EXPECT_EQ(value(saccade, TRK_EVENT_COLUMN_START_GAZE_X), 0);
+    EXPECT_EQ(value(saccade, TRK_EVENT_COLUMN_AMPLITUDE), 10);
+    for (const int id :
+         {TRK_EVENT_COLUMN_AVG_GAZE_X, TRK_EVENT_COLUMN_PEAK_VELOCITY, TRK_EVENT_COLUMN_AVG_VELOCITY,
+          TRK_EVENT_COLUMN_END_PUPIL_SIZE, TRK_EVENT_COLUMN_INPUT, TRK_EVENT_COLUMN_BUTTON_STATE}) {
+        EXPECT_TRUE(std::isnan(value(saccade, id))) << id;
+    }
+    saccade.end_res_y = 0; // so that the plane has to do: 45 degrees
+    EXPECT_FLOAT_EQ(float(value(saccade, TRK_EVENT_COLUMN_AMPLITUDE)), 45);
+    saccade.read_flags &= ~TRK_EVENT_HREF;
+    EXPECT_TRUE(std::isnan(value(saccade, TRK_EVENT_COLUMN_AMPLITUDE)));
+    saccade.start_time = 150; // never recorded
+    EXPECT_TRUE(std::isnan(value(saccade, TRK_EVENT_COLUMN_START)));
+    EXPECT_TRUE(std::isnan(value(saccade, TRK_EVENT_COLUMN_DURATION)));
+
+    std::array<FEVENT, 2> events{};
+    events[0].type = events[1].type = REC_BUTTON;
+    events[0].aux_word1 = 0b1000;
+    events[0].aux_word2 = 4;
+    events[1].aux_word2 = 17; // there are 16
+    std::array<double, 2> states{};
+    EXPECT_EQ(trk_get_event_column(events.data(), 2, TRK_EVENT_COLUMN_BUTTON_STATE, states.data()), 0);
+    EXPECT_EQ(states[0], 1);
+    EXPECT_TRUE(std::isnan(states[1]));
+
+    TRK_COLUMN_DESCRIPTION column;
+    int count = 0;
+    while (trk_describe_event_column(count + 1, &column) == 0) {
+        EXPECT_EQ(column.id, ++count);
+    }
+    EXPECT_EQ(count, TRK_EVENT_COLUMN_BUTTON_STATE);
+    EXPECT_EQ(trk_get_event_column(events.data(), 2, count + 1, states.data()), -1);
+    EXPECT_EQ(trk_get_event_column(events.data(), -1, 1, states.data()), -1);
+    EXPECT_EQ(trk_get_event_column(nullptr, 1, 1, states.data()), -1);
 }
 
 TEST(Bulk, TypesStridesAndMissingValues) {

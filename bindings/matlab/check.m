@@ -35,7 +35,7 @@ for recording = {"two", "fast", "odd"}
     table = @(what) [name "_" what ".tsv"];
     read = @(what, varargin) trkread([name ".trk"], what, "check", "fill", "on_damage", "salvage", varargin{:});
     assert(same(read("samples"), table("samples")), "trial");
-    assert(same(read("events"), table("events")), "amplitude button_state trial trial_time");
+    assert(same(read("events"), table("events")), "trial trial_time");
     assert(same(read("messages"), table("messages")), "trial trial_time");
     trials = read("trials", "start_text", "TRIALID", "end_text", "TRIAL OK");
     assert(strncmp(same(trials, table("trials")), "blinks_left", 11) && numel(trials.trial) > 0);

@@ -903,12 +903,15 @@ typedef struct TRK_COLUMN_DESCRIPTION {
     int type;                /* TRK_TYPE that holds every value; wider ones do, too */
     const char *name;        /* as in `trk dump` */
     const char *group;       /* what to ask for together: "item", "gaze", "pupil_size", "href", "pupil",
-                                "resolution", "velocity", "words", "extension" */
+                                "resolution", "velocity", "words", "extension"; of events also "times",
+                                "amplitude" */
     const char *unit;        /* "" for a number without one */
     const char *description; /* one line */
-    const char *missing;     /* how a value that is not there reads without TRK_READ_NAN; "" when all are there */
-    int record_offset;       /* in bytes, of the field of FSAMPLE_REC that holds it as a `type`; -1: none does */
-    int velocity;            /* 1 for a velocity: these cost more than all others */
+    const char *missing;     /* how a value that is not there stands in the record, and without TRK_READ_NAN; ""
+                                when all are there */
+    int record_offset;       /* in bytes, of the field of FSAMPLE_REC or FEVENT that holds it as a `type`; -1: none
+                                does */
+    int velocity;            /* 1 for a velocity of samples: these cost more than all others */
 } TRK_COLUMN_DESCRIPTION;
 
 /* Fills in the description of a column. Returns 0, or -1 for an id that is none: from 1 up to the first of them
@@ -996,6 +999,65 @@ TRK_API int64_t trk_read_samples(_TRKFILE *handle, unsigned first, unsigned end,
 TRK_API int64_t trk_read_events(_TRKFILE *handle, unsigned first, unsigned end, FEVENT *events, int64_t rows,
                                 char *texts, size_t texts_size, int64_t *text_offsets,
                                 TRK_ERROR *error) TRK_NOTHROW;
+
+/*
+ * Columns of events, for those who make tables of the records of trk_read_events. The names are those of the
+ * columns of `trk dump` and `trk convert`. Values never change; from 1 on there is none left out.
+ */
+enum TRK_EVENT_COLUMN_ID {
+    TRK_EVENT_COLUMN_TIME = 1,
+    TRK_EVENT_COLUMN_START = 2,
+    TRK_EVENT_COLUMN_END = 3,
+    TRK_EVENT_COLUMN_DURATION = 4,
+    TRK_EVENT_COLUMN_AMPLITUDE = 5,
+    TRK_EVENT_COLUMN_START_GAZE_X = 6,
+    TRK_EVENT_COLUMN_START_GAZE_Y = 7,
+    TRK_EVENT_COLUMN_END_GAZE_X = 8,
+    TRK_EVENT_COLUMN_END_GAZE_Y = 9,
+    TRK_EVENT_COLUMN_AVG_GAZE_X = 10,
+    TRK_EVENT_COLUMN_AVG_GAZE_Y = 11,
+    TRK_EVENT_COLUMN_START_HREF_X = 12,
+    TRK_EVENT_COLUMN_START_HREF_Y = 13,
+    TRK_EVENT_COLUMN_END_HREF_X = 14,
+    TRK_EVENT_COLUMN_END_HREF_Y = 15,
+    TRK_EVENT_COLUMN_AVG_HREF_X = 16,
+    TRK_EVENT_COLUMN_AVG_HREF_Y = 17,
+    TRK_EVENT_COLUMN_START_PUPIL_SIZE = 18,
+    TRK_EVENT_COLUMN_END_PUPIL_SIZE = 19,
+    TRK_EVENT_COLUMN_AVG_PUPIL_SIZE = 20,
+    TRK_EVENT_COLUMN_START_VELOCITY = 21,
+    TRK_EVENT_COLUMN_END_VELOCITY = 22,
+    TRK_EVENT_COLUMN_AVG_VELOCITY = 23,
+    TRK_EVENT_COLUMN_PEAK_VELOCITY = 24,
+    TRK_EVENT_COLUMN_START_RES_X = 25,
+    TRK_EVENT_COLUMN_START_RES_Y = 26,
+    TRK_EVENT_COLUMN_END_RES_X = 27,
+    TRK_EVENT_COLUMN_END_RES_Y = 28,
+    TRK_EVENT_COLUMN_STATUS = 29,
+    TRK_EVENT_COLUMN_AUX_WORD1 = 30,
+    TRK_EVENT_COLUMN_AUX_WORD2 = 31,
+    TRK_EVENT_COLUMN_READ_FLAGS = 32,
+    TRK_EVENT_COLUMN_PARSE_FLAGS = 33,
+    TRK_EVENT_COLUMN_INPUT = 34,
+    TRK_EVENT_COLUMN_BUTTON = 35,
+    TRK_EVENT_COLUMN_BUTTON_VALUE = 36,
+    TRK_EVENT_COLUMN_BUTTON_STATE = 37
+};
+
+/* Fills in the description of a column of events. Returns as trk_describe_column. */
+TRK_API int trk_describe_event_column(int id, TRK_COLUMN_DESCRIPTION *description) TRK_NOTHROW;
+
+/*
+ * A column of events.
+ *
+ * events  `count` records, one behind the other, of any kind but FRECORDING
+ * values  receives a value for each; NaN for what the record does not carry, or what is none of its kind: the
+ *         positions of a button, the button of a saccade, the end of a start. What stands in
+ *         the field of a value that was not recorded, such as 0 or MISSING_DATA, never reads as one
+ *
+ * Returns 0, or -1 for an id that is none, a count below 0, or null.
+ */
+TRK_API int trk_get_event_column(const FEVENT *events, int64_t count, int id, double *values) TRK_NOTHROW;
 
 #ifdef __cplusplus
 }

@@ -2,6 +2,7 @@
 #include "api/guard.h"
 #include "api/open_errors.h"
 #include "bulk/columns.h"
+#include "bulk/event_columns.h"
 #include "bulk/output_column.h"
 
 #include <algorithm>
@@ -79,14 +80,31 @@ int64_t read(_TRKFILE *handle, unsigned end, int64_t rows, TRK_ERROR *told, Body
     }
 }
 
-} // namespace
-
-int trk_describe_column(int id, TRK_COLUMN_DESCRIPTION *description) noexcept {
-    const trk::SampleColumn *const column = trk::columnOf(id);
+template <class Column> int describe(const Column *column, TRK_COLUMN_DESCRIPTION *description) {
     if (column == nullptr || description == nullptr) {
         return -1;
     }
     *description = column->description;
+    return 0;
+}
+
+} // namespace
+
+int trk_describe_column(int id, TRK_COLUMN_DESCRIPTION *description) noexcept {
+    return describe(trk::columnOf(id), description);
+}
+
+int trk_describe_event_column(int id, TRK_COLUMN_DESCRIPTION *description) noexcept {
+    return describe(trk::eventColumnOf(id), description);
+}
+
+int trk_get_event_column(const FEVENT *events, int64_t count, int id, double *values) noexcept {
+    const trk::EventColumn *const column = trk::eventColumnOf(id);
+    if (column == nullptr || events == nullptr || values == nullptr || count < 0) {
+        return -1;
+    }
+    std::transform(events, events + count, values,
+                   [column](const FEVENT &event) { return column->value(event, *column); });
     return 0;
 }
 

@@ -314,73 +314,19 @@ static int makeMessages(Reader *reader) {
     return more < 0 || reader->kind != NULL ? -1 : 0;
 }
 
-/* A value of an eye event is there when the record carried this part of it and this quantity. The flags of what is
-   no position stand for other things, too; then a zero was not recorded. */
-typedef struct EventValue {
-    const char *name;
-    size_t offset;
-    const char *unit;
-    const char *description;
-    unsigned part;
-    unsigned quantity;
-} EventValue;
+/* Of the columns of events, those of eye events. */
+enum { kFirstValue = TRK_EVENT_COLUMN_START_GAZE_X, kValueCount = TRK_EVENT_COLUMN_END_RES_Y - kFirstValue + 1 };
 
-#define AT(field) #field, offsetof(FEVENT, field)
-enum { kGaze = TRK_EVENT_GAZE | TRK_EVENT_RAW };
+static Column *addEventColumn(Reader *reader, int id) {
+    TRK_COLUMN_DESCRIPTION description;
+    trk_describe_event_column(id, &description);
+    return addNumbers(reader, description.name, description.unit, description.description);
+}
 
-static const EventValue kValues[] = {
-    {AT(start_gaze_x), "display pixels", "gaze position, horizontal, at the start", TRK_EVENT_START_POSITION,
-     kGaze},
-    {AT(start_gaze_y), "display pixels", "gaze position, vertical, at the start", TRK_EVENT_START_POSITION, kGaze},
-    {AT(end_gaze_x), "display pixels", "gaze position, horizontal, at the end", TRK_EVENT_END_POSITION, kGaze},
-    {AT(end_gaze_y), "display pixels", "gaze position, vertical, at the end", TRK_EVENT_END_POSITION, kGaze},
-    {AT(avg_gaze_x), "display pixels", "gaze position, horizontal, mean over the event",
-     TRK_EVENT_AVERAGE_POSITION, kGaze},
-    {AT(avg_gaze_y), "display pixels", "gaze position, vertical, mean over the event", TRK_EVENT_AVERAGE_POSITION,
-     kGaze},
-    {AT(start_href_x), "HREF units", "head-referenced position, horizontal, at the start",
-     TRK_EVENT_START_POSITION, TRK_EVENT_HREF},
-    {AT(start_href_y), "HREF units", "head-referenced position, vertical, at the start", TRK_EVENT_START_POSITION,
-     TRK_EVENT_HREF},
-    {AT(end_href_x), "HREF units", "head-referenced position, horizontal, at the end", TRK_EVENT_END_POSITION,
-     TRK_EVENT_HREF},
-    {AT(end_href_y), "HREF units", "head-referenced position, vertical, at the end", TRK_EVENT_END_POSITION,
-     TRK_EVENT_HREF},
-    {AT(avg_href_x), "HREF units", "head-referenced position, horizontal, mean over the event",
-     TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF},
-    {AT(avg_href_y), "HREF units", "head-referenced position, vertical, mean over the event",
-     TRK_EVENT_AVERAGE_POSITION, TRK_EVENT_HREF},
-    {AT(start_pupil_size), "tracker units", "pupil size, area or diameter, at the start", TRK_EVENT_AT_START,
-     TRK_EVENT_PUPIL_SIZE},
-    {AT(end_pupil_size), "tracker units", "pupil size, area or diameter, at the end", TRK_EVENT_AT_END,
-     TRK_EVENT_PUPIL_SIZE},
-    {AT(avg_pupil_size), "tracker units", "pupil size, area or diameter, mean over the event",
-     TRK_EVENT_AT_AVERAGE, TRK_EVENT_PUPIL_SIZE},
-    {AT(start_velocity), "degrees per second", "velocity, at the start", TRK_EVENT_AT_START, TRK_EVENT_VELOCITY},
-    {AT(end_velocity), "degrees per second", "velocity, at the end", TRK_EVENT_AT_END, TRK_EVENT_VELOCITY},
-    {AT(avg_velocity), "degrees per second", "velocity, mean over the event", TRK_EVENT_AT_AVERAGE,
-     TRK_EVENT_VELOCITY},
-    {AT(peak_velocity), "degrees per second", "velocity, highest", TRK_EVENT_AT_AVERAGE, TRK_EVENT_VELOCITY},
-    {AT(start_res_x), "pixels per degree", "resolution, horizontal, at the start", TRK_EVENT_AT_START,
-     TRK_EVENT_RESOLUTION},
-    {AT(start_res_y), "pixels per degree", "resolution, vertical, at the start", TRK_EVENT_AT_START,
-     TRK_EVENT_RESOLUTION},
-    {AT(end_res_x), "pixels per degree", "resolution, horizontal, at the end", TRK_EVENT_AT_END,
-     TRK_EVENT_RESOLUTION},
-    {AT(end_res_y), "pixels per degree", "resolution, vertical, at the end", TRK_EVENT_AT_END,
-     TRK_EVENT_RESOLUTION},
-};
-enum { kValueCount = sizeof kValues / sizeof *kValues };
-
-static double valueOf(const FEVENT *event, const EventValue *value) {
-    const unsigned zeroIsMissing = TRK_EVENT_AT_START | TRK_EVENT_AT_END | TRK_EVENT_AT_AVERAGE;
-    float number = 0;
-    memcpy(&number, (const char *)event + value->offset, sizeof number);
-    const int carried = (event->read_flags & value->part) != 0 && (event->read_flags & value->quantity) != 0;
-    return !carried || number == MISSING_DATA || number == TRK_FIELD_ABSENT ||
-                   ((value->part & zeroIsMissing) != 0 && number == 0)
-               ? NAN
-               : (double)number;
+static double valueOf(const FEVENT *event, int id) {
+    double value = NAN;
+    trk_get_event_column(event, 1, id, &value);
+    return value;
 }
 
 static const char *wholeKind(int code) {
@@ -407,16 +353,18 @@ static int makeEvents(Reader *reader) {
     Column *const kind = addTexts(reader, "kind", "fixation, saccade, blink, button or input");
     Column *const eye = addTexts(reader, "eye", "left or right; missing for buttons and inputs");
     Column *const block = addNumbers(reader, "block", "", "number of the recording block, from 1");
-    Column *const start = addNumbers(reader, "start", "ms", "start of the event; missing when it is not known");
+    Column *const start = addEventColumn(reader, TRK_EVENT_COLUMN_START);
     Column *const end = addNumbers(reader, "end", "ms", "end of the event; its start for buttons and inputs");
-    Column *const duration = addNumbers(reader, "duration", "ms", "end minus start");
+    Column *const duration = addEventColumn(reader, TRK_EVENT_COLUMN_DURATION);
+    Column *const amplitude = addEventColumn(reader, TRK_EVENT_COLUMN_AMPLITUDE);
     Column *const values = &reader->columns[reader->columnCount];
     for (int i = 0; i < kValueCount; ++i) {
-        addNumbers(reader, kValues[i].name, kValues[i].unit, kValues[i].description);
+        addEventColumn(reader, kFirstValue + i);
     }
-    Column *const input = addNumbers(reader, "input", "", "value of the digital input port");
-    Column *const button = addNumbers(reader, "button", "", "number of the button");
-    Column *const state = addNumbers(reader, "button_value", "", "state of all buttons, bit n - 1 for button n");
+    Column *const input = addEventColumn(reader, TRK_EVENT_COLUMN_INPUT);
+    Column *const button = addEventColumn(reader, TRK_EVENT_COLUMN_BUTTON);
+    Column *const buttons = addEventColumn(reader, TRK_EVENT_COLUMN_BUTTON_VALUE);
+    Column *const state = addEventColumn(reader, TRK_EVENT_COLUMN_BUTTON_STATE);
     Events *const events = findEvents(reader, reader->first, reader->end);
     if (reader->kind != NULL) {
         return -1;
@@ -429,23 +377,21 @@ static int makeEvents(Reader *reader) {
         if (kind->texts[row] == NULL) {
             continue;
         }
-        const int isInput = event->type == REC_INPUT;
-        const int isButton = event->type == REC_BUTTON;
-        const int isEye = !isInput && !isButton;
-        /* The end of an event whose start was never recorded can come with a start behind it. */
-        const int isKnown = event->end_time == 0 || event->start_time <= event->end_time;
+        const int isEye = event->type != REC_INPUT && event->type != REC_BUTTON;
         item->numbers[row] = events->items[events->row];
         eye->texts[row] = isEye ? eyesName(event->eye == 0 ? TRK_EYE_LEFT : TRK_EYE_RIGHT) : NULL;
         block->numbers[row] = blockOf(reader, events->items[events->row]);
-        start->numbers[row] = isKnown ? event->start_time : NAN;
-        end->numbers[row] = !isEye ? start->numbers[row] : event->end_time != 0 ? event->end_time : NAN;
+        start->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_START);
+        end->numbers[row] = isEye ? valueOf(event, TRK_EVENT_COLUMN_END) : start->numbers[row];
         duration->numbers[row] = end->numbers[row] - start->numbers[row];
+        amplitude->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_AMPLITUDE);
         for (int i = 0; i < kValueCount; ++i) {
-            values[i].numbers[row] = valueOf(event, &kValues[i]);
+            values[i].numbers[row] = valueOf(event, kFirstValue + i);
         }
-        input->numbers[row] = isInput ? event->aux_word1 : NAN;
-        button->numbers[row] = isButton ? event->aux_word2 : NAN;
-        state->numbers[row] = isButton ? event->aux_word1 : NAN;
+        input->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_INPUT);
+        button->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_BUTTON);
+        buttons->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_BUTTON_VALUE);
+        state->numbers[row] = valueOf(event, TRK_EVENT_COLUMN_BUTTON_STATE);
         ++row;
     }
     reader->rows = row;
