@@ -7,7 +7,6 @@
 
 from __future__ import annotations
 
-import math
 from typing import Any, Optional, Sequence, Union
 
 import numpy as np
