@@ -2,8 +2,7 @@
 
 from __future__ import annotations
 
-import ctypes
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Any, Mapping, Optional, Sequence
 
 import numpy as np
@@ -101,13 +100,13 @@ EVENTS = [
     _TEXT,
 ]
 
-# Name, the column of EVENTS, unit and meaning where they differ from that one's.
 _EYE_EVENT = [_ITEM, _EYE, _START, _END, _DURATION]
 
 
 def _part(name: str, source: str) -> tuple[Column, str]:
+    """A column of EVENTS by another name."""
     column = next(column for column in EVENTS if column.name == source)
-    return Column(name, column.dtype, column.unit, column.description, column.missing), source
+    return replace(column, name=name), source
 
 
 _FIXATION = [
@@ -128,6 +127,7 @@ _SACCADE = [
 _AMPLITUDE = Column("amplitude", "f4", "degrees", "distance from start to end", "NaN without positions or scale")
 _DIRECTION = Column("direction", "f4", "degrees", "0 to the right, 90 up, -90 down", "NaN without positions")
 _WORDS = [_part("word1", "word1"), _part("word2", "word2")]
+_WORD_FIELDS = {"status": "status_word", "word1": "aux_word1", "word2": "aux_word2"}
 
 
 def time_of(records: Array) -> Array:
@@ -158,21 +158,18 @@ def _value(name: str, records: Array, items: Array) -> Array:
     if name == "eye":
         is_eye_event = np.isin(records["type"], _EYE_EVENTS)
         return np.where(is_eye_event, np.where(records["eye"] == 0, "left", "right"), "")
+    if name in _RULES:
+        return _quantity(records, name)
+    if name in _WORD_FIELDS:
+        words: Array = records[_WORD_FIELDS[name]]
+        return words
     start, end = records["start_time"].astype("f8"), records["end_time"].astype("f8")
     has_end = end != 0
     # An end whose start was never recorded can come with a start time past its end.
     start[has_end & (start > end)] = np.nan
     end[~has_end] = np.nan
-    if name == "start":
-        return start
-    if name == "end":
-        return end
-    if name == "duration":
-        return np.subtract(end, start)
-    if name in _RULES:
-        return _quantity(records, name)
-    words: Array = records[{"status": "status_word", "word1": "aux_word1", "word2": "aux_word2"}[name]]
-    return words
+    times: dict[str, Array] = {"start": start, "end": end, "duration": end - start}
+    return times[name]
 
 
 def decode(text: bytes) -> str:
@@ -261,9 +258,6 @@ def texts_of(buffer: Array, offsets: Array) -> Array:
     for number in np.flatnonzero(np.diff(offsets)):
         texts[number] = decode(buffer[offsets[number] : offsets[number + 1] - 1].tobytes())
     return texts
-
-
-assert RECORD.itemsize == ctypes.sizeof(c.FEVENT)
 
 
 def columns_of(what: str) -> list[Column]:
