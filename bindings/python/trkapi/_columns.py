@@ -90,13 +90,11 @@ def sample_columns() -> Mapping[str, SampleColumn]:
     >>> trkapi.sample_columns()["gaze_vel_x_left"].unit
     'degrees per second'
     """
-    columns = {}
+    columns: dict[str, SampleColumn] = {}
     record = c.TRK_COLUMN_DESCRIPTION()
-    number = 1
-    while c.library().trk_describe_column(number, ctypes.byref(record)) == 0:
+    while c.library().trk_describe_column(len(columns) + 1, ctypes.byref(record)) == 0:
         column = _column(record)
         columns[column.name] = column
-        number += 1
     return columns
 
 
