@@ -166,9 +166,7 @@ class Recording(Stretch):
 
     def __init__(self, path: StrPath, options: Options = Options()) -> None:
         flags = options.flags
-        self.path = os.fspath(path)
-        if isinstance(self.path, bytes):
-            self.path = os.fsdecode(self.path)
+        self.path = os.fsdecode(path)
         self.options = options
         self._name = os.path.basename(self.path)
         # Two that are opened alike have the same items, so that a trial fits both.
@@ -195,21 +193,22 @@ class Recording(Stretch):
         raise damaged(self._advice(lost), self.path, error.offset, lost) from None
 
     def _advice(self, lost: Sequence[Damage]) -> str:
-        first = lost[0].text if lost else "it breaks off"
-        more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
         return (
-            f'{self._name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, '
+            f'{self._told(lost)}. Open it with on_damage="salvage" for all that can be saved, '
             'or with on_damage="warn" for what can be read as it stands'
         )
+
+    def _told(self, lost: Sequence[Damage]) -> str:
+        first = lost[0].text if lost else "it breaks off"
+        more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
+        return f"{self._name} is damaged: {first}{more}"
 
     def _tell_of_damage(self) -> None:
         damages = self.damages
         if not damages or self.options.on_damage == "salvage":
             return
         if self.options.on_damage == "warn":
-            lost = f"{self._name} is damaged: {damages[0].text}"
-            more = f" (and {len(damages) - 1} more, see .damages)" if len(damages) > 1 else ""
-            warnings.warn(lost + more, DamageWarning, stacklevel=4)
+            warnings.warn(self._told(damages), DamageWarning, stacklevel=4)
             return
         self.close()
         offset = damages[0].offset
