@@ -169,14 +169,16 @@ def _cell(value: Any) -> str:
     return shown(value, _LONGEST_CELL) if isinstance(value, str) else str(value)
 
 
+def html_title(name: str, unit: str) -> str:
+    """The header of a column in HTML."""
+    return f"<th>{html.escape(name)}" + (f"<br><small>{html.escape(unit)}</small>" if unit else "")
+
+
 def html_table(table: Table) -> str:
     """The table in HTML, units in the header, its middle left out when it is long."""
     header, *rows = table._cells()
     units = table.units
-    titles = (
-        f"<th>{html.escape(name)}" + (f"<br><small>{html.escape(units[name])}</small>" if units.get(name) else "")
-        for name in header
-    )
+    titles = (html_title(name, units.get(name, "")) for name in header)
     body = ("<tr>" + "".join(f"<td>{html.escape(cell)}" for cell in row) for row in rows)
     note = f"<p>{table.size} rows</p>" if table.size > 2 * _SHOWN else ""
     return f"<table><thead><tr>{''.join(titles)}</thead><tbody>{''.join(body)}</tbody></table>{note}"
