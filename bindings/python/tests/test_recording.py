@@ -104,6 +104,12 @@ def test_events_read_as_the_walk(walked: Any) -> None:
     assert np.all(np.sign(saccades["direction"][~level]) == np.sign(up[~level]))
     leftwards = saccades["end_x"] < saccades["start_x"]
     assert level.any() and np.all(saccades["direction"][level] == np.where(leftwards[level], 180, 0))
+    for eye in ("left", "right"):  # a blink lies inside of the saccade that is written around it
+        kinds, own = table["kind"][table["eye"] == eye], saccades[saccades["eye"] == eye]
+        around = kinds[:-1][kinds[1:] == "saccade_end"] == "blink_end"
+        assert np.array_equal(own["blink"], around) and around.any()
+    behind = saccades[saccades["blink"]][0]["end"]  # where the blink is over
+    assert recording.between(behind).saccades["blink"][0]
     texts = recording.messages["text"]
     assert texts[0] == "TRIALID 1" and recording.inputs["value"][0] == 1 and len(recording.buttons) == 24
     assert np.array_equal(np.isfinite(table["start_pupil_size"]), table["kind"] == "fixation_end")

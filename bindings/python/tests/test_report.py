@@ -60,8 +60,9 @@ def test_pictures(recording: trkapi.Recording) -> None:
     image = plot.heatmap(trial, sigma=20).images[0].get_array()
     seen = np.isfinite(trial.samples("gaze_x_left")["gaze_x_left"]).mean() * trial.samples().size / 1000
     assert image.sum() == pytest.approx(seen, rel=0.02)
-    points = plot.main_sequence(recording, eye="left").collections[0].get_offsets()
-    assert len(points) == (recording.saccades["eye"] == "left").sum()
+    points = plot.main_sequence(recording).collections[0].get_offsets()
+    saccades = recording.saccades
+    assert len(points) == ((saccades["eye"] == "left") & ~saccades["blink"]).sum()
     assert [tick.get_text() for tick in plot.timeline(recording).get_yticklabels()][:2] == ["blocks", "trials"]
     nothing = recording.between(0, 5)
     for draw in (plot.trace, plot.scanpath, plot.heatmap, plot.main_sequence, plot.timeline):

@@ -126,6 +126,7 @@ _SACCADE = [
 ]
 _AMPLITUDE = Column("amplitude", "f4", "degrees", "distance from start to end", "NaN without positions or scale")
 _DIRECTION = Column("direction", "f4", "degrees", "0 to the right, 90 up, -90 down", "NaN without positions")
+_BLINK = Column("blink", "?", "", "whether a blink of the same eye overlaps: then the lid moved, not the eye")
 _WORDS = [_part("word1", "word1"), _part("word2", "word2")]
 _WORD_FIELDS = {"status": "status_word", "word1": "aux_word1", "word2": "aux_word2"}
 
@@ -212,13 +213,12 @@ CODE_OF = {
 }
 
 
-def table_of(what: str, records: Array, items: Array, texts: Array, scale: Optional[Scale] = None) -> Table:
+def table_of(what: str, records: Array, items: Array, texts: Array) -> Table:
     """The table `what`: a key of COLUMNS_OF."""
     if what in CODE_OF:
         chosen = records["type"] == CODE_OF[what]
         records, items, texts = records[chosen], items[chosen], texts[chosen]
-    made = table(records, items, texts, COLUMNS_OF[what])
-    return _with_amplitude(made, records, scale) if what == "saccades" else made
+    return table(records, items, texts, COLUMNS_OF[what])
 
 
 @dataclass(frozen=True)
@@ -229,7 +229,9 @@ class Scale:
     y: float
 
 
-def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> Table:
+def with_measures(saccades: Table, records: Array, scale: Optional[Scale], blinks: Table) -> Table:
+    """Saccades with what their records do not say: amplitude, direction, and whether a blink overlaps."""
+    records = records[records["type"] == c.REC_ESACC]
     across = saccades["end_x"] - saccades["start_x"]
     down = saccades["end_y"] - saccades["start_y"]
     pixels_x = _resolution(records, "x", np.nan if scale is None else scale.x)
@@ -237,7 +239,23 @@ def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> 
     values = {name: saccades[name] for name in saccades.dtype.names or ()}
     values["amplitude"] = np.hypot(across / pixels_x, down / pixels_y)
     values["direction"] = np.degrees(np.arctan2(0 - down, across))  # -0.0 would make left -180
+    values["blink"] = _overlapping(saccades, blinks)
     return Table.of(values, columns_of("saccades"))
+
+
+def _overlapping(events: Table, others: Table) -> Array:
+    """Whether one of the others of the same eye overlaps; one without a start counts by its end."""
+    overlaps = np.zeros(len(events), bool)
+    for eye in ("left", "right"):
+        own, theirs = events["eye"] == eye, others["eye"] == eye
+        start, end = _extent(events[own])
+        starts, ends = (np.sort(times) for times in _extent(others[theirs]))
+        overlaps[own] = np.searchsorted(starts, end, "right") > np.searchsorted(ends, start, "left")
+    return overlaps
+
+
+def _extent(events: Table) -> tuple[Array, Array]:
+    return np.where(np.isnan(events["start"]), events["end"], events["start"]), events["end"]
 
 
 def _resolution(records: Array, axis: str, otherwise: float) -> Array:
@@ -263,4 +281,4 @@ def texts_of(buffer: Array, offsets: Array) -> Array:
 def columns_of(what: str) -> list[Column]:
     """The columns of the table `what`."""
     columns = [column for column, _ in COLUMNS_OF[what]]
-    return [*columns, _AMPLITUDE, _DIRECTION] if what == "saccades" else columns
+    return [*columns, _AMPLITUDE, _DIRECTION, _BLINK] if what == "saccades" else columns

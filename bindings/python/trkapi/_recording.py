@@ -552,8 +552,11 @@ class Recording(Stretch):
     def _read_events(self, first: int, end: int, what: str) -> Table:
         records, items, texts = self._all_events
         part = slice(*np.searchsorted(items, (first, end)))
-        scale = self._scale if what == "saccades" else None
-        return events_of.table_of(what, records[part], items[part], texts[part], scale)
+        table = events_of.table_of(what, records[part], items[part], texts[part])
+        if what != "saccades":
+            return table
+        blinks = events_of.table_of("blinks", records, items, texts)  # those that go on behind the part, too
+        return events_of.with_measures(table, records[part], self._scale, blinks)
 
     @Lazy
     def _all_events(self) -> tuple[events_of.Array, events_of.Array, events_of.Array]:

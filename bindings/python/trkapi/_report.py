@@ -192,7 +192,7 @@ def _recording_page(recording: Recording, trials: Trials, note: str, settings: S
     drawings: dict[str, Callable[..., Any]] = {
         "Scanpath, all fixations of one eye": functools.partial(plot.scanpath, screen=screen, number=False),
         "Heat map, all samples of one eye": functools.partial(plot.heatmap, screen=screen),
-        "Main sequence: peak velocity of saccades over amplitude": plot.main_sequence,
+        "Main sequence: peak velocity of saccades over amplitude, one eye, without blinks": plot.main_sequence,
     }
     for text, draw in drawings.items():
         figure, ax = _figure(7, 4.6)

@@ -320,23 +320,21 @@ def _blurred(counts: Array, sigma: float) -> Array:
 
 
 def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None) -> Any:
-    """Peak velocity of saccades over their amplitude, both axes logarithmic.
+    """Peak velocity of the saccades of one eye over their amplitude, both axes logarithmic.
 
     Parameters
     ----------
     stretch, eye
-        As for :func:`trace`. Saccades without amplitude or peak velocity are left out.
+        As for :func:`scanpath`. Saccades that a blink of this eye overlaps are left out, and those without
+        amplitude or peak velocity.
     """
     ax = _axes(ax)
-    saccades = stretch.saccades
-    for side in _eyes(stretch, eye):
-        own = saccades[saccades["eye"] == side]
-        own = own[(own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
-        ax.scatter(
-            own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye"
-        )
-    points = [place for drawn in ax.collections for place in drawn.get_offsets()]
-    if not points:  # logarithmic axes need an extent
+    side = _one_eye(stretch, eye)
+    own = stretch.saccades
+    own = own[(own["eye"] == side) & ~own["blink"] & (own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
+    style = {"s": 8, "alpha": 0.5, "lw": 0, "color": COLORS[side]}
+    ax.scatter(own["amplitude"], own["peak_velocity"], label=f"{side} eye", **style)
+    if not len(own):  # logarithmic axes need an extent
         ax.set(xlim=(0.1, 50), ylim=(5, 1000))
     ax.set(xscale="log", yscale="log")
     ticker = need("matplotlib.ticker", "trkapi.plot")
@@ -344,7 +342,7 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
         axis.set_major_formatter(ticker.StrMethodFormatter("{x:g}"))
         axis.set_minor_formatter(ticker.NullFormatter())
     ax.set(xlabel="amplitude (degrees)", ylabel="peak velocity (degrees per second)")
-    if points:
+    if len(own):
         ax.legend(fontsize=7)
     return ax
 
