@@ -2,14 +2,19 @@
 
 from __future__ import annotations
 
+import operator
 from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any, Union, overload
+
+import numpy as np
 
 from ._stretch import Stretch
 from ._table import Column, Table, html_table
 
 if TYPE_CHECKING:
     from ._recording import Recording
+
+Array = np.ndarray[Any, np.dtype[Any]]
 
 TRIAL_COLUMNS = [
     Column("number", "i8", "", "number of the trial, from 1"),
@@ -64,6 +69,8 @@ class Trial(Stretch):
 class Trials(Sequence[Trial]):
     """The trials of a recording, in order; ``trials[0]`` is trial number 1.
 
+    Slices, lists of places and arrays of truth values choose several: ``trials[trials.table["duration"] > 500]``.
+
     Attributes
     ----------
     table : Table
@@ -82,13 +89,13 @@ class Trials(Sequence[Trial]):
         ...
 
     @overload
-    def __getitem__(self, index: slice) -> Trials:
+    def __getitem__(self, index: Union[slice, Sequence[int], Array]) -> Trials:
         ...
 
-    def __getitem__(self, index: Union[int, slice]) -> Union[Trial, Trials]:
-        if isinstance(index, slice):
+    def __getitem__(self, index: Any) -> Union[Trial, Trials]:
+        if isinstance(index, slice) or np.ndim(index):
             return Trials(self.recording, self.table[index])
-        return Trial(self.recording, self.table[index])
+        return Trial(self.recording, self.table[operator.index(index)])
 
     def to_pandas(self) -> Any:
         """The table as a pandas DataFrame."""
