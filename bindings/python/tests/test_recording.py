@@ -13,6 +13,7 @@ import re
 import shutil
 import signal
 import threading
+from functools import partial
 from pathlib import Path
 from typing import Any, Callable
 
@@ -25,6 +26,7 @@ import trkapi
 from conftest import FIRST, LAST, SAMPLES, TRIALS
 from trkapi import _library as c
 
+NO_SCALES: tuple[Any, ...] = ((0, 0), (-40, 40), (math.nan, 40), (40, math.inf), (40,), (40, 40, 40), 40, "40")
 Write = Callable[[Path], Path]
 FIELD = re.compile("_(left|right)$|_[1-8]$")
 NAMES = [name for name in trkapi.sample_columns() if hasattr(c.FSAMPLE_REC, FIELD.sub("", name))]
@@ -123,6 +125,7 @@ def test_slices(recording: trkapi.Recording) -> None:
     for start, stop in (
         (FIRST + 5000, FIRST + 6000),
         (-3.5, FIRST + 99),
+        (-math.inf, FIRST + 99),
         (None, FIRST + 9999.2),
         (LAST - 9, math.inf),
         (9, 3),
@@ -132,6 +135,7 @@ def test_slices(recording: trkapi.Recording) -> None:
         assert got.tolist() == times[(times >= low) & (times < high)].tolist()
     trials = recording.trials("TRIALID", "TRIAL OK")
     assert [trial.number for trial in trials] == list(range(1, TRIALS + 1)) and len(trials[2:4]) == 2
+    assert [trial.number for trial in trials[trials.table["number"] > 10]] == [11, 12]
     last = trials[-1].samples(block=TRIALS)
     assert last.size == recording.blocks["samples"][-1] and not trials[0].samples(block=TRIALS).size
     assert trials[3].samples(start=trials[3].start + 999)["time"][0] == trials[3].start + 999
@@ -196,20 +200,32 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     ):
         with pytest.raises(error, match=hint):
             recording.trials(*marks)
-    with pytest.raises(ValueError, match="NaN"):
-        recording.samples(start=math.nan)
-    with pytest.raises(ValueError, match="'raise', 'warn', 'salvage'"):
-        trkapi.open(path, on_damage="ignore")
-    with pytest.raises(ValueError, match="millisecond"):
-        recording.chunks(seconds=0)
+    calls: tuple[tuple[Callable[..., Any], dict[str, Any], str], ...] = (
+        *((partial(trkapi.open, path), {"resolution": bad}, "resolution=.* above 0") for bad in NO_SCALES),
+        *((partial(trkapi.quality, recording), {"pixels_per_degree": bad}, "above 0") for bad in NO_SCALES),
+        (partial(trkapi.open, path), {"on_damage": "ignore"}, "'raise', 'warn', 'salvage'"),
+        (recording.samples, {"start": math.nan}, "NaN"),
+        (recording.samples, {"block": "1"}, "by their number"),
+        (recording.samples, {"items": 3}, "one past the last"),
+        (recording.samples, {"columns": 3}, "names of columns"),
+        (recording.samples, {"trial": 3}, r"recording.trials\(...\)\[3\]"),
+        (recording.chunks, {"seconds": 0}, "millisecond"),
+        (trkapi.quality, {"recording": str(path)}, "takes a recording"),
+        (partial(trkapi.quality, recording), {"trials": "TRIALID"}, "recording.trials"),
+        (trkapi.plot.scanpath, {"stretch": str(path)}, "trkapi.open"),
+        (partial(trkapi.plot.heatmap, recording), {"screen": 3}, "width and height"),
+    )
+    for function, arguments, hint in calls:
+        with pytest.raises((TypeError, ValueError), match=hint):
+            function(**arguments)
     recording.close()
     recording.close()
     with pytest.raises(ValueError, match="s07.trk is closed"):
         block.samples()
-    arguments = {"block": (1,)}
+    positional = {"block": (1,)}
     for name in kept:
         with pytest.raises(ValueError, match="is closed"):
-            getattr(recording, name)(*arguments.get(name, ())) if name in methods else getattr(recording, name)
+            getattr(recording, name)(*positional.get(name, ())) if name in methods else getattr(recording, name)
     for call in (recording.__enter__, lambda: pickle.dumps(recording), lambda: block.fixations, block.chunks):
         with pytest.raises(ValueError, match="is closed"):
             call()

@@ -115,6 +115,8 @@ def select(
     names: Optional[ColumnNames], velocities: bool = False, dtypes: Optional[Mapping[str, Any]] = None
 ) -> list[SampleColumn]:
     """The columns that names, groups and patterns mean, each once, in the order in which they were named."""
+    if not isinstance(names, (str, Iterable, type(None))):
+        raise TypeError(f"columns={names!r}: names of columns, groups or patterns")
     asked = [names] if isinstance(names, str) else list(DEFAULT if names is None else names)
     if velocities:
         asked.append(DEFAULT_VELOCITIES)

@@ -8,7 +8,7 @@ from typing import Any, Iterable, Iterator, Mapping, Optional, Sequence
 
 import numpy as np
 
-from ._recording import Recording
+from ._recording import Recording, checked_scale
 from ._stretch import Stretch
 from ._table import Column, Table
 from ._trials import Trials
@@ -343,17 +343,20 @@ def quality(
     >>> table["eye"].tolist(), bool((table["data_loss"] < 0.2).all()), table.units["rms_window"]
     (['left', 'right'], True, 'degrees')
     """
+    if not isinstance(recording, Recording):
+        raise TypeError(f"quality() takes a recording, as trkapi.open gives it, not {recording!r}")
     if by not in ("trial", "block", "recording"):
         raise ValueError(f"by={by!r}: choose 'trial', 'block' or 'recording'")
-    if not window_ms > 0:
-        raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms")
+    if not 0 < window_ms < math.inf:
+        raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms, and ends")
+    scale = checked_scale("pixels_per_degree", pixels_per_degree)
     if trials is not None:
         recording._check_own(trials, "trials")
     wanted = _targets(targets)
     rows = []
     for trial, block, stretch, start, end in _stretches(recording, by, trials):
         for eye in recording.eyes:
-            row = _row(stretch, eye, (start, end), block, window_ms, pixels_per_degree, wanted)
+            row = _row(stretch, eye, (start, end), block, window_ms, scale, wanted)
             rows.append({"trial": trial, "block": block, **row})
     return Table.of(
         {column.name: [row[column.name] for row in rows] for column in QUALITY_COLUMNS}, QUALITY_COLUMNS

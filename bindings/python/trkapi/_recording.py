@@ -52,6 +52,10 @@ class Options:
     keep_times: bool = True
     temporary_folder: Optional[str] = None
 
+    def __post_init__(self) -> None:
+        _ = self.flags  # raises for a word that is none of the choices
+        object.__setattr__(self, "resolution", checked_scale("resolution", self.resolution))
+
     @property
     def flags(self) -> int:
         """The TRK_OPEN flags."""
@@ -82,9 +86,22 @@ class Lazy(Generic[T]):
 
 
 def _one_of(choices: Mapping[str, int], name: str, value: str) -> int:
-    if value not in choices:
+    if not isinstance(value, str) or value not in choices:
         raise ValueError(f"{name}={value!r}: choose one of {', '.join(map(repr, choices))}")
     return choices[value]
+
+
+def checked_scale(name: str, value: Any) -> Optional[tuple[float, float]]:
+    """A resolution, horizontal and vertical; raises for what is none."""
+    if value is None:
+        return None
+    try:
+        across, down = (float(number) for number in value)
+    except (TypeError, ValueError):
+        across = down = math.nan
+    if not (0 < across < math.inf and 0 < down < math.inf):
+        raise ValueError(f"{name}={value!r}: pixels per degree are two numbers above 0, horizontal and vertical")
+    return across, down
 
 
 def _whole_ms(time: Optional[float], otherwise: int) -> int:
@@ -93,7 +110,7 @@ def _whole_ms(time: Optional[float], otherwise: int) -> int:
         return otherwise
     if math.isnan(time):
         raise ValueError("a time is NaN")
-    return _LAST_TIME + 1 if time > _LAST_TIME else max(math.ceil(time), 0)
+    return math.ceil(min(max(time, 0), _LAST_TIME + 1))
 
 
 def _trial_mark(name: str, mark: TrialMark) -> Union[str, int, None]:
@@ -128,8 +145,7 @@ def check_times(*times: Optional[float]) -> None:
 def check_keywords(keywords: Mapping[str, Any]) -> None:
     """Raise for keywords with which :func:`open` opens nothing."""
     inspect.signature(open).bind("", **keywords)
-    options = Options(**keywords)
-    _ = options.flags, c.CONFIG(*(options.resolution or ()))
+    Options(**keywords)
 
 
 BLOCK_COLUMNS = [
@@ -165,14 +181,13 @@ class Recording(Stretch):
     """
 
     def __init__(self, path: StrPath, options: Options = Options()) -> None:
-        flags = options.flags
         self.path = os.fsdecode(path)
         self.options = options
         self._name = os.path.basename(self.path)
         # Two that are opened alike have the same items, so that a trial fits both.
         self._identity = os.path.abspath(self.path), options
         try:
-            self._session = Session(self.path, flags, options.resolution, options.temporary_folder)
+            self._session = Session(self.path, options.flags, options.resolution, options.temporary_folder)
         except DamagedRecording as error:
             self._refuse(error)
         self._damages = self._session.damages()
@@ -249,7 +264,10 @@ class Recording(Stretch):
         return self
 
     def _check_own(self, parts: Any, name: str) -> None:
-        """Raise for trials of another recording, whose items stand for something else here."""
+        """Raise for what are no trials, or those of another recording, whose items mean something else here."""
+        if not isinstance(parts, Trials if name == "trials" else Stretch):
+            given = "recording.trials(...)" if name == "trials" else "recording.trials(...)[3]"
+            raise TypeError(f"{name}={parts!r}: give it what {given} gives")
         other = parts.recording
         if other is not self and other._identity != self._identity:
             raise ValueError(f"{name}= is of {other.path}, or of one opened otherwise, not of {self.path}")
@@ -496,6 +514,8 @@ class Recording(Stretch):
         return places[0] if first > 0 else 0, places[1]
 
     def _items_of_block(self, number: int) -> tuple[int, int]:
+        if not hasattr(number, "__index__"):
+            raise TypeError(f"block={number!r}: recording blocks are called by their number, from 1")
         if not 1 <= number <= len(self._blocks):
             raise IndexError(
                 f"{self._name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}"
