@@ -696,7 +696,8 @@ def open(  # noqa: A001 - as for other files
     check : {"check", "fill", "none"}
         "check" drops samples outside of recording blocks and moves eye events onto the nearest block; "fill" also
         fills gaps with samples that are marked as "dummy", joins blinks within one saccade, and blanks gaze inside
-        of blinks; "none" repairs nothing.
+        of blinks; "none" repairs nothing. The program ``trk`` says "basic", "full" and "none", and takes "full"
+        by default: numbers of items, and gaze in blinks, are the same with "fill".
     resolution : (float, float), optional
         Pixels per degree, horizontal and vertical, for all velocities in place of each sample's own.
     message_offsets : bool
