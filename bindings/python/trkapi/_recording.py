@@ -205,13 +205,16 @@ class Recording(Stretch):
             raise error from None
         lost = [damage for damage in other.damages() if not damage.is_repair]
         other.close()
-        raise damaged(self._advice(lost), self.path, error.offset, lost) from None
+        raise self._damaged(lost, error.offset) from None
 
-    def _advice(self, lost: Sequence[Damage]) -> str:
-        return (
+    def _damaged(self, lost: Sequence[Damage], offset: Optional[int]) -> DamagedRecording:
+        """The error, with the offset of its first damage, or else that at which opening ended."""
+        advice = (
             f'{self._told(lost)}. Open it with on_damage="salvage" for all that can be saved, '
-            'or with on_damage="warn" for what can be read as it stands'
+            'or with on_damage="warn" for what can be read as it stands, wrong times included'
         )
+        offset = lost[0].offset if lost and lost[0].offset >= 0 else offset
+        return damaged(advice, self.path, offset, lost)
 
     def _told(self, lost: Sequence[Damage]) -> str:
         first = lost[0].text if lost else "it breaks off"
@@ -223,11 +226,11 @@ class Recording(Stretch):
         if not damages or self.options.on_damage == "salvage":
             return
         if self.options.on_damage == "warn":
-            warnings.warn(self._told(damages), DamageWarning, stacklevel=4)
+            advice = 'Times and values in it may be wrong: on_damage="salvage" leaves those out'
+            warnings.warn(f"{self._told(damages)}. {advice}", DamageWarning, stacklevel=4)
             return
         self.close()
-        offset = damages[0].offset
-        raise damaged(self._advice(damages), self.path, offset if offset >= 0 else None, damages)
+        raise self._damaged(damages, None)
 
     # ---- Life ----
 
@@ -691,8 +694,9 @@ def open(  # noqa: A001 - as for other files
     path : str or path-like
     on_damage : {"raise", "warn", "salvage"}
         What to do with a damaged recording: raise DamagedRecording; warn with DamageWarning and give what can be
-        read as it stands; or leave the damaged stretches out and read on behind them. With the last two
-        ``recording.damages`` says what is wrong.
+        read as it stands, times and values that the damage made included, so that a duration of days can come of
+        one wrong time; or leave the damaged stretches out and read on behind them, with times that the sound part
+        confirms. With the last two ``recording.damages`` says what is wrong. To analyse, salvage.
     check : {"check", "fill", "none"}
         "check" drops samples outside of recording blocks and moves eye events onto the nearest block; "fill" also
         fills gaps with samples that are marked as "dummy", joins blinks within one saccade, and blanks gaze inside
