@@ -151,7 +151,8 @@ def test_slices(recording: trkapi.Recording) -> None:
     assert pairs and all(end == min(time for time in zero if time > start) for start, end in pairs)
     for seconds in (0.137, 60, math.inf):
         chunks = list(recording.chunks("time", seconds=seconds))
-        assert np.array_equal(np.concatenate(chunks)["time"], times)
+        joined = np.concatenate(chunks)
+        assert np.array_equal(joined["time"], times) and joined.units == chunks[0].units == {"time": "ms"}
         assert max(np.ptp(chunk["time"]) for chunk in chunks) < seconds * 1000
     assert next(recording.chunks(seconds=0.001)).size == 1
 

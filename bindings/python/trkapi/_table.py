@@ -67,6 +67,7 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
     """
 
     columns: Mapping[str, Column]
+    __array_priority__ = 1.0  # what NumPy makes of tables and arrays is a table
 
     def __new__(cls, array: np.ndarray[Any, Any], columns: Mapping[str, Column]) -> Table:
         table = np.asarray(array).view(cls)
@@ -97,6 +98,13 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
         value = super().__getitem__(key)
         plain = isinstance(value, Table) and value.dtype.names is None
         return value.view(np.ndarray) if plain else value
+
+    def __array_function__(self, function: Any, types: Any, arguments: Any, keywords: Any) -> Any:
+        """NumPy's functions; what np.concatenate makes of tables has columns, too."""
+        result = super().__array_function__(function, types, arguments, keywords)
+        if isinstance(result, Table) and not result.columns:
+            result.columns = self.columns
+        return result
 
     def __reduce__(self) -> Any:
         rebuild, arguments, state = super().__reduce__()  # type: ignore[misc]
