@@ -136,6 +136,9 @@ def test_slices(recording: trkapi.Recording) -> None:
     trials = recording.trials("TRIALID", "TRIAL OK")
     assert [trial.number for trial in trials] == list(range(1, TRIALS + 1)) and len(trials[2:4]) == 2
     assert [trial.number for trial in trials[trials.table["number"] > 10]] == [11, 12]
+    for some in (trials, recording.trials("TRIALID")):
+        assert [trial.end - trial.start for trial in some] == some.table["duration"].tolist()
+        assert [trial.own_end for trial in some] == [True] * (TRIALS - 1) + [some is trials]
     last = trials[-1].samples(block=TRIALS)
     assert last.size == recording.blocks["samples"][-1] and not trials[0].samples(block=TRIALS).size
     assert trials[3].samples(start=trials[3].start + 999)["time"][0] == trials[3].start + 999

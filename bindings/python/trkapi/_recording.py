@@ -488,10 +488,10 @@ class Recording(Stretch):
         library.trk_get_trial_header(handle, ctypes.byref(header))
         library.trk_get_trial_range(handle, number, ctypes.byref(first), ctypes.byref(end))
         block = header.recording.contents if header.recording else c.FRECORDING()
-        ended = header.duration > 0 or header.end_time <= header.start_time
-        duration = float(header.duration) if ended else math.nan
+        own_end = header.duration > 0 or header.end_time <= header.start_time
+        duration = max(header.end_time - header.start_time, 0)
         table[number] = (
-            *(number + 1, header.start_time, header.end_time, duration, first.value, end.value),
+            *(number + 1, header.start_time, header.end_time, duration, own_end, first.value, end.value),
             *(_EYES.get(block.eye, "none"), block.sample_rate, ""),
         )
 

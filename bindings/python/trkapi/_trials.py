@@ -20,7 +20,8 @@ TRIAL_COLUMNS = [
     Column("number", "i8", "", "number of the trial, from 1"),
     Column("start", "i8", "ms", "time of the item that starts it"),
     Column("end", "i8", "ms", "time of the item that ends it"),
-    Column("duration", "f8", "ms", "end - start", "NaN for a trial that ended with its recording block only"),
+    Column("duration", "i8", "ms", "end - start"),
+    Column("own_end", "?", "", "whether a message or input ended it, and not its recording block"),
     Column("first_item", "i8", "", "the item that starts it, from 0"),
     Column("end_item", "i8", "", "one past its last item"),
     Column("eyes", "U5", "", "eyes of its recording block: left, right, both, none"),
@@ -36,8 +37,10 @@ class Trial(Stretch):
     ----------
     number : int
         Counted from 1, as tables have it: ``trials[0].number == 1``.
-    start, end : int
-        ms of the tracker's clock.
+    start, end, duration : int
+        ms of the tracker's clock, and from start to end.
+    own_end : bool
+        Whether a message or input ended it; else its recording block did.
     text : str
         The message that started it; empty when something else did.
     """
@@ -45,6 +48,7 @@ class Trial(Stretch):
     def __init__(self, recording: Recording, row: Any) -> None:
         super().__init__(recording, int(row["first_item"]), int(row["end_item"]))
         self.number, self.start, self.end = int(row["number"]), int(row["start"]), int(row["end"])
+        self.duration, self.own_end = int(row["duration"]), bool(row["own_end"])
         self.text = str(row["text"])
 
     def __eq__(self, other: object) -> bool:
@@ -55,11 +59,6 @@ class Trial(Stretch):
 
     def __hash__(self) -> int:
         return hash((self.number, self.first_item, self._home._identity[0]))
-
-    @property
-    def duration(self) -> int:
-        """ms from start to end."""
-        return self.end - self.start
 
     def __repr__(self) -> str:
         text = f" {self.text!r}" if self.text else ""
@@ -74,7 +73,7 @@ class Trials(Sequence[Trial]):
     Attributes
     ----------
     table : Table
-        number, start, end, duration (ms), first_item, end_item, eyes, sample_rate, text; one row each.
+        number, start, end, duration (ms), own_end, first_item, end_item, eyes, sample_rate, text; one row each.
     """
 
     def __init__(self, recording: Recording, table: Table) -> None:
