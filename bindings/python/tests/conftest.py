@@ -25,10 +25,9 @@ import trkapi  # noqa: E402 - finds its library by the environment
 FIRST, LAST, SAMPLES, LOST, TRIALS = 250100, 369331, 112404, 3486, 12
 
 
-def write_recording(path: Path, compressed: bool = False) -> Path:
+def write_recording(path: Path, *options: str) -> Path:
     """Write a binocular recording of two minutes; the one place where test recordings come from."""
-    command = [str(BUILD / "tools" / "trk"), "synth", str(path)]
-    subprocess.run(command + ["--compressed"] * compressed, check=True)
+    subprocess.run([BUILD / "tools" / "trk", "synth", path, *options], check=True)
     return path
 
 

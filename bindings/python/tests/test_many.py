@@ -52,7 +52,7 @@ def test_a_bad_recording_is_a_row_in_the_errors(paths: list[Path]) -> None:
         *({"what": "events", "dtypes": {"time": "f8"}}, {"what": "inputs", "trials": ("TRIALID", None)}),
         *({"what": "trials", "trials": ("TRIALID", 0)}, {"what": "trials", "trials": (None, "TRIAL OK")}),
     ]
-    hints = "choose one of|did you mean|there are item|unexpected|NaN|too many|take no|by a text|need a start"
+    hints = "choose one of|did you mean|there are item|unexpected|NaN|above 0|take no|by a text|need a start"
     for wrong in mistakes:
         with pytest.raises((TypeError, ValueError), match=hints):
             trkapi.read_many(paths, workers=1, **wrong)

@@ -3,13 +3,16 @@
 from __future__ import annotations
 
 import math
+from dataclasses import replace
+from pathlib import Path
 from typing import Any
 
 import numpy as np
 import pytest
 
 import trkapi
-from conftest import LOST, SAMPLES, TRIALS
+from conftest import LOST, SAMPLES, TRIALS, write_recording
+from trkapi import _quality
 
 
 def defined(x: Any, y: Any) -> tuple[float, float, float]:
@@ -50,6 +53,19 @@ def test_figures_are_as_defined(recording: trkapi.Recording) -> None:
     assert gap > 0 and row["data_loss"] == pytest.approx((lost.sum() + gap) / expected)
     assert row["loss_in_blinks"] == pytest.approx((lost & in_blinks(time, block)).sum() / expected)
     assert row["effective_frequency"] == pytest.approx(1000 * np.isfinite(x).sum() / expected)
+
+
+@pytest.mark.parametrize("rate", (250, 500, 1000, 2000))
+def test_windows_hold_no_lost_sample(rate: int, tmp_path: Path) -> None:
+    path = write_recording(tmp_path / "a.trk", "--minutes=0.5", "--blocks=1", "--dropout=20", f"--rate={rate}")
+    (part,) = _quality._parts(trkapi.open(path), "left", None)
+    names = ("time", "x", "y", "res_x", "res_y")
+    part = replace(part, **{name: np.delete(getattr(part, name), [300, 777]) for name in names})
+    first, end = part.windows(20)
+    assert set(end - first) == {rate / 50}
+    spans = part.time[rate // 50 - 1 :] - part.time[: len(part.time) - rate // 50 + 1]
+    lost = [np.isnan(part.x[n : n + rate // 50]).any() for n in range(len(spans))]
+    assert first.tolist() == np.flatnonzero((spans == 20 - 1000 / rate) & ~np.array(lost)).tolist()
 
 
 def test_rows_losses_and_targets(recording: trkapi.Recording) -> None:

@@ -13,6 +13,7 @@ import re
 import shutil
 import signal
 import threading
+from functools import partial
 from pathlib import Path
 from typing import Any, Callable
 
@@ -25,6 +26,7 @@ import trkapi
 from conftest import FIRST, LAST, SAMPLES, TRIALS
 from trkapi import _library as c
 
+NO_SCALES: tuple[Any, ...] = ((0, 0), (-40, 40), (math.nan, 40), (40, math.inf), (40,), (40, 40, 40), 40, "40")
 Write = Callable[[Path], Path]
 FIELD = re.compile("_(left|right)$|_[1-8]$")
 NAMES = [name for name in trkapi.sample_columns() if hasattr(c.FSAMPLE_REC, FIELD.sub("", name))]
@@ -104,6 +106,12 @@ def test_events_read_as_the_walk(walked: Any) -> None:
     assert np.all(np.sign(saccades["direction"][~level]) == np.sign(up[~level]))
     leftwards = saccades["end_x"] < saccades["start_x"]
     assert level.any() and np.all(saccades["direction"][level] == np.where(leftwards[level], 180, 0))
+    for eye in ("left", "right"):  # a blink lies inside of the saccade that is written around it
+        kinds, own = table["kind"][table["eye"] == eye], saccades[saccades["eye"] == eye]
+        around = kinds[:-1][kinds[1:] == "saccade_end"] == "blink_end"
+        assert np.array_equal(own["blink"], around) and around.any()
+    behind = saccades[saccades["blink"]][0]["end"]  # where the blink is over
+    assert recording.between(behind).saccades["blink"][0]
     texts = recording.messages["text"]
     assert texts[0] == "TRIALID 1" and recording.inputs["value"][0] == 1 and len(recording.buttons) == 24
     assert np.array_equal(np.isfinite(table["start_pupil_size"]), table["kind"] == "fixation_end")
@@ -117,6 +125,7 @@ def test_slices(recording: trkapi.Recording) -> None:
     for start, stop in (
         (FIRST + 5000, FIRST + 6000),
         (-3.5, FIRST + 99),
+        (-math.inf, FIRST + 99),
         (None, FIRST + 9999.2),
         (LAST - 9, math.inf),
         (9, 3),
@@ -126,6 +135,10 @@ def test_slices(recording: trkapi.Recording) -> None:
         assert got.tolist() == times[(times >= low) & (times < high)].tolist()
     trials = recording.trials("TRIALID", "TRIAL OK")
     assert [trial.number for trial in trials] == list(range(1, TRIALS + 1)) and len(trials[2:4]) == 2
+    assert [trial.number for trial in trials[trials.table["number"] > 10]] == [11, 12]
+    for some in (trials, recording.trials("TRIALID")):
+        assert [trial.end - trial.start for trial in some] == some.table["duration"].tolist()
+        assert [trial.own_end for trial in some] == [True] * (TRIALS - 1) + [some is trials]
     last = trials[-1].samples(block=TRIALS)
     assert last.size == recording.blocks["samples"][-1] and not trials[0].samples(block=TRIALS).size
     assert trials[3].samples(start=trials[3].start + 999)["time"][0] == trials[3].start + 999
@@ -141,7 +154,8 @@ def test_slices(recording: trkapi.Recording) -> None:
     assert pairs and all(end == min(time for time in zero if time > start) for start, end in pairs)
     for seconds in (0.137, 60, math.inf):
         chunks = list(recording.chunks("time", seconds=seconds))
-        assert np.array_equal(np.concatenate(chunks)["time"], times)
+        joined = np.concatenate(chunks)
+        assert np.array_equal(joined["time"], times) and joined.units == chunks[0].units == {"time": "ms"}
         assert max(np.ptp(chunk["time"]) for chunk in chunks) < seconds * 1000
     assert next(recording.chunks(seconds=0.001)).size == 1
 
@@ -190,20 +204,32 @@ def test_what_users_do_wrong(path: Path, tmp_path: Path, capfd: Any) -> None:
     ):
         with pytest.raises(error, match=hint):
             recording.trials(*marks)
-    with pytest.raises(ValueError, match="NaN"):
-        recording.samples(start=math.nan)
-    with pytest.raises(ValueError, match="'raise', 'warn', 'salvage'"):
-        trkapi.open(path, on_damage="ignore")
-    with pytest.raises(ValueError, match="millisecond"):
-        recording.chunks(seconds=0)
+    calls: tuple[tuple[Callable[..., Any], dict[str, Any], str], ...] = (
+        *((partial(trkapi.open, path), {"resolution": bad}, "resolution=.* above 0") for bad in NO_SCALES),
+        *((partial(trkapi.quality, recording), {"pixels_per_degree": bad}, "above 0") for bad in NO_SCALES),
+        (partial(trkapi.open, path), {"on_damage": "ignore"}, "'raise', 'warn', 'salvage'"),
+        (recording.samples, {"start": math.nan}, "NaN"),
+        (recording.samples, {"block": "1"}, "by their number"),
+        (recording.samples, {"items": 3}, "one past the last"),
+        (recording.samples, {"columns": 3}, "names of columns"),
+        (recording.samples, {"trial": 3}, r"recording.trials\(...\)\[3\]"),
+        (recording.chunks, {"seconds": 0}, "millisecond"),
+        (trkapi.quality, {"recording": str(path)}, "takes a recording"),
+        (partial(trkapi.quality, recording), {"trials": "TRIALID"}, "recording.trials"),
+        (trkapi.plot.scanpath, {"stretch": str(path)}, "trkapi.open"),
+        (partial(trkapi.plot.heatmap, recording), {"screen": 3}, "width and height"),
+    )
+    for function, arguments, hint in calls:
+        with pytest.raises((TypeError, ValueError), match=hint):
+            function(**arguments)
     recording.close()
     recording.close()
     with pytest.raises(ValueError, match="s07.trk is closed"):
         block.samples()
-    arguments = {"block": (1,)}
+    positional = {"block": (1,)}
     for name in kept:
         with pytest.raises(ValueError, match="is closed"):
-            getattr(recording, name)(*arguments.get(name, ())) if name in methods else getattr(recording, name)
+            getattr(recording, name)(*positional.get(name, ())) if name in methods else getattr(recording, name)
     for call in (recording.__enter__, lambda: pickle.dumps(recording), lambda: block.fixations, block.chunks):
         with pytest.raises(ValueError, match="is closed"):
             call()
@@ -279,7 +305,7 @@ def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
         trkapi.open(broken)
     assert error.value.offset and error.value.damages[0].kind in trkapi.DamageKind and error.value.code == 3
     assert pickle.loads(pickle.dumps(error.value)).damages == error.value.damages
-    with pytest.warns(trkapi.DamageWarning, match="broken.trk is damaged"):
+    with pytest.warns(trkapi.DamageWarning, match="broken.trk is damaged: .*may be wrong"):
         warned = trkapi.open(broken, on_damage="warn")
     salvaged = trkapi.open(broken, on_damage="salvage")
     assert 0 < warned.sample_count <= salvaged.sample_count < SAMPLES and salvaged.sample_count > SAMPLES - 100
@@ -290,8 +316,9 @@ def test_damage(path: Path, damage: Write, tmp_path: Path, caplog: Any) -> None:
     cut.write_bytes(path.read_bytes()[:700000])
     caplog.set_level(logging.INFO, "trkapi")
     assert trkapi.open(cut, on_damage="salvage").sample_count > 9000
-    with pytest.raises(trkapi.DamagedRecording):
+    with pytest.raises(trkapi.DamagedRecording) as error:
         trkapi.open(cut)
+    assert error.value.offset == error.value.damages[0].offset > 690000
     assert any("cut.trk" in record.getMessage() for record in caplog.records)
 
 

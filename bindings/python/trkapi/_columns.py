@@ -90,13 +90,11 @@ def sample_columns() -> Mapping[str, SampleColumn]:
     >>> trkapi.sample_columns()["gaze_vel_x_left"].unit
     'degrees per second'
     """
-    columns = {}
+    columns: dict[str, SampleColumn] = {}
     record = c.TRK_COLUMN_DESCRIPTION()
-    number = 1
-    while c.library().trk_describe_column(number, ctypes.byref(record)) == 0:
+    while c.library().trk_describe_column(len(columns) + 1, ctypes.byref(record)) == 0:
         column = _column(record)
         columns[column.name] = column
-        number += 1
     return columns
 
 
@@ -117,6 +115,8 @@ def select(
     names: Optional[ColumnNames], velocities: bool = False, dtypes: Optional[Mapping[str, Any]] = None
 ) -> list[SampleColumn]:
     """The columns that names, groups and patterns mean, each once, in the order in which they were named."""
+    if not isinstance(names, (str, Iterable, type(None))):
+        raise TypeError(f"columns={names!r}: names of columns, groups or patterns")
     asked = [names] if isinstance(names, str) else list(DEFAULT if names is None else names)
     if velocities:
         asked.append(DEFAULT_VELOCITIES)

@@ -2,8 +2,7 @@
 
 from __future__ import annotations
 
-import ctypes
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Any, Mapping, Optional, Sequence
 
 import numpy as np
@@ -101,13 +100,13 @@ EVENTS = [
     _TEXT,
 ]
 
-# Name, the column of EVENTS, unit and meaning where they differ from that one's.
 _EYE_EVENT = [_ITEM, _EYE, _START, _END, _DURATION]
 
 
 def _part(name: str, source: str) -> tuple[Column, str]:
+    """A column of EVENTS by another name."""
     column = next(column for column in EVENTS if column.name == source)
-    return Column(name, column.dtype, column.unit, column.description, column.missing), source
+    return replace(column, name=name), source
 
 
 _FIXATION = [
@@ -127,7 +126,9 @@ _SACCADE = [
 ]
 _AMPLITUDE = Column("amplitude", "f4", "degrees", "distance from start to end", "NaN without positions or scale")
 _DIRECTION = Column("direction", "f4", "degrees", "0 to the right, 90 up, -90 down", "NaN without positions")
+_BLINK = Column("blink", "?", "", "whether a blink of the same eye overlaps: then the lid moved, not the eye")
 _WORDS = [_part("word1", "word1"), _part("word2", "word2")]
+_WORD_FIELDS = {"status": "status_word", "word1": "aux_word1", "word2": "aux_word2"}
 
 
 def time_of(records: Array) -> Array:
@@ -158,21 +159,18 @@ def _value(name: str, records: Array, items: Array) -> Array:
     if name == "eye":
         is_eye_event = np.isin(records["type"], _EYE_EVENTS)
         return np.where(is_eye_event, np.where(records["eye"] == 0, "left", "right"), "")
+    if name in _RULES:
+        return _quantity(records, name)
+    if name in _WORD_FIELDS:
+        words: Array = records[_WORD_FIELDS[name]]
+        return words
     start, end = records["start_time"].astype("f8"), records["end_time"].astype("f8")
     has_end = end != 0
     # An end whose start was never recorded can come with a start time past its end.
     start[has_end & (start > end)] = np.nan
     end[~has_end] = np.nan
-    if name == "start":
-        return start
-    if name == "end":
-        return end
-    if name == "duration":
-        return np.subtract(end, start)
-    if name in _RULES:
-        return _quantity(records, name)
-    words: Array = records[{"status": "status_word", "word1": "aux_word1", "word2": "aux_word2"}[name]]
-    return words
+    times: dict[str, Array] = {"start": start, "end": end, "duration": end - start}
+    return times[name]
 
 
 def decode(text: bytes) -> str:
@@ -215,13 +213,12 @@ CODE_OF = {
 }
 
 
-def table_of(what: str, records: Array, items: Array, texts: Array, scale: Optional[Scale] = None) -> Table:
+def table_of(what: str, records: Array, items: Array, texts: Array) -> Table:
     """The table `what`: a key of COLUMNS_OF."""
     if what in CODE_OF:
         chosen = records["type"] == CODE_OF[what]
         records, items, texts = records[chosen], items[chosen], texts[chosen]
-    made = table(records, items, texts, COLUMNS_OF[what])
-    return _with_amplitude(made, records, scale) if what == "saccades" else made
+    return table(records, items, texts, COLUMNS_OF[what])
 
 
 @dataclass(frozen=True)
@@ -232,7 +229,9 @@ class Scale:
     y: float
 
 
-def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> Table:
+def with_measures(saccades: Table, records: Array, scale: Optional[Scale], blinks: Table) -> Table:
+    """Saccades with what their records do not say: amplitude, direction, and whether a blink overlaps."""
+    records = records[records["type"] == c.REC_ESACC]
     across = saccades["end_x"] - saccades["start_x"]
     down = saccades["end_y"] - saccades["start_y"]
     pixels_x = _resolution(records, "x", np.nan if scale is None else scale.x)
@@ -240,7 +239,23 @@ def _with_amplitude(saccades: Table, records: Array, scale: Optional[Scale]) -> 
     values = {name: saccades[name] for name in saccades.dtype.names or ()}
     values["amplitude"] = np.hypot(across / pixels_x, down / pixels_y)
     values["direction"] = np.degrees(np.arctan2(0 - down, across))  # -0.0 would make left -180
+    values["blink"] = _overlapping(saccades, blinks)
     return Table.of(values, columns_of("saccades"))
+
+
+def _overlapping(events: Table, others: Table) -> Array:
+    """Whether one of the others of the same eye overlaps; one without a start counts by its end."""
+    overlaps = np.zeros(len(events), bool)
+    for eye in ("left", "right"):
+        own, theirs = events["eye"] == eye, others["eye"] == eye
+        start, end = _extent(events[own])
+        starts, ends = (np.sort(times) for times in _extent(others[theirs]))
+        overlaps[own] = np.searchsorted(starts, end, "right") > np.searchsorted(ends, start, "left")
+    return overlaps
+
+
+def _extent(events: Table) -> tuple[Array, Array]:
+    return np.where(np.isnan(events["start"]), events["end"], events["start"]), events["end"]
 
 
 def _resolution(records: Array, axis: str, otherwise: float) -> Array:
@@ -263,10 +278,7 @@ def texts_of(buffer: Array, offsets: Array) -> Array:
     return texts
 
 
-assert RECORD.itemsize == ctypes.sizeof(c.FEVENT)
-
-
 def columns_of(what: str) -> list[Column]:
     """The columns of the table `what`."""
     columns = [column for column, _ in COLUMNS_OF[what]]
-    return [*columns, _AMPLITUDE, _DIRECTION] if what == "saccades" else columns
+    return [*columns, _AMPLITUDE, _DIRECTION, _BLINK] if what == "saccades" else columns

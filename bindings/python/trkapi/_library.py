@@ -13,7 +13,6 @@ from ctypes import (
     POINTER,
     c_char,
     c_char_p,
-    c_double,
     c_float,
     c_int,
     c_int16,

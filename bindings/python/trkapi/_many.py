@@ -8,7 +8,7 @@ import os
 from concurrent.futures import Future, ProcessPoolExecutor
 from concurrent.futures.process import BrokenProcessPool
 from dataclasses import asdict, dataclass, fields
-from typing import TYPE_CHECKING, Any, Callable, Iterable, Mapping, NamedTuple, Optional, Sequence, Union
+from typing import TYPE_CHECKING, Any, Callable, Iterable, Mapping, NamedTuple, Optional, Sequence
 
 import numpy as np
 
@@ -212,6 +212,8 @@ def _alone(read: Read, path: str) -> Any:
 
 def each(read: Read, paths: Sequence[str], workers: Optional[int]) -> list[Any]:
     """What `read` gives for each path, in several processes, or the Failure."""
+    if workers is not None and workers < 1:
+        raise ValueError(f"workers={workers}: at least one process")
     count = min(len(paths), workers or os.cpu_count() or 1)
     if count <= 1:
         return [_attempt(read, path) for path in paths]

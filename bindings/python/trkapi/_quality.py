@@ -8,7 +8,7 @@ from typing import Any, Iterable, Iterator, Mapping, Optional, Sequence
 
 import numpy as np
 
-from ._recording import Recording
+from ._recording import Recording, checked_scale
 from ._stretch import Stretch
 from ._table import Column, Table
 from ._trials import Trials
@@ -71,6 +71,8 @@ class _Part:
 
     def __post_init__(self) -> None:
         self.valid = np.isfinite(self.x) & np.isfinite(self.y)
+        # Whether the next sample follows at once; times come in whole or half ms.
+        self.goes_on = np.append(np.diff(self.time) * self.rate < 1500.0, False)[: len(self.time)]
 
     def events(self, what: str) -> Table:
         """The "fixations" or "blinks" of this eye whose start is known."""
@@ -96,8 +98,7 @@ class _Part:
         length = max(round(ms * self.rate / 1000.0), 2)
         first = np.arange(max(len(self.time) - length + 1, 0))
         whole = _over(self.valid, first, first + length) == length
-        span = self.time[length - 1 :][: len(first)] - self.time[: len(first)]
-        whole &= np.abs(span - (length - 1) * 1000.0 / self.rate) < 500.0 / self.rate + 0.5
+        whole &= _over(self.goes_on, first, first + length - 1) == length - 1
         return first[whole], first[whole] + length
 
 
@@ -115,10 +116,7 @@ def _precision(part: _Part, first: Array, end: Array) -> dict[str, Array]:
     """
     valid, count = part.valid, _over(part.valid, first, end)
     centred, pixels, squared_steps = {}, {}, {}
-    followed = np.zeros(len(valid), bool)
-    if len(valid):
-        steady = np.diff(part.time) < 1500.0 / part.rate
-        followed[:-1] = valid[1:] & valid[:-1] & steady
+    followed = part.goes_on & valid & np.append(valid[1:], False)[: len(valid)]
     for axis, place, scale in (("x", part.x, part.res_x), ("y", part.y, part.res_y)):
         middle = np.median(place[valid]) if valid.any() else 0.0
         centred[axis] = np.where(valid, place.astype("f8") - middle, 0.0)
@@ -343,17 +341,20 @@ def quality(
     >>> table["eye"].tolist(), bool((table["data_loss"] < 0.2).all()), table.units["rms_window"]
     (['left', 'right'], True, 'degrees')
     """
+    if not isinstance(recording, Recording):
+        raise TypeError(f"quality() takes a recording, as trkapi.open gives it, not {recording!r}")
     if by not in ("trial", "block", "recording"):
         raise ValueError(f"by={by!r}: choose 'trial', 'block' or 'recording'")
-    if not window_ms > 0:
-        raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms")
+    if not 0 < window_ms < math.inf:
+        raise ValueError(f"window_ms={window_ms}: a window is longer than 0 ms, and ends")
+    scale = checked_scale("pixels_per_degree", pixels_per_degree)
     if trials is not None:
         recording._check_own(trials, "trials")
     wanted = _targets(targets)
     rows = []
     for trial, block, stretch, start, end in _stretches(recording, by, trials):
         for eye in recording.eyes:
-            row = _row(stretch, eye, (start, end), block, window_ms, pixels_per_degree, wanted)
+            row = _row(stretch, eye, (start, end), block, window_ms, scale, wanted)
             rows.append({"trial": trial, "block": block, **row})
     return Table.of(
         {column.name: [row[column.name] for row in rows] for column in QUALITY_COLUMNS}, QUALITY_COLUMNS

@@ -52,6 +52,10 @@ class Options:
     keep_times: bool = True
     temporary_folder: Optional[str] = None
 
+    def __post_init__(self) -> None:
+        _ = self.flags  # raises for a word that is none of the choices
+        object.__setattr__(self, "resolution", checked_scale("resolution", self.resolution))
+
     @property
     def flags(self) -> int:
         """The TRK_OPEN flags."""
@@ -82,9 +86,22 @@ class Lazy(Generic[T]):
 
 
 def _one_of(choices: Mapping[str, int], name: str, value: str) -> int:
-    if value not in choices:
+    if not isinstance(value, str) or value not in choices:
         raise ValueError(f"{name}={value!r}: choose one of {', '.join(map(repr, choices))}")
     return choices[value]
+
+
+def checked_scale(name: str, value: Any) -> Optional[tuple[float, float]]:
+    """A resolution, horizontal and vertical; raises for what is none."""
+    if value is None:
+        return None
+    try:
+        across, down = (float(number) for number in value)
+    except (TypeError, ValueError):
+        across = down = math.nan
+    if not (0 < across < math.inf and 0 < down < math.inf):
+        raise ValueError(f"{name}={value!r}: pixels per degree are two numbers above 0, horizontal and vertical")
+    return across, down
 
 
 def _whole_ms(time: Optional[float], otherwise: int) -> int:
@@ -93,7 +110,7 @@ def _whole_ms(time: Optional[float], otherwise: int) -> int:
         return otherwise
     if math.isnan(time):
         raise ValueError("a time is NaN")
-    return _LAST_TIME + 1 if time > _LAST_TIME else max(math.ceil(time), 0)
+    return math.ceil(min(max(time, 0), _LAST_TIME + 1))
 
 
 def _trial_mark(name: str, mark: TrialMark) -> Union[str, int, None]:
@@ -128,8 +145,7 @@ def check_times(*times: Optional[float]) -> None:
 def check_keywords(keywords: Mapping[str, Any]) -> None:
     """Raise for keywords with which :func:`open` opens nothing."""
     inspect.signature(open).bind("", **keywords)
-    options = Options(**keywords)
-    _ = options.flags, c.CONFIG(*(options.resolution or ()))
+    Options(**keywords)
 
 
 BLOCK_COLUMNS = [
@@ -165,16 +181,13 @@ class Recording(Stretch):
     """
 
     def __init__(self, path: StrPath, options: Options = Options()) -> None:
-        flags = options.flags
-        self.path = os.fspath(path)
-        if isinstance(self.path, bytes):
-            self.path = os.fsdecode(self.path)
+        self.path = os.fsdecode(path)
         self.options = options
         self._name = os.path.basename(self.path)
         # Two that are opened alike have the same items, so that a trial fits both.
         self._identity = os.path.abspath(self.path), options
         try:
-            self._session = Session(self.path, flags, options.resolution, options.temporary_folder)
+            self._session = Session(self.path, options.flags, options.resolution, options.temporary_folder)
         except DamagedRecording as error:
             self._refuse(error)
         self._damages = self._session.damages()
@@ -192,28 +205,32 @@ class Recording(Stretch):
             raise error from None
         lost = [damage for damage in other.damages() if not damage.is_repair]
         other.close()
-        raise damaged(self._advice(lost), self.path, error.offset, lost) from None
+        raise self._damaged(lost, error.offset) from None
 
-    def _advice(self, lost: Sequence[Damage]) -> str:
+    def _damaged(self, lost: Sequence[Damage], offset: Optional[int]) -> DamagedRecording:
+        """The error, with the offset of its first damage, or else that at which opening ended."""
+        advice = (
+            f'{self._told(lost)}. Open it with on_damage="salvage" for all that can be saved, '
+            'or with on_damage="warn" for what can be read as it stands, wrong times included'
+        )
+        offset = lost[0].offset if lost and lost[0].offset >= 0 else offset
+        return damaged(advice, self.path, offset, lost)
+
+    def _told(self, lost: Sequence[Damage]) -> str:
         first = lost[0].text if lost else "it breaks off"
         more = f" (and {len(lost) - 1} more, see .damages)" if len(lost) > 1 else ""
-        return (
-            f'{self._name} is damaged: {first}{more}. Open it with on_damage="salvage" for all that can be saved, '
-            'or with on_damage="warn" for what can be read as it stands'
-        )
+        return f"{self._name} is damaged: {first}{more}"
 
     def _tell_of_damage(self) -> None:
         damages = self.damages
         if not damages or self.options.on_damage == "salvage":
             return
         if self.options.on_damage == "warn":
-            lost = f"{self._name} is damaged: {damages[0].text}"
-            more = f" (and {len(damages) - 1} more, see .damages)" if len(damages) > 1 else ""
-            warnings.warn(lost + more, DamageWarning, stacklevel=4)
+            advice = 'Times and values in it may be wrong: on_damage="salvage" leaves those out'
+            warnings.warn(f"{self._told(damages)}. {advice}", DamageWarning, stacklevel=4)
             return
         self.close()
-        offset = damages[0].offset
-        raise damaged(self._advice(damages), self.path, offset if offset >= 0 else None, damages)
+        raise self._damaged(damages, None)
 
     # ---- Life ----
 
@@ -250,7 +267,10 @@ class Recording(Stretch):
         return self
 
     def _check_own(self, parts: Any, name: str) -> None:
-        """Raise for trials of another recording, whose items stand for something else here."""
+        """Raise for what are no trials, or those of another recording, whose items mean something else here."""
+        if not isinstance(parts, Trials if name == "trials" else Stretch):
+            given = "recording.trials(...)" if name == "trials" else "recording.trials(...)[3]"
+            raise TypeError(f"{name}={parts!r}: give it what {given} gives")
         other = parts.recording
         if other is not self and other._identity != self._identity:
             raise ValueError(f"{name}= is of {other.path}, or of one opened otherwise, not of {self.path}")
@@ -468,10 +488,10 @@ class Recording(Stretch):
         library.trk_get_trial_header(handle, ctypes.byref(header))
         library.trk_get_trial_range(handle, number, ctypes.byref(first), ctypes.byref(end))
         block = header.recording.contents if header.recording else c.FRECORDING()
-        ended = header.duration > 0 or header.end_time <= header.start_time
-        duration = float(header.duration) if ended else math.nan
+        own_end = header.duration > 0 or header.end_time <= header.start_time
+        duration = max(header.end_time - header.start_time, 0)
         table[number] = (
-            *(number + 1, header.start_time, header.end_time, duration, first.value, end.value),
+            *(number + 1, header.start_time, header.end_time, duration, own_end, first.value, end.value),
             *(_EYES.get(block.eye, "none"), block.sample_rate, ""),
         )
 
@@ -497,6 +517,8 @@ class Recording(Stretch):
         return places[0] if first > 0 else 0, places[1]
 
     def _items_of_block(self, number: int) -> tuple[int, int]:
+        if not hasattr(number, "__index__"):
+            raise TypeError(f"block={number!r}: recording blocks are called by their number, from 1")
         if not 1 <= number <= len(self._blocks):
             raise IndexError(
                 f"{self._name} has no recording block {number}: they are numbered 1 to {len(self._blocks)}"
@@ -553,8 +575,11 @@ class Recording(Stretch):
     def _read_events(self, first: int, end: int, what: str) -> Table:
         records, items, texts = self._all_events
         part = slice(*np.searchsorted(items, (first, end)))
-        scale = self._scale if what == "saccades" else None
-        return events_of.table_of(what, records[part], items[part], texts[part], scale)
+        table = events_of.table_of(what, records[part], items[part], texts[part])
+        if what != "saccades":
+            return table
+        blinks = events_of.table_of("blinks", records, items, texts)  # those that go on behind the part, too
+        return events_of.with_measures(table, records[part], self._scale, blinks)
 
     @Lazy
     def _all_events(self) -> tuple[events_of.Array, events_of.Array, events_of.Array]:
@@ -669,12 +694,14 @@ def open(  # noqa: A001 - as for other files
     path : str or path-like
     on_damage : {"raise", "warn", "salvage"}
         What to do with a damaged recording: raise DamagedRecording; warn with DamageWarning and give what can be
-        read as it stands; or leave the damaged stretches out and read on behind them. With the last two
-        ``recording.damages`` says what is wrong.
+        read as it stands, times and values that the damage made included, so that a duration of days can come of
+        one wrong time; or leave the damaged stretches out and read on behind them, with times that the sound part
+        confirms. With the last two ``recording.damages`` says what is wrong. To analyse, salvage.
     check : {"check", "fill", "none"}
         "check" drops samples outside of recording blocks and moves eye events onto the nearest block; "fill" also
         fills gaps with samples that are marked as "dummy", joins blinks within one saccade, and blanks gaze inside
-        of blinks; "none" repairs nothing.
+        of blinks; "none" repairs nothing. The program ``trk`` says "basic", "full" and "none", and takes "full"
+        by default: numbers of items, and gaze in blinks, are the same with "fill".
     resolution : (float, float), optional
         Pixels per degree, horizontal and vertical, for all velocities in place of each sample's own.
     message_offsets : bool

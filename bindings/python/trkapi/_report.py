@@ -8,9 +8,10 @@ import html
 import io
 import math
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any, Callable, Optional, Sequence
+from urllib.parse import quote
 
 import numpy as np
 
@@ -18,7 +19,7 @@ from . import plot
 from ._many import Failure, TrialTexts, each, names_of
 from ._quality import quality
 from ._recording import Recording, open
-from ._table import Table, need
+from ._table import Table, html_title, need
 from ._trials import Trial, Trials
 
 _STYLE = """
@@ -97,10 +98,10 @@ def _picture(figure: Any, text: str, caption: bool = True, few_colors: bool = Fa
     return f"<figure>{picture}{f'<figcaption>{html.escape(text)}</figcaption>' if caption else ''}</figure>"
 
 
-def _figure(width: float, height: float, rows: int = 1, **keywords: Any) -> tuple[Any, Any]:
+def _figure(width: float, height: float) -> tuple[Any, Any]:
     """A figure that no window system and no other thread knows of."""
     figure = need("matplotlib.figure", "a report").Figure((width, height), layout="constrained")
-    return figure, figure.subplots(rows, **keywords)
+    return figure, figure.subplots()
 
 
 def _number(value: Any) -> str:
@@ -118,10 +119,7 @@ def _is_bad(name: str, value: Any) -> bool:
 
 def _rows(table: Table, names: Sequence[str]) -> str:
     units = table.units
-    titles = "".join(
-        f"<th>{name.replace('_', ' ')}" + (f"<br><small>{html.escape(units[name])}</small>" if units[name] else "")
-        for name in names
-    )
+    titles = "".join(html_title(name.replace("_", " "), units[name]) for name in names)
     cells = (
         "".join(f"<td{' class=bad' * _is_bad(name, row[name])}>{_number(row[name].item())}" for name in names)
         for row in table
@@ -167,7 +165,8 @@ def _trial_picture(trial: Trial, screen: Any) -> str:
         upper.sharex(traces[2])
     plot.trace(trial, ax=traces, pixels=900)
     plot.scanpath(trial, screen=screen, ax=figure.add_axes((0.67, 0.1, 0.32, 0.85)))
-    return _picture(figure, f"Trial {trial.number}: gaze, pupil and events over time, and scanpath", False, True)
+    text = f"Trial {trial.number}: gaze, pupil and events over time, and scanpath"
+    return _picture(figure, text, caption=False, few_colors=True)
 
 
 def _trial_title(trial: Trial, table: Table) -> str:
@@ -193,7 +192,7 @@ def _recording_page(recording: Recording, trials: Trials, note: str, settings: S
     drawings: dict[str, Callable[..., Any]] = {
         "Scanpath, all fixations of one eye": functools.partial(plot.scanpath, screen=screen, number=False),
         "Heat map, all samples of one eye": functools.partial(plot.heatmap, screen=screen),
-        "Main sequence: peak velocity of saccades over amplitude": plot.main_sequence,
+        "Main sequence: peak velocity of saccades over amplitude, one eye, without blinks": plot.main_sequence,
     }
     for text, draw in drawings.items():
         figure, ax = _figure(7, 4.6)
@@ -208,7 +207,7 @@ def _recording_page(recording: Recording, trials: Trials, note: str, settings: S
     def by_eye(name: str) -> dict[str, float]:
         return {row["eye"]: float(row[name]) for row in whole}
 
-    small = _picture(_timeline(recording, trials, 1.9), f"Session of {recording.name}", False)
+    small = _picture(_timeline(recording, trials, 1.9), f"Session of {recording.name}", caption=False)
     values = (by_eye("data_loss"), by_eye("rms_fixation"), by_eye("effective_frequency"))
     entry = _Entry("", recording.duration, len(trials), *values, len(recording.damages), small)
     return _page(recording.name, "".join(parts)), entry
@@ -226,7 +225,7 @@ def _write_page(path: str, pages: dict[str, str], settings: Settings) -> _Entry:
     with open(path, on_damage=settings.on_damage) as recording:
         page, entry = _recording_page(recording, *_trials_of(recording, settings), settings)
     write_whole(Path(settings.folder) / pages[path], page)
-    return _Entry(pages[path], *(getattr(entry, name) for name in list(entry.__dataclass_fields__)[1:]))
+    return replace(entry, page=pages[path])
 
 
 def write_whole(path: Path, text: str) -> None:
@@ -254,10 +253,11 @@ def _index(entries: dict[str, Any], pages: dict[str, str]) -> str:
             cells.append(f"<td{bad}>" + "<br>".join(f"{eye} {_number(value)}" for eye, value in values.items()))
         cells.append("<td>" + "<br>".join(_number(value) for value in entry.frequency.values()))
         cells.append(f"<td{' class=bad' * bool(entry.damages)}>{entry.damages}")
-        rows.append(f'<tr><td><a href="{_link(pages[path])}">{name}</a>{"".join(cells)}')
+        link = quote(pages[path], errors="surrogateescape")
+        rows.append(f'<tr><td><a href="{link}">{name}</a>{"".join(cells)}')
         rows.append(f'<tr><td colspan="7">{entry.timeline}')
     titles = "".join(
-        f"<th>{title}" + (f"<br><small>{unit}</small>" if unit else "")
+        html_title(title, unit)
         for title, unit in (
             *(("recording", ""), ("duration", "minutes"), ("trials", ""), ("gaze missing", "share")),
             *(("RMS in fixations", "degrees"), ("effective frequency", "samples per second"), ("damages", "")),
@@ -265,12 +265,6 @@ def _index(entries: dict[str, Any], pages: dict[str, str]) -> str:
     )
     note = f"<p>Marked: more than {_MUCH_LOSS:.0%} of gaze missing, RMS above {_MUCH_NOISE} degrees, damages.</p>"
     return _page("Recordings", f'{note}<div class="wide"><table><tr>{titles}{"".join(rows)}</table></div>')
-
-
-def _link(page: str) -> str:
-    from urllib.parse import quote
-
-    return quote(page, errors="surrogateescape")
 
 
 def _page_names(paths: Sequence[str]) -> dict[str, str]:

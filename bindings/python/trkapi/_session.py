@@ -43,7 +43,6 @@ class Session:
         self._open()
         self.path = os.path.abspath(path)  # for a child that goes on from another folder
         _live.add(self)
-        _watch_forks()
 
     def _open(self) -> None:
         options = c.TRK_OPEN_OPTIONS()
@@ -107,15 +106,12 @@ class Session:
 
     def damages(self) -> tuple[Damage, ...]:
         """All damages and repairs."""
-        return tuple(Damage._of(record) for record in self._damage_records())
-
-    def _damage_records(self) -> Iterator[c.TRK_DAMAGE]:
+        found: list[Damage] = []
+        record = c.TRK_DAMAGE()
         with self.use() as handle:
-            number = 0
-            record = c.TRK_DAMAGE()
-            while c.library().trk_get_damage(handle, number, ctypes.byref(record)) == 0:
-                yield record
-                number += 1
+            while c.library().trk_get_damage(handle, len(found), ctypes.byref(record)) == 0:
+                found.append(Damage._of(record))
+        return tuple(found)
 
 
 def error_of(error: c.TRK_ERROR, path: str) -> Exception:
@@ -134,17 +130,13 @@ def error_of(error: c.TRK_ERROR, path: str) -> Exception:
 
 
 _live: weakref.WeakSet[Session] = weakref.WeakSet()
-_watching = False
-
-
-def _watch_forks() -> None:
-    global _watching
-    if not _watching and hasattr(os, "register_at_fork"):
-        os.register_at_fork(after_in_child=_after_fork)
-        _watching = True
 
 
 def _after_fork() -> None:
     for session in _live:
         with contextlib.suppress(AttributeError):  # one that another thread was opening
             session.after_fork()
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_after_fork)

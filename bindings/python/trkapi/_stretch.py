@@ -4,6 +4,8 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING, Any, Iterator, Mapping, Optional, Sequence
 
+import numpy as np
+
 from . import _library as c
 from ._columns import ColumnNames, select
 from ._table import Table
@@ -55,10 +57,10 @@ class Stretch:
         """First and end item of what lies in this stretch and in all that is named."""
         parts = [(self.first_item, self.end_item)]
         if items is not None:
+            if np.shape(items) != (2,):
+                raise ValueError(f"items={items!r}: the first item, and one past the last")
             parts.append((int(items[0]), int(items[1])))
         if trial is not None:
-            if not isinstance(trial, Stretch):
-                raise TypeError("trial= takes a trial, as recording.trials(...)[3] gives it")
             self.recording._check_own(trial, "trial")
             parts.append((trial.first_item, trial.end_item))
         if block is not None:
@@ -204,7 +206,8 @@ class Stretch:
         """One row for each saccade that ends here: eye, times (ms), places (pixels), peak velocity, amplitude, ...
 
         Amplitudes are in degrees of visual angle, by the resolution that the saccade's record states; where it
-        states none, by the median of the samples' resolution in the recording.
+        states none, by the median of the samples' resolution in the recording. Trackers write a saccade around each
+        blink, in which the lid moves more than the eye: leave those out that have "blink" set.
         """
         return self._events("saccades")
 

@@ -67,6 +67,7 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
     """
 
     columns: Mapping[str, Column]
+    __array_priority__ = 1.0  # what NumPy makes of tables and arrays is a table
 
     def __new__(cls, array: np.ndarray[Any, Any], columns: Mapping[str, Column]) -> Table:
         table = np.asarray(array).view(cls)
@@ -97,6 +98,13 @@ class Table(np.ndarray[Any, np.dtype[Any]]):
         value = super().__getitem__(key)
         plain = isinstance(value, Table) and value.dtype.names is None
         return value.view(np.ndarray) if plain else value
+
+    def __array_function__(self, function: Any, types: Any, arguments: Any, keywords: Any) -> Any:
+        """NumPy's functions; what np.concatenate makes of tables has columns, too."""
+        result = super().__array_function__(function, types, arguments, keywords)
+        if isinstance(result, Table) and not result.columns:
+            result.columns = self.columns
+        return result
 
     def __reduce__(self) -> Any:
         rebuild, arguments, state = super().__reduce__()  # type: ignore[misc]
@@ -169,14 +177,16 @@ def _cell(value: Any) -> str:
     return shown(value, _LONGEST_CELL) if isinstance(value, str) else str(value)
 
 
+def html_title(name: str, unit: str) -> str:
+    """The header of a column in HTML."""
+    return f"<th>{html.escape(name)}" + (f"<br><small>{html.escape(unit)}</small>" if unit else "")
+
+
 def html_table(table: Table) -> str:
     """The table in HTML, units in the header, its middle left out when it is long."""
     header, *rows = table._cells()
     units = table.units
-    titles = (
-        f"<th>{html.escape(name)}" + (f"<br><small>{html.escape(units[name])}</small>" if units.get(name) else "")
-        for name in header
-    )
+    titles = (html_title(name, units.get(name, "")) for name in header)
     body = ("<tr>" + "".join(f"<td>{html.escape(cell)}" for cell in row) for row in rows)
     note = f"<p>{table.size} rows</p>" if table.size > 2 * _SHOWN else ""
     return f"<table><thead><tr>{''.join(titles)}</thead><tbody>{''.join(body)}</tbody></table>{note}"

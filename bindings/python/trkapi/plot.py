@@ -7,13 +7,15 @@
 
 from __future__ import annotations
 
-import math
-from typing import Any, Optional, Sequence, Union
+from typing import TYPE_CHECKING, Any, Optional, Sequence, Union
 
 import numpy as np
 
 from ._stretch import Stretch
 from ._table import Table, need, shown
+
+if TYPE_CHECKING:
+    from ._recording import Recording
 
 Array = np.ndarray[Any, np.dtype[Any]]
 Screen = Union[tuple[float, float], tuple[float, float, float, float]]
@@ -36,10 +38,17 @@ def _axes(ax: Any, **keywords: Any) -> Any:
     return need("matplotlib.pyplot", "trkapi.plot").subplots(layout="constrained", **keywords)[1]
 
 
+def _recording_of(stretch: Stretch) -> Recording:
+    if not isinstance(stretch, Stretch):
+        raise TypeError(f"a recording, as trkapi.open gives it, a trial or a block is drawn, not {stretch!r}")
+    return stretch.recording
+
+
 def _eyes(stretch: Stretch, eye: Optional[str]) -> tuple[str, ...]:
+    recording = _recording_of(stretch)
     if eye not in (None, "left", "right"):
         raise ValueError(f"eye={eye!r}: choose 'left', 'right', or none for all that were recorded")
-    return stretch.recording.eyes if eye is None else (eye,)
+    return recording.eyes if eye is None else (eye,)
 
 
 def _one_eye(stretch: Stretch, eye: Optional[str]) -> str:
@@ -203,6 +212,8 @@ def screen_of(stretch: Stretch, screen: Optional[Screen] = None) -> tuple[float,
         display that holds 99 % of the fixations.
     """
     if screen is not None:
+        if np.shape(screen) not in ((2,), (4,)):
+            raise ValueError(f"screen={screen!r}: width and height, or left, top, right and bottom")
         left, top, right, bottom = (0.0, 0.0, *screen) if len(screen) == 2 else screen
         if not (right > left and bottom > top):
             raise ValueError(f"screen={screen!r} has no extent")
@@ -250,8 +261,8 @@ def scanpath(
     number : bool, optional
         Whether to number the fixations from 1; by default when there are at most 60.
     """
-    ax = _axes(ax)
     side = _one_eye(stretch, eye)
+    ax = _axes(ax)
     fixations = stretch.fixations
     fixations = fixations[(fixations["eye"] == side) & np.isfinite(fixations["x"]) & np.isfinite(fixations["y"])]
     ax.plot(fixations["x"], fixations["y"], color=COLORS[side], lw=0.7, alpha=0.6)
@@ -285,9 +296,9 @@ def heatmap(
     """
     if not sigma > 0:
         raise ValueError(f"sigma={sigma}: it is more than 0 pixels")
-    ax = _axes(ax)
     side = _one_eye(stretch, eye)
     area = screen_of(stretch, screen)
+    ax = _axes(ax)
     left, top, right, bottom = area
     cell = max(sigma / 3.0, (right - left) / 1000.0)
     bins = [max(int((high - low) / cell), 1) for low, high in ((top, bottom), (left, right))]
@@ -321,23 +332,21 @@ def _blurred(counts: Array, sigma: float) -> Array:
 
 
 def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None) -> Any:
-    """Peak velocity of saccades over their amplitude, both axes logarithmic.
+    """Peak velocity of the saccades of one eye over their amplitude, both axes logarithmic.
 
     Parameters
     ----------
     stretch, eye
-        As for :func:`trace`. Saccades without amplitude or peak velocity are left out.
+        As for :func:`scanpath`. Saccades that a blink of this eye overlaps are left out, and those without
+        amplitude or peak velocity.
     """
+    side = _one_eye(stretch, eye)
     ax = _axes(ax)
-    saccades = stretch.saccades
-    for side in _eyes(stretch, eye):
-        own = saccades[saccades["eye"] == side]
-        own = own[(own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
-        ax.scatter(
-            own["amplitude"], own["peak_velocity"], s=8, alpha=0.5, lw=0, color=COLORS[side], label=f"{side} eye"
-        )
-    points = [place for drawn in ax.collections for place in drawn.get_offsets()]
-    if not points:  # logarithmic axes need an extent
+    own = stretch.saccades
+    own = own[(own["eye"] == side) & ~own["blink"] & (own["amplitude"] > 0) & (own["peak_velocity"] > 0)]
+    style = {"s": 8, "alpha": 0.5, "lw": 0, "color": COLORS[side]}
+    ax.scatter(own["amplitude"], own["peak_velocity"], label=f"{side} eye", **style)
+    if not len(own):  # logarithmic axes need an extent
         ax.set(xlim=(0.1, 50), ylim=(5, 1000))
     ax.set(xscale="log", yscale="log")
     ticker = need("matplotlib.ticker", "trkapi.plot")
@@ -345,7 +354,7 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
         axis.set_major_formatter(ticker.StrMethodFormatter("{x:g}"))
         axis.set_minor_formatter(ticker.NullFormatter())
     ax.set(xlabel="amplitude (degrees)", ylabel="peak velocity (degrees per second)")
-    if points:
+    if len(own):
         ax.legend(fontsize=7)
     return ax
 
@@ -361,7 +370,7 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
     pixels : int
         Stretches of time into which the session is divided for the share of missing gaze.
     """
-    recording = stretch.recording
+    recording = _recording_of(stretch)
     if trials is not None:
         recording._check_own(trials, "trials")
     ax = _axes(ax, figsize=(11, 2.2))
