@@ -113,7 +113,7 @@ def test_events_read_as_the_walk(walked: Any) -> None:
     behind = saccades[saccades["blink"]][0]["end"]  # where the blink is over
     assert recording.between(behind).saccades["blink"][0]
     texts = recording.messages["text"]
-    assert texts[0] == "TRIALID 1" and recording.inputs["value"][0] == 1 and len(recording.buttons) == 24
+    assert texts[0] == "TRIALID 1" and recording.inputs["input"][0] == 1 and len(recording.buttons) == 24
     assert np.array_equal(np.isfinite(table["start_pupil_size"]), table["kind"] == "fixation_end")
     assert set(table["kind"]) >= {"message", "blink_end", "button"}
 
@@ -146,10 +146,10 @@ def test_slices(recording: trkapi.Recording) -> None:
     assert [len(trial.fixations) for trial in trials] == [
         len(recording.block(n + 1).fixations) for n in range(TRIALS)
     ]
-    shown = recording.inputs[recording.inputs["value"] == 3]["time"][0]
+    shown = recording.inputs[recording.inputs["input"] == 3]["time"][0]
     assert shown in recording.trials(3, 0).table["start"] and len(recording.trials()) == TRIALS
     assert recording.trials(np.int64(3), np.uint8(0)).table.tobytes() == recording.trials(3, "0").table.tobytes()
-    zero, one = (set(recording.inputs["time"][recording.inputs["value"] == value]) for value in (0, 1))
+    zero, one = (set(recording.inputs["time"][recording.inputs["input"] == value]) for value in (0, 1))
     pairs = [(row["start"], row["end"]) for row in recording.trials(1, 0).table if row["start"] in one]
     assert pairs and all(end == min(time for time in zero if time > start) for start, end in pairs)
     for seconds in (0.137, 60, math.inf):

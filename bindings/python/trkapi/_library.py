@@ -260,6 +260,8 @@ _PROTOTYPES = {
     "trk_get_pupilon_revision": (c_int, [c_void_p]),
     "trk_is_compressed": (c_int, [c_void_p]),
     "trk_describe_column": (c_int, [c_int, POINTER(TRK_COLUMN_DESCRIPTION)]),
+    "trk_describe_event_column": (c_int, [c_int, POINTER(TRK_COLUMN_DESCRIPTION)]),
+    "trk_get_event_column": (c_int, [c_void_p, c_int64, c_int, c_void_p]),
     "trk_count_items": (c_int64, [c_void_p, c_uint, c_uint, c_int]),
     "trk_list_items": (c_int64, [c_void_p, c_uint, c_uint, c_int, c_void_p, c_int64]),
     "trk_read_samples": (

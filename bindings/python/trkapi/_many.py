@@ -36,7 +36,7 @@ TrialTexts = tuple[TrialMark, TrialMark]
 logger = logging.getLogger("trkapi")
 
 _FIXED = {"blocks": BLOCK_COLUMNS, "trials": TRIAL_COLUMNS, "quality": QUALITY_COLUMNS}
-WHAT = ("samples", *events_of.COLUMNS_OF, *_FIXED)
+WHAT = ("samples", *events_of.WHAT, *_FIXED)
 
 
 @dataclass(frozen=True)

@@ -449,7 +449,7 @@ class Recording(Stretch):
         return Trials(self, self._trial_table(*texts))
 
     def _check_trial_value(self, value: int) -> None:
-        values = sorted(set(self.inputs["value"].tolist()))
+        values = sorted(set(self.inputs["input"].tolist()))
         if value not in values:
             shown = ", ".join(map(str, values[:8])) if values else "no values"
             raise ValueError(f"the input port of {self._name} never has the value {value}; it has: {shown}")
