@@ -13,6 +13,7 @@ import numpy as np
 import pytest
 
 import trkapi
+from conftest import FIRST, LAST
 from trkapi import _report, plot
 from trkapi.__main__ import main
 
@@ -64,6 +65,13 @@ def test_pictures(recording: trkapi.Recording) -> None:
     saccades = recording.saccades
     assert len(points) == ((saccades["eye"] == "left") & ~saccades["blink"]).sum()
     assert [tick.get_text() for tick in plot.timeline(recording).get_yticklabels()][:2] == ["blocks", "trials"]
+    for pixels, loss in ((1, trkapi.quality(recording, by="recording")["data_loss"][0]), (4000, 0)):
+        shares = plot.timeline(recording, pixels=pixels).images[0].get_array().ravel()
+        assert np.ma.median(shares) == pytest.approx(loss)
+    centers = FIRST + (np.arange(4000) + 0.5) * (LAST + 1 - FIRST) / 4000
+    blocks = recording.blocks
+    inside = [((blocks["start"] <= time) & (blocks["end"] > time)).any() for time in centers]
+    assert np.ma.getmaskarray(shares).sum() == pytest.approx(4000 - sum(inside), abs=12)
     nothing = recording.between(0, 5)
     for draw in (plot.trace, plot.scanpath, plot.heatmap, plot.main_sequence, plot.timeline):
         draw(nothing)

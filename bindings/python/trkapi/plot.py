@@ -22,6 +22,7 @@ Screen = Union[tuple[float, float], tuple[float, float, float, float]]
 
 COLORS = {"left": "#0072b2", "right": "#d55e00"}
 SHADES = {"fixations": "#cfe8cf", "saccades": "#f7d9a8", "blinks": "#c9c9c9"}
+_PAUSE = "#d0d0d0"
 _LABELS = {"x": "x (display pixels)", "y": "y (display pixels)"}
 _SHORT_LABELS = {"x": "x (pixels)", "y": "y (pixels)", "pupil": "pupil (units)"}
 _COLUMNS = {"x": "gaze_x", "y": "gaze_y", "pupil": "pupil_size"}
@@ -362,9 +363,12 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
 def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: Any = None) -> Any:
     """The whole session: recording blocks, trials, and where gaze is missing.
 
+    Missing are samples without gaze and those that were never recorded, but not pauses between recording blocks.
+
     Parameters
     ----------
     stretch : Recording, Trial or Stretch
+        The session is that of its recording.
     trials : Trials, optional
         By default each recording block is one.
     pixels : int
@@ -381,16 +385,22 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
     _bars(ax, 1, _seconds(table["start"], zero), _seconds(table["end"], zero), ("#8fb58f", "#b9d3b9"))
     labels = ["blocks", "trials"]
     last = float(_seconds(max(recording.end or 0, zero), zero)) or 1.0
+    edges = zero + np.linspace(0, last, pixels + 1) * 1000.0
     for side in recording.eyes:
-        missing = _missing_share(stretch, side, zero, last, pixels)
+        missing = _missing_share(recording, side, edges)
         place = len(labels)
         extent = (0.0, last, place - 0.4, place + 0.4)
-        ax.imshow(
-            missing[None, :], extent=extent, aspect="auto", cmap="Reds", vmin=0, vmax=1, interpolation="nearest"
-        )
+        ax.broken_barh([(0, last)], (place - 0.4, 0.8), color=_PAUSE, lw=0, zorder=-1)
+        colors = {"cmap": "Reds", "vmin": 0, "vmax": 1, "interpolation": "nearest"}
+        ax.imshow(missing[None, :], extent=extent, aspect="auto", **colors)
         labels.append(f"{side} gaze\nmissing")
     ax.set(xlim=(0, last), ylim=(len(labels) - 0.5, -0.5), xlabel=f"time (s) from {zero:.0f} ms")
     ax.set_yticks(range(len(labels)), labels)
+    patch = need("matplotlib.patches", "trkapi.plot").Patch
+    meanings = {"all gaze missing": "#67000d", "none missing": "#fff5f0", "no recording": _PAUSE}
+    keys = [patch(facecolor=color, edgecolor="#888888", lw=0.4, label=text) for text, color in meanings.items()]
+    style = {"loc": "lower right", "bbox_to_anchor": (1, 1), "borderaxespad": 0, "fontsize": 7}
+    ax.legend(handles=keys, ncols=3, frameon=False, **style)
     return ax
 
 
@@ -400,13 +410,23 @@ def _bars(ax: Any, place: int, starts: Array, ends: Array, colors: tuple[str, st
         ax.broken_barh(list(zip(starts[turn::2], (ends - starts)[turn::2])), (place - 0.4, 0.8), color=color, lw=0)
 
 
-def _missing_share(stretch: Stretch, eye: str, zero: float, last: float, pixels: int) -> Array:
-    """Share of samples without gaze in each of the stretches of time; NaN without samples."""
-    lost, counted = np.zeros(pixels), np.zeros(pixels)
-    for chunk in stretch.chunks(["time", f"gaze_x_{eye}"], seconds=600):
-        place = (_seconds(chunk["time"], zero) * (pixels / last)).astype("i8")
-        inside = (place >= 0) & (place < pixels)
-        counted += np.bincount(place[inside], minlength=pixels)
-        lost += np.bincount(place[inside], weights=np.isnan(chunk[f"gaze_x_{eye}"][inside]), minlength=pixels)
-    with np.errstate(invalid="ignore"):
-        return np.asarray(lost / counted)
+def _missing_share(recording: Recording, eye: str, edges: Array) -> Array:
+    """Share of the recorded time without gaze in each of the stretches between edges (ms); NaN in pauses.
+
+    A sample stands for the time until the next one is due, so that samples that were never recorded are missing.
+    """
+    recorded, seen = np.zeros(len(edges)), np.zeros(len(edges))  # ms up to each edge
+    for row in recording.blocks:
+        if row["eyes"] not in (eye, "both"):
+            continue
+        recorded += np.clip(edges - row["start"], 0, row["duration"])
+        period = 1000.0 / float(row["sample_rate"]) if row["sample_rate"] > 0 else 1.0
+        for chunk in recording.block(int(row["number"])).chunks(["time_exact", f"gaze_x_{eye}"], seconds=600):
+            times = chunk["time_exact"][np.isfinite(chunk[f"gaze_x_{eye}"])]
+            before = np.searchsorted(times, edges)
+            seen += before * period
+            last = before > 0
+            seen[last] -= np.maximum(period - (edges[last] - times[before[last] - 1]), 0)
+    recorded, seen = np.diff(recorded), np.diff(seen)
+    with np.errstate(invalid="ignore", divide="ignore"):
+        return np.where(recorded > 0, np.clip(1.0 - seen / recorded, 0, 1), np.nan)
