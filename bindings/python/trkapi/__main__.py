@@ -57,7 +57,8 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
             print(f"trkapi: {path}: {entry.text}", file=sys.stderr)
             status = _NOT_READABLE
         elif entry.damages:
-            print(f"trkapi: {path}: {entry.damages} damages, see {entry.page}", file=sys.stderr)
+            damages = "1 damage" if entry.damages == 1 else f"{entry.damages} damages"
+            print(f"trkapi: {path}: {damages}, see {entry.page}", file=sys.stderr)
             status = max(status, _DAMAGED)
     return status
 
