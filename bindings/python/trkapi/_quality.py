@@ -318,22 +318,29 @@ def quality(
 
     Notes
     -----
-    With :math:`n` valid samples of one eye at :math:`x_i, y_i`, in degrees: pixels divided by the mean resolution
-    of the fixation or window.
+    Of one eye, :math:`n` samples with gaze at :math:`x_i, y_i` in degrees, which are pixels divided by the mean
+    resolution of the fixation or window; :math:`T` the time recorded in s, :math:`f` the nominal rate.
 
-    - data loss = (expected - valid) / expected, where expected is the recorded time by the nominal rate. Blinks
-      count as loss; ``loss_in_blinks`` is their part.
-    - effective frequency = valid samples / recorded time.
-    - RMS-S2S: :math:`\sqrt{\frac{1}{m} \sum (x_{i+1} - x_i)^2 + (y_{i+1} - y_i)^2}` over the :math:`m` pairs of
-      neighbouring samples that are both valid.
-    - STD: :math:`\sqrt{s_x^2 + s_y^2}` with sample variances :math:`s^2` (ddof = 1: divided by :math:`n - 1`).
-    - BCEA: :math:`2 k \pi s_x s_y \sqrt{1 - \rho^2}`, :math:`k = -\ln(1 - P)`, P = 0.68, the area of the ellipse
-      that holds 68 % of the positions when they are normally distributed.
-    - accuracy: the mean over targets of the distance between target and mean gaze position.
+    - data loss :math:`= (T f - n) / (T f)` [2]_: samples without gaze, and those that were never recorded. Blinks
+      count as loss; ``loss_in_blinks`` is the part of them that has a sample.
+    - effective frequency :math:`= n / T`, samples with gaze per second [2]_.
+    - accuracy :math:`= \frac{1}{q} \sum_j \sqrt{(\bar x_j - X_j)^2 + (\bar y_j - Y_j)^2}` over :math:`q` targets
+      at :math:`X_j, Y_j`, with the mean gaze position :math:`\bar x_j, \bar y_j` while each was shown [2]_.
+    - RMS-S2S :math:`= \sqrt{\frac{1}{m} \sum (x_{i+1} - x_i)^2 + (y_{i+1} - y_i)^2}` over the :math:`m` pairs of
+      samples with gaze of which one follows the other without a gap [1]_.
+    - STD :math:`= \sqrt{s_x^2 + s_y^2}` with sample variances :math:`s^2`, ddof 1: divided by :math:`n - 1` [1]_.
+    - BCEA :math:`= 2 k \pi s_x s_y \sqrt{1 - \rho^2}`, :math:`k = -\ln(1 - P)`, :math:`P = 0.68`, :math:`\rho` the
+      correlation of x and y: the area of the ellipse that holds 68 % of the positions when they are normally
+      distributed [1]_.
 
-    RMS-S2S, STD and BCEA, within fixations and as the median over windows, are those of Niehorster, Zemblys,
-    Beelders & Holmqvist (2020), doi 10.3758/s13428-020-01400-9. What to report of them is said by the guideline of
-    Dunn et al. (2023), doi 10.3758/s13428-023-02187-1.
+    RMS-S2S, STD and BCEA come from each fixation and from each moving window; a row has their medians [1]_.
+
+    References
+    ----------
+    .. [1] Niehorster, Zemblys, Beelders & Holmqvist (2020). Characterizing gaze position signals and synthesizing
+       noise during fixations in eye-tracking data. Behavior Research Methods. doi 10.3758/s13428-020-01400-9
+    .. [2] Dunn et al. (2023). Minimal reporting guideline for research involving eye tracking (2023 edition).
+       Behavior Research Methods. doi 10.3758/s13428-023-02187-1
 
     Examples
     --------

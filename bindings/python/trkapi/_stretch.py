@@ -206,8 +206,8 @@ class Stretch:
         """One row for each saccade that ends here: eye, times (ms), places (pixels), peak velocity, amplitude, ...
 
         Amplitudes are in degrees of visual angle, by the resolution that the saccade's record states; where it
-        states none, by the median of the samples' resolution in the recording. Trackers write a saccade around each
-        blink, in which the lid moves more than the eye: leave those out that have "blink" set.
+        states none, by the median of the samples' resolution in the recording. Trackers write a saccade around
+        each blink, in which the lid moves more than the eye: leave those out that have "blink" set.
         """
         return self._events("saccades")
 
