@@ -7,6 +7,8 @@ import importlib
 import pkgutil
 import re
 import shutil
+from itertools import groupby
+from operator import attrgetter
 from pathlib import Path
 from typing import Any
 
@@ -15,7 +17,9 @@ import pytest
 
 import trkapi
 from conftest import LOST, SAMPLES, TRIALS
+from trkapi import _many
 
+UNIT = attrgetter("unit")
 DOCS = Path(__file__).parents[3] / "docs" / "python.md"
 
 
@@ -58,6 +62,14 @@ def test_recipes(path: Path, tmp_path: Path, monkeypatch: Any) -> None:
     assert names["means"].to_dict() == pytest.approx(
         {(f"s0{n}.trk", eye): mean[eye] for n in (7, 8) for eye in mean}
     )
+
+
+def test_columns_are_those_of_the_tables() -> None:
+    text = " ".join(DOCS.read_text("utf-8").split())
+    for what in _many.WHAT[1:]:
+        columns = _many._request(what, None, (None, None), {}).empty().columns.values()
+        runs = [(unit, ", ".join(f"`{col.name}`" for col in run)) for unit, run in groupby(columns, UNIT)]
+        assert f"- `{what}`: " + "; ".join(f"{names} ({unit})" if unit else names for unit, names in runs) in text
 
 
 @pytest.mark.parametrize("name", ["trkapi", *(f"trkapi.{m.name}" for m in pkgutil.iter_modules(trkapi.__path__))])

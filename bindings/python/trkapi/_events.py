@@ -46,7 +46,12 @@ _BLINK = Column("blink", "?", "", "whether a blink of the same eye overlaps: the
 _SHORT = {
     "fixations": {"avg_gaze_x": "x", "avg_gaze_y": "y", "avg_pupil_size": "pupil", "avg_href_x": "href_x"}
     | {"avg_href_y": "href_y"},
-    "saccades": {"start_gaze_x": "start_x", "start_gaze_y": "start_y", "end_gaze_x": "end_x", "end_gaze_y": "end_y"},
+    "saccades": {
+        "start_gaze_x": "start_x",
+        "start_gaze_y": "start_y",
+        "end_gaze_x": "end_x",
+        "end_gaze_y": "end_y",
+    },
 }
 _EYE_EVENT = ("item", "eye", "start", "end", "duration")
 _NAMES: dict[str, tuple[str, ...]] = {
@@ -157,7 +162,7 @@ class Scale:
 
 
 def with_measures(saccades: Table, records: Array, scale: Optional[Scale], blinks: Table) -> Table:
-    """Saccades with what their records do not say: direction, amplitude by a scale, and whether a blink overlaps."""
+    """Saccades with what records do not say: direction, amplitude by a scale, and whether a blink overlaps."""
     records = records[records["type"] == c.REC_ESACC]
     across = saccades["end_x"] - saccades["start_x"]
     down = saccades["end_y"] - saccades["start_y"]

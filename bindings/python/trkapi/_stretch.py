@@ -189,7 +189,7 @@ class Stretch:
 
     @property
     def events(self) -> Table:
-        """All events, one row each: item, kind, time, eye, start, end, positions, words, text.
+        """All events, one row each: item, kind, eye, time, start, end, positions, words, text.
 
         Quantities that a record does not carry are NaN. "time" is where the event stands in the walk: ends of eye
         events at their end, all others at their start.
@@ -223,10 +223,10 @@ class Stretch:
 
     @property
     def buttons(self) -> Table:
-        """One row for each button event: item, time (ms), and its two words as the tracker wrote them."""
+        """One row for each button event: item, time (ms), button, button_state (1 when pressed), button_value."""
         return self._events("buttons")
 
     @property
     def inputs(self) -> Table:
-        """One row for each change of the input port: item, time (ms), value."""
+        """One row for each change of the input port: item, time (ms), input (its value)."""
         return self._events("inputs")
