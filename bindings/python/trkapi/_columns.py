@@ -115,9 +115,12 @@ def select(
     names: Optional[ColumnNames], velocities: bool = False, dtypes: Optional[Mapping[str, Any]] = None
 ) -> list[SampleColumn]:
     """The columns that names, groups and patterns mean, each once, in the order in which they were named."""
-    if not isinstance(names, (str, Iterable, type(None))):
+    try:
+        asked = [names] if isinstance(names, str) else list(DEFAULT if names is None else names)
+    except TypeError:
+        asked = [names]  # type: ignore[list-item]
+    if not all(isinstance(name, str) for name in asked):
         raise TypeError(f"columns={names!r}: names of columns, groups or patterns")
-    asked = [names] if isinstance(names, str) else list(DEFAULT if names is None else names)
     if velocities:
         asked.append(DEFAULT_VELOCITIES)
     chosen = dict.fromkeys(name for word in asked for name in _matching(word))

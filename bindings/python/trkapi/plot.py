@@ -352,6 +352,7 @@ def main_sequence(stretch: Stretch, *, eye: Optional[str] = None, ax: Any = None
     ax.set(xscale="log", yscale="log")
     ticker = need("matplotlib.ticker", "trkapi.plot")
     for axis in (ax.xaxis, ax.yaxis):
+        axis.set_major_locator(ticker.LogLocator(subs=(1, 2, 5)))
         axis.set_major_formatter(ticker.StrMethodFormatter("{x:g}"))
         axis.set_minor_formatter(ticker.NullFormatter())
     ax.set(xlabel="amplitude (degrees)", ylabel="peak velocity (degrees per second)")
@@ -393,7 +394,7 @@ def timeline(stretch: Stretch, *, trials: Any = None, pixels: int = 1500, ax: An
         ax.broken_barh([(0, last)], (place - 0.4, 0.8), color=_PAUSE, lw=0, zorder=-1)
         colors = {"cmap": "Reds", "vmin": 0, "vmax": 1, "interpolation": "nearest"}
         ax.imshow(missing[None, :], extent=extent, aspect="auto", **colors)
-        labels.append(f"{side} gaze\nmissing")
+        labels.append(f"{side} gaze")
     ax.set(xlim=(0, last), ylim=(len(labels) - 0.5, -0.5), xlabel=f"time (s) from {zero:.0f} ms")
     ax.set_yticks(range(len(labels)), labels)
     patch = need("matplotlib.patches", "trkapi.plot").Patch
