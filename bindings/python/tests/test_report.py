@@ -84,6 +84,9 @@ def test_pages(path: Path, damage: Callable[[Path], Path], tmp_path: Path, capsy
     assert main(["report", str(path), str(broken), str(tmp_path / "text.trk"), *options]) == 3
     told = capsys.readouterr()
     assert "text.trk is not a recording" in told.err and ": 1 damage, see" in told.err and not told.out
+    for wrong in ("--screen=1920", "--workers=0"):
+        with pytest.raises(SystemExit, match="2"):
+            main(["report", str(path), *options, wrong])
     pages = sorted(folder.iterdir())
     assert [page.name for page in pages] == ["dämaged #1 <b>.trk.html", "index.html", "s07.trk.html"]
     assert not any(re.search(r'(src|href)="(?!data:|[^:"]*\.html")', page.read_text()) for page in pages)

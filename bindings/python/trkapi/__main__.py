@@ -12,8 +12,17 @@ _WELL, _DAMAGED, _NOT_READABLE = 0, 1, 3
 
 
 def _screen(text: str) -> tuple[float, float]:
-    width, height = (float(word) for word in text.lower().split("x"))
+    try:
+        width, height = (float(word) for word in text.lower().split("x"))
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"{text!r} is no size such as 1920x1080") from None
     return width, height
+
+
+def _processes(text: str) -> int:
+    if not text.isdecimal() or int(text) < 1:
+        raise argparse.ArgumentTypeError(f"{text!r} is no number of processes")
+    return int(text)
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -30,7 +39,9 @@ def _parser() -> argparse.ArgumentParser:
     report.add_argument("--start", metavar="TEXT", help="messages with this text start trials")
     report.add_argument("--end", metavar="TEXT", help="messages with this text end trials")
     report.add_argument("--screen", type=_screen, metavar="WxH", help="size of the display in pixels")
-    report.add_argument("--workers", type=int, metavar="N", help="number of processes (default: of processors)")
+    report.add_argument(
+        "--workers", type=_processes, metavar="N", help="number of processes (default: of processors)"
+    )
     return parser
 
 
