@@ -8,3 +8,19 @@ if(NOT trkapi_header_version STREQUAL PROJECT_VERSION)
     message(FATAL_ERROR
         "trkapi.h says that it is version \"${trkapi_header_version}\", CMakeLists.txt ${PROJECT_VERSION}")
 endif()
+
+# So do the packages.
+foreach(place IN ITEMS
+        "bindings/python/trkapi/__init__.py|__version__ = \"([0-9.]+)\""
+        "bindings/r/DESCRIPTION|Version: ([0-9.]+)"
+        "debian/changelog|^trkapi \\(([0-9.]+)\\)")
+    string(REGEX MATCH "^([^|]+)\\|(.*)$" place "${place}")
+    set(trkapi_place ${CMAKE_MATCH_1})
+    set(trkapi_pattern ${CMAKE_MATCH_2})
+    file(READ ${PROJECT_SOURCE_DIR}/${trkapi_place} trkapi_text)
+    string(REGEX MATCH "${trkapi_pattern}" trkapi_text "${trkapi_text}")
+    if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
+        message(FATAL_ERROR "${trkapi_place} says that it is version \"${CMAKE_MATCH_1}\", "
+            "CMakeLists.txt ${PROJECT_VERSION}")
+    endif()
+endforeach()
