@@ -22,31 +22,25 @@ std::string temporary(const char *extension) {
 // Ten minutes of both eyes at 1000 samples per second, as trk synth makes them.
 class Session {
   public:
-    Session() : path_(temporary(".trk")) {
-        trkwriter::Recorder recorder(path_);
-        trkwriter::SessionOptions options;
-        options.minutes = 10;
-        trkwriter::writeSession(recorder, options);
-        recorder.finish();
-        TRK_OPEN_OPTIONS open;
-        trk_default_options(&open);
-        handle_.reset(trk_open(path_.c_str(), &open, nullptr));
-        places_ = tables::Places(handle_.get(), texts_);
-    }
+    Session() : path_(written(temporary(".trk"))), recording_(path_), places_(recording_, {}) {}
     ~Session() { std::filesystem::remove(path_); }
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    tables::Source source() { return {handle_.get(), places_, decoder_}; }
+    tables::Source source() { return {recording_.handle(), places_, decoder_}; }
 
   private:
-    struct Closer {
-        void operator()(_TRKFILE *handle) const { trk_close_file(handle); }
-    };
+    static std::string written(const std::string &path) {
+        trkwriter::Recorder recorder(path);
+        trkwriter::SessionOptions options;
+        options.minutes = 10;
+        trkwriter::writeSession(recorder, options);
+        recorder.finish();
+        return path;
+    }
 
     std::string path_;
-    std::unique_ptr<_TRKFILE, Closer> handle_;
-    tables::TrialTexts texts_;
+    trkapi::Recording recording_;
     tables::Places places_;
     tables::TextDecoder decoder_;
 };

@@ -4,7 +4,8 @@ set(trkapi_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/trkapi)
 set(trkapi_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS trkapi EXPORT trkapiTargets)
-install(FILES ${PROJECT_SOURCE_DIR}/include/trkapi/trkapi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/trkapi)
+install(FILES ${PROJECT_SOURCE_DIR}/include/trkapi/trkapi.h ${PROJECT_SOURCE_DIR}/include/trkapi/trkapi.hpp
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/trkapi)
 install(EXPORT trkapiTargets NAMESPACE trkapi:: DESTINATION ${trkapi_package_dir})
 
 # The recording writer is a component of its own, here and in find_package.

@@ -173,7 +173,7 @@ class BidsWriter {
     }
 
     [[nodiscard]] double firstTimeIn(uint32_t first, uint32_t end) const {
-        SampleReader reader(source_.handle, {TRK_COLUMN_TIME_EXACT}, first, end);
+        trkapi::SampleReader reader(source_.handle, {TRK_COLUMN_TIME_EXACT}, first, end);
         return reader.next() ? reader.value(0, 0) : 0;
     }
 
@@ -309,7 +309,7 @@ class BidsWriter {
             if (!isOf(block, rate, eye)) {
                 continue;
             }
-            SampleReader reader(source_.handle, ids, block.first, block.end);
+            trkapi::SampleReader reader(source_.handle, ids, block.first, block.end);
             while (reader.next()) {
                 for (std::size_t row = 0; row < reader.rows(); ++row) {
                     addSample(reader, row, columns, rows.withRoom().add());
@@ -323,8 +323,8 @@ class BidsWriter {
         out.finish();
     }
 
-    static void addSample(const SampleReader &reader, std::size_t row, const std::vector<OutputColumn> &columns,
-                          std::span<Cell> cells) {
+    static void addSample(const trkapi::SampleReader &reader, std::size_t row,
+                          const std::vector<OutputColumn> &columns, std::span<Cell> cells) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
             cells[i] = cellOf(reader.value(i, row), columns[i].column.type);
         }
@@ -397,22 +397,21 @@ class BidsWriter {
             std::string text;
         };
         std::vector<Entry> entries;
-        BulkWalk walk(source_.handle, 0, trk_get_element_count(source_.handle), kEvents | kMessages | kRecordings,
-                      false);
+        trkapi::BulkWalk walk(source_.handle, 0, trk_get_element_count(source_.handle),
+                              kEvents | kMessages | kBlocks, false);
         while (const std::optional<Item> item = walk.next()) {
-            if (item->record == nullptr || !belongsTo(rate, walk.number())) {
+            if (item->record == nullptr || !belongsTo(rate, item->number)) {
                 source_.unreadable += item->record == nullptr ? 1U : 0U;
                 continue;
             }
             if (item->code == REC_MESSAGE) {
-                entries.push_back(
-                    {item->time(), Cell(), Cell(), onOneLine(source_.decoder.decode(item->messageText()))});
+                entries.push_back({item->time(), Cell(), Cell(), onOneLine(source_.decoder.decode(item->text()))});
             } else if (const FRECORDING *const mark = item->recording()) {
                 entries.push_back({mark->time, Cell(), Cell(),
                                    std::string("recording block ") +
-                                       std::to_string(source_.places.blockOf(walk.number())) +
+                                       std::to_string(source_.places.blockOf(item->number)) +
                                        (mark->state == TRK_BLOCK_START ? " starts" : " ends")});
-            } else if (const auto type = item->wholeEyeEvent(); !type.empty() && item->eye() == eye.eye) {
+            } else if (const auto type = wholeEyeEvent(*item); !type.empty() && eyeOf(*item) == eye.eye) {
                 const FEVENT &event = *item->event();
                 const bool isWhole = event.start_time <= event.end_time;
                 entries.push_back({isWhole ? event.start_time : event.end_time,

@@ -1,6 +1,6 @@
 #include "item_columns.h"
 
-#include "sample_reader.h"
+#include "library_columns.h"
 
 #include <algorithm>
 #include <bit>
@@ -15,17 +15,19 @@ Cell measurement(float value) { return value == MISSING_DATA || value == TRK_FIE
 
 // ---- Of any item ----
 
-Cell kind(const ItemRow &row, int /*detail*/) { return row.item.name(); }
+Cell kind(const ItemRow &row, int /*detail*/) { return nameOf(row.item); }
 Cell time(const ItemRow &row, int /*detail*/) { return row.item.time(); }
-Cell number(const ItemRow &row, int /*detail*/) { return row.item.isLogMessage() ? Cell() : Cell(row.number); }
+Cell number(const ItemRow &row, int /*detail*/) {
+    return row.item.isLogMessage() ? Cell() : Cell(row.item.number);
+}
 Cell file(const ItemRow &row, int /*detail*/) { return row.file; }
 
 Cell numberOrMissing(uint32_t number) { return number == 0 ? Cell() : Cell(number); }
-Cell block(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.blockOf(row.number)); }
-Cell trial(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.trialOf(row.number)); }
+Cell block(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.blockOf(row.item.number)); }
+Cell trial(const ItemRow &row, int /*detail*/) { return numberOrMissing(row.places.trialOf(row.item.number)); }
 
 Cell trialTime(const ItemRow &row, int /*detail*/) {
-    const uint32_t trial = row.places.trialOf(row.number);
+    const uint32_t trial = row.places.trialOf(row.item.number);
     if (trial == 0) {
         return {};
     }
@@ -39,7 +41,7 @@ Cell eye(const ItemRow &row, int /*detail*/) {
     if (const FRECORDING *recording = row.item.recording()) {
         return eyeName(recording->eye);
     }
-    return row.item.isEyeEvent() ? Cell(eyeName(row.item.eye() == kLeft ? TRK_EYE_LEFT : TRK_EYE_RIGHT)) : Cell();
+    return isEyeEvent(row.item) ? Cell(eyeName(eyeOf(row.item) == kLeft ? TRK_EYE_LEFT : TRK_EYE_RIGHT)) : Cell();
 }
 
 // ---- Samples ----
@@ -121,20 +123,20 @@ Cell messageText(const ItemRow &row, int /*detail*/) {
     if (row.item.event() == nullptr || row.item.event()->message == nullptr) {
         return {};
     }
-    return row.rows.keep(row.decoder.decode(row.item.messageText()));
+    return row.rows.keep(row.decoder.decode(row.item.text()));
 }
 
 // ---- Events as a whole ----
 
 Cell wholeKind(const ItemRow &row, int /*detail*/) {
-    const std::string_view name = row.item.wholeEyeEvent();
-    return name.empty() ? row.item.name() : name;
+    const std::string_view name = wholeEyeEvent(row.item);
+    return name.empty() ? nameOf(row.item) : name;
 }
 
 Cell startOf(const ItemRow &row) { return ofEvent(row, TRK_EVENT_COLUMN_START); }
 
 Cell wholeEnd(const ItemRow &row, int /*detail*/) {
-    return row.item.isEyeEvent() ? ofEvent(row, TRK_EVENT_COLUMN_END) : startOf(row);
+    return isEyeEvent(row.item) ? ofEvent(row, TRK_EVENT_COLUMN_END) : startOf(row);
 }
 
 Cell duration(const ItemRow &row, int /*detail*/) {
@@ -144,7 +146,7 @@ Cell duration(const ItemRow &row, int /*detail*/) {
 }
 
 Cell startInTrial(const ItemRow &row, int /*detail*/) {
-    const uint32_t trial = row.places.trialOf(row.number);
+    const uint32_t trial = row.places.trialOf(row.item.number);
     const Cell start = startOf(row);
     return trial == 0 || start.isMissing()
                ? Cell()
@@ -307,7 +309,7 @@ std::vector<ItemColumn> ofKinds(ItemKinds kinds) {
         return eventColumns();
     case kMessages:
         return messageColumns();
-    case kRecordings:
+    case kBlocks:
         return recordingColumns();
     default:
         return severalKinds();
@@ -371,7 +373,7 @@ void addRow(const std::vector<ItemColumn> &columns, const ItemRow &row) {
 }
 
 bool isWholeEvent(const Item &item) {
-    return !item.wholeEyeEvent().empty() || item.code == REC_BUTTON || item.code == REC_INPUT;
+    return !wholeEyeEvent(item).empty() || item.code == REC_BUTTON || item.code == REC_INPUT;
 }
 
 std::vector<ItemColumn> wholeEventColumns() {

@@ -15,7 +15,6 @@ namespace tables {
 // An item, and what its cells are made from besides.
 struct ItemRow {
     const Item &item;
-    uint32_t number; // of the item; of one of a message log, that of the recording's item behind it
     const Places &places;
     std::string_view file;
     _TRKFILE *handle;

@@ -42,36 +42,23 @@ constexpr std::array<std::pair<int, std::string_view>, 9> kContentNames{{
 
 } // namespace
 
-ItemKinds kindOf(int code) {
-    switch (code) {
-    case REC_SAMPLE:
-        return kSamples;
-    case REC_MESSAGE:
-        return kMessages;
-    case REC_RECORDING:
-        return kRecordings;
-    default:
-        return kEvents;
+std::string_view nameOf(const Item &item) {
+    if (item.code == REC_SAMPLE) {
+        return item.isDummySample() ? "dummy" : "sample";
     }
-}
-
-std::string_view Item::name() const {
-    if (code == REC_SAMPLE) {
-        return isDummySample() ? "dummy" : "sample";
-    }
-    if (code == REC_RECORDING) {
-        return recording()->state == TRK_BLOCK_START ? "recording_start" : "recording_end";
+    if (item.recording() != nullptr) {
+        return item.recording()->state == TRK_BLOCK_START ? "recording_start" : "recording_end";
     }
     for (const auto &[known, name] : kEventNames) {
-        if (known == code) {
+        if (known == item.code) {
             return name;
         }
     }
     return "unknown";
 }
 
-std::string_view Item::wholeEyeEvent() const {
-    switch (code) {
+std::string_view wholeEyeEvent(const Item &item) {
+    switch (item.code) {
     case REC_EFIX:
         return "fixation";
     case REC_ESACC:
@@ -81,32 +68,6 @@ std::string_view Item::wholeEyeEvent() const {
     default:
         return {};
     }
-}
-
-std::string_view Item::messageText() const {
-    const TRK_MESSAGE *const message = event() == nullptr ? nullptr : event()->message;
-    return message == nullptr
-               ? std::string_view()
-               : std::string_view(message->text, std::min<std::size_t>(message->length, sizeof message->text));
-}
-
-uint32_t Item::time() const {
-    if (code == REC_SAMPLE) {
-        return sample()->time;
-    }
-    if (code == REC_RECORDING) {
-        return recording()->time;
-    }
-    const bool isEnd = code == REC_EBLINK || code == REC_ESACC || code == REC_EFIX;
-    return isEnd ? event()->end_time : event()->start_time;
-}
-
-Item fetchItem(_TRKFILE *handle, int code) {
-    const ALLF_DATA *const record = trk_get_float_data(handle);
-    // No sample or recording block has these bytes where an event has its type and flags.
-    const bool isLogMessage =
-        record != nullptr && record->event.type == REC_MESSAGE && record->event.read_flags == 0;
-    return {isLogMessage ? REC_MESSAGE : code, record};
 }
 
 std::string_view eyeName(int eyes) {

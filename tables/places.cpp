@@ -1,6 +1,6 @@
 #include "places.h"
 
-#include "item_walk.h"
+#include "items.h"
 #include "text_output.h"
 
 #include <algorithm>
@@ -10,23 +10,16 @@ namespace tables {
 
 namespace {
 
-Item itemAt(_TRKFILE *handle, uint32_t number) {
-    if (trk_goto_item(handle, number) != 0) {
-        return {0, nullptr};
-    }
-    return fetchItem(handle, trk_get_next_data(handle));
-}
-
 // Whether an item is one that a trial text speaks of: a message that holds it or, with trials by input values, any
 // input.
 bool matches(const Item &item, const std::string &text, bool byInput) {
     return byInput ? item.code == REC_INPUT
                    : item.record != nullptr && item.code == REC_MESSAGE &&
-                         item.messageText().find(text) != std::string_view::npos;
+                         item.text().find(text) != std::string_view::npos;
 }
 
 bool occurs(_TRKFILE *handle, const std::string &text, bool byInput) {
-    BulkWalk walk(handle, 0, trk_get_element_count(handle), kEvents | kMessages, false);
+    trkapi::BulkWalk walk(handle, 0, trk_get_element_count(handle), kEvents | kMessages, false);
     while (const std::optional<Item> item = walk.next()) {
         if (matches(*item, text, byInput)) {
             return true;
@@ -45,9 +38,9 @@ template <class Entry> uint32_t numberOf(const std::vector<Entry> &entries, uint
 
 } // namespace
 
-Places::Places(_TRKFILE *handle, TrialTexts &texts) {
-    findTrials(handle, texts);
-    findBlocks(handle);
+Places::Places(trkapi::Recording &recording, const TrialTexts &texts) {
+    findTrials(recording, texts);
+    findBlocks(recording.handle());
 }
 
 uint32_t Places::blockOf(uint32_t item) const { return numberOf(blocks_, item); }
@@ -69,7 +62,7 @@ void Places::findBlocks(_TRKFILE *handle) {
     trk_list_items(handle, 0, all, REC_RECORDING, marks.data(), static_cast<int64_t>(marks.size()));
     bool isOpen = false;
     for (const unsigned mark : marks) {
-        const Item item = itemAt(handle, mark);
+        const Item item = trkapi::Walk(handle).at(mark);
         if (item.record == nullptr) {
             continue;
         }
@@ -88,29 +81,23 @@ void Places::findBlocks(_TRKFILE *handle) {
     }
 }
 
-void Places::findTrials(_TRKFILE *handle, TrialTexts &texts) {
-    const auto pointer = [](std::optional<std::string> &text) { return text ? text->data() : nullptr; };
-    if (texts.start || texts.end) {
-        trk_set_trial_identifier(handle, pointer(texts.start), pointer(texts.end));
-    }
-    trials_.resize(static_cast<std::size_t>(std::max(trk_get_trial_count(handle), 0)));
+void Places::findTrials(trkapi::Recording &recording, const TrialTexts &texts) {
+    _TRKFILE *const handle = recording.handle();
     const bool byInput = texts.start && texts.start->starts_with("inPut_type_");
     bool sawStart = false;
     bool sawEnd = false;
-    for (int i = 0; Trial & trial : trials_) {
-        trk_jump_to_trial(handle, i);
-        trk_get_trial_header(handle, &trial.header);
-        trk_get_trial_range(handle, i++, &trial.first, &trial.end);
+    for (const trkapi::Trial &found : recording.trials(texts.start, texts.end)) {
+        Trial &trial = trials_.emplace_back(Trial{.header = found.header, .first = found.first, .end = found.end});
         if (trial.header.recording != nullptr) {
             trial.block = *trial.header.recording;
         }
-        const Item start = itemAt(handle, trial.first);
+        const Item start = trkapi::Walk(handle).at(trial.first);
         if (start.record != nullptr && start.code == REC_MESSAGE) {
-            trial.text = start.messageText();
+            trial.text = start.text();
             trial.hasText = true;
         }
         sawStart = sawStart || (texts.start && matches(start, *texts.start, byInput));
-        sawEnd = sawEnd || (texts.end && matches(itemAt(handle, trial.end - 1), *texts.end, byInput));
+        sawEnd = sawEnd || (texts.end && matches(trkapi::Walk(handle).at(trial.end - 1), *texts.end, byInput));
     }
     const auto demand = [&](const std::optional<std::string> &text, bool wasSeen, const char *does) {
         if (text && text->empty()) {

@@ -1,7 +1,7 @@
 // Where items stand: in which recording block, and in which trial. Both are numbered from 1.
 #pragma once
 
-#include "trkapi/trkapi.h"
+#include "trkapi/trkapi.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -47,9 +47,8 @@ class Places {
     Places() = default;
 
     // Looks through a recording. That moves the read position, uses up a message log and can set the base of moved
-    // times: whoever walks the recording, too, gives a handle of its own. The texts must live as long as the
-    // handle.
-    Places(_TRKFILE *handle, TrialTexts &texts);
+    // times: whoever walks the recording, too, opens it once more.
+    Places(trkapi::Recording &recording, const TrialTexts &texts);
 
     [[nodiscard]] const std::vector<Block> &blocks() const { return blocks_; }
     [[nodiscard]] const std::vector<Trial> &trials() const { return trials_; }
@@ -69,7 +68,7 @@ class Places {
 
   private:
     void findBlocks(_TRKFILE *handle);
-    void findTrials(_TRKFILE *handle, TrialTexts &texts);
+    void findTrials(trkapi::Recording &recording, const TrialTexts &texts);
 
     std::vector<Block> blocks_;
     std::vector<Trial> trials_;

@@ -42,7 +42,7 @@ SampleTable::SampleTable(Source &source, std::string_view columns)
             parts_.push_back({chosen == trial ? From::Trial : From::TrialTime});
         }
     }
-    reader_ = std::make_unique<SampleReader>(source.handle, ids_, 0, trk_get_element_count(source.handle));
+    reader_ = std::make_unique<trkapi::SampleReader>(source.handle, ids_);
 }
 
 std::size_t SampleTable::placeOf(int id) {
@@ -111,7 +111,7 @@ void EventTable::read(Rows &rows) {
         if (item->record == nullptr) {
             ++source_.unreadable;
         } else {
-            addRow(items_, {*item, walk_.number(), source_.places, {}, source_.handle, source_.decoder, rows});
+            addRow(items_, {*item, source_.places, {}, source_.handle, source_.decoder, rows});
         }
     }
 }

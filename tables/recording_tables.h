@@ -3,9 +3,8 @@
 
 #include "encoding.h"
 #include "item_columns.h"
-#include "item_walk.h"
+#include "library_columns.h"
 #include "places.h"
-#include "sample_reader.h"
 #include "table.h"
 
 #include <string>
@@ -54,7 +53,7 @@ class SampleTable : public Table {
     std::vector<int> ids_; // that are read
     std::size_t item_;
     std::size_t time_;
-    std::unique_ptr<SampleReader> reader_;
+    std::unique_ptr<trkapi::SampleReader> reader_;
     std::size_t row_ = 0; // of those that the reader holds
 };
 
@@ -73,7 +72,7 @@ class EventTable : public Table {
     std::vector<ItemColumn> items_;
     std::vector<Column> descriptions_;
     bool (*isWanted_)(const Item &);
-    BulkWalk walk_;
+    trkapi::BulkWalk walk_;
 };
 
 // One row a message.

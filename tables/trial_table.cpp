@@ -61,7 +61,7 @@ class Figures {
 
   private:
     void addSamples() {
-        constexpr std::array kIds{TRK_COLUMN_ITEM,
+        constexpr std::array<int, 10> kIds{TRK_COLUMN_ITEM,
                                   TRK_COLUMN_EYES,
                                   TRK_COLUMN_DUMMY,
                                   TRK_COLUMN_BLOCK,
@@ -73,7 +73,7 @@ class Figures {
                                   TRK_COLUMN_PUPIL_SIZE_RIGHT};
         enum Place : std::size_t { kItem, kEyesPresent, kDummy, kBlock, kGazeX, kGazeY = 6, kPupil = 8 };
         const std::vector<Trial> &trials = source_.places.trials();
-        SampleReader reader(source_.handle, {kIds.begin(), kIds.end()}, trials.front().first, trials.back().end);
+        trkapi::SampleReader reader(source_.handle, kIds, trials.front().first, trials.back().end);
         while (reader.next()) {
             for (std::size_t row = 0; row < reader.rows(); ++row) {
                 const uint32_t trial = source_.places.trialOf(static_cast<uint32_t>(reader.value(kItem, row)));
@@ -111,9 +111,9 @@ class Figures {
 
     void addEvents() {
         const std::vector<Trial> &trials = source_.places.trials();
-        BulkWalk walk(source_.handle, trials.front().first, trials.back().end, kEvents | kMessages, false);
+        trkapi::BulkWalk walk(source_.handle, trials.front().first, trials.back().end, kEvents | kMessages, false);
         while (const std::optional<Item> item = walk.next()) {
-            const uint32_t trial = source_.places.trialOf(walk.number());
+            const uint32_t trial = source_.places.trialOf(item->number);
             if (trial == 0 || item->record == nullptr) {
                 source_.unreadable += item->record == nullptr ? 1U : 0U;
                 continue;
@@ -125,13 +125,13 @@ class Figures {
     void addEvent(const Item &item, TrialFigures &figures) {
         constexpr std::array kCodes{REC_EFIX, REC_ESACC, REC_EBLINK};
         if (const auto *const code = std::ranges::find(kCodes, item.code); code != kCodes.end()) {
-            EyeOfTrial &eye = figures.eyes[item.eye()];
+            EyeOfTrial &eye = figures.eyes[eyeOf(item)];
             ++eye.events[static_cast<std::size_t>(code - kCodes.begin())];
         }
         if (item.code != REC_MESSAGE || variable_ == nullptr) {
             return;
         }
-        const auto found = variable_->find(source_.decoder.decode(item.messageText()));
+        const auto found = variable_->find(source_.decoder.decode(item.text()));
         if (!found || found->first.empty()) {
             return;
         }

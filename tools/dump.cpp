@@ -4,7 +4,6 @@
 #include "progress.h"
 #include "tables/delimited.h"
 #include "tables/item_columns.h"
-#include "tables/item_walk.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -82,9 +81,9 @@ class Dump {
     void readMany() {
         const unsigned count = trk_get_element_count(handle_);
         Progress progress(std::min(range_.end, count) - std::min(range_.first, count), !out_.isTerminal());
-        tables::BulkWalk walk(handle_, range_.first, range_.end, options_.kinds, wantsVelocities());
-        while (const std::optional<tables::Item> item = walk.next()) {
-            see(*item, walk.number(), true);
+        trkapi::BulkWalk walk(handle_, range_.first, range_.end, options_.kinds, wantsVelocities());
+        while (const std::optional<Item> item = walk.next()) {
+            see(*item, true);
             progress.step();
         }
         failure_ = walk.failure();
@@ -95,13 +94,14 @@ class Dump {
     void walkWithLog() {
         Progress progress(trk_get_element_count(handle_), !out_.isTerminal());
         bool isOver = false;
-        for (int code = 0; (code = trk_get_next_data(handle_)) != 0; progress.step()) {
+        trkapi::Walk walk(handle_);
+        for (; const std::optional<Item> item = walk.next(); progress.step()) {
             const uint32_t position = trk_get_position(handle_);
             // Messages of the log can lie before the first item.
             const bool isInside =
                 !options_.trial || (!isOver && position > range_.first && position <= range_.end);
             isOver = isOver || position >= range_.end;
-            see(tables::fetchItem(handle_, code), position == 0 ? 0 : position - 1, isInside);
+            see(*item, isInside);
         }
         failure_ = recording_.log().last();
     }
@@ -112,21 +112,20 @@ class Dump {
         });
     }
 
-    void see(const tables::Item &item, uint32_t number, bool isInside) {
-        logMessages_ += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
+    void see(const Item &item, bool isInside) {
+        logMessages_ += item.isLogMessage() ? 1U : 0U;
         if (!isInside || (tables::kindOf(item.code) & options_.kinds) == 0) {
             return;
         }
         if (item.record == nullptr) {
             ++unreadable_;
         } else if (item.time() >= options_.from && item.time() <= options_.to) {
-            addRow(item, number);
+            addRow(item);
         }
     }
 
-    void addRow(const tables::Item &item, uint32_t number) {
-        tables::addRow(columns_,
-                       {item, number, places_, recording_.name(), handle_, text_.decoder(), rows_.withRoom()});
+    void addRow(const Item &item) {
+        tables::addRow(columns_, {item, places_, recording_.name(), handle_, text_.decoder(), rows_.withRoom()});
     }
 
     // Tells standard error what the table lacks. Returns the exit status.

@@ -1,7 +1,6 @@
 #include "facts.h"
 
 #include "progress.h"
-#include "tables/item_walk.h"
 
 #include <algorithm>
 
@@ -24,10 +23,10 @@ LogFacts messageLogFacts(const Recording &alone, uint64_t items) {
         }
         uint64_t steps = 0;
         Progress progress(items, true);
-        for (int code = 0; (code = trk_get_next_data(handle)) != 0; progress.step()) {
-            const tables::Item item = tables::fetchItem(handle, code);
+        trkapi::Walk walk(handle);
+        for (; const std::optional<tables::Item> item = walk.next(); progress.step()) {
             ++steps;
-            facts.merged += item.record != nullptr && item.isLogMessage() ? 1U : 0U;
+            facts.merged += item->isLogMessage() ? 1U : 0U;
         }
         facts.endIsMissing = facts.merged == 0 && steps == items;
         facts.replaced = items + facts.merged - steps;
@@ -58,7 +57,7 @@ Facts gatherFacts(const Recording &recording, const DamageReport &damage, const 
     Facts facts{recording, damage, {}, places, {}, preambleLines(handle)};
     {
         Progress progress(trk_get_element_count(handle), true);
-        tables::BulkWalk walk(handle, 0, trk_get_element_count(handle), tables::kAllKinds, false);
+        trkapi::BulkWalk walk(handle);
         for (std::optional<tables::Item> item; (item = walk.next()); progress.step()) {
             item->record == nullptr ? facts.summary.addUnreadable(item->code) : facts.summary.add(*item);
         }

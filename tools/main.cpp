@@ -155,7 +155,7 @@ void addDump(CLI::App &app, tool::DumpOptions &options, std::vector<std::string>
     static const std::map<std::string, tables::ItemKinds> kKinds{{"samples", tables::kSamples},
                                                                  {"events", tables::kEvents},
                                                                  {"messages", tables::kMessages},
-                                                                 {"recordings", tables::kRecordings}};
+                                                                 {"recordings", tables::kBlocks}};
     CLI::App *const command =
         addCommand(app, "dump", "Write the items of recordings as a tab-separated table",
                    "dump s07.trk --kind messages\n"

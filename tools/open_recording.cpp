@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace tool {
 
@@ -40,16 +41,11 @@ int openFlags(const OpenOptions &options) {
            (options.salvage ? TRK_OPEN_SALVAGE : 0) | (options.messageOffsets ? TRK_OPEN_MESSAGE_OFFSETS : 0);
 }
 
-_TRKFILE *openWith(const std::string &path, const OpenOptions &options, LogLines &log, TRK_ERROR &error) {
-    const std::string logName = messageLogName(path, options);
-    TRK_OPEN_OPTIONS all;
-    trk_default_options(&all);
-    all.flags = openFlags(options);
-    all.events = options.mergeLog ? TRK_EVENTS_MESSAGE_LOG : TRK_EVENTS_ALL;
-    all.message_log = logName.c_str();
-    all.log = [](void *lines, const char *text) { static_cast<LogLines *>(lines)->add(text); };
-    all.user = &log;
-    return trk_open(path.c_str(), &all, &error);
+trkapi::Result<trkapi::Recording> openWith(const std::string &path, const OpenOptions &options, LogLines &log) {
+    return trkapi::Recording::open(path, {.flags = openFlags(options),
+                                          .events = options.mergeLog ? TRK_EVENTS_MESSAGE_LOG : TRK_EVENTS_ALL,
+                                          .messageLog = messageLogName(path, options),
+                                          .log = [&log](std::string_view line) { log.add(line); }});
 }
 
 // The library names a recording by its file name; among many the whole path is wanted. There is nothing in the
@@ -62,6 +58,23 @@ std::string reasonOf(const std::string &path, const TRK_ERROR &error) {
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string text(error.text);
     return !name.empty() && text.starts_with(name) ? tables::escaped(path) + text.substr(name.size()) : text;
+}
+
+// Throws CannotRead. Tells the options when it takes a tolerant opening.
+trkapi::Recording openAs(const std::string &path, OpenOptions &options, OnDamage onDamage, LogLines &log) {
+    auto opened = openWith(path, options, log);
+    if (opened) {
+        return *std::move(opened);
+    }
+    const TRK_ERROR error = opened.error();
+    if (error.code == TRK_ERROR_DAMAGED && onDamage == OnDamage::ShowIntactPart && !options.salvage) {
+        options.tolerant = true;
+        log = {};
+        if (auto intact = openWith(path, options, log)) {
+            return *std::move(intact);
+        }
+    }
+    throw CannotRead(reasonOf(path, error), error.code == TRK_ERROR_DAMAGED ? kIncomplete : kFailed, error);
 }
 
 } // namespace
@@ -93,24 +106,10 @@ void LogLines::sort(std::string_view line) {
     last_ = text;
 }
 
-Recording::Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage)
-    : path_(path), name_(tables::escaped(path)), options_(options) {
-    TRK_ERROR error;
-    handle_.reset(openWith(path, options_, log_, error));
-    if (!handle_ && error.code == TRK_ERROR_DAMAGED && onDamage == OnDamage::ShowIntactPart && !options.salvage) {
-        TRK_ERROR ignored;
-        options_.tolerant = true;
-        log_ = {};
-        handle_.reset(openWith(path, options_, log_, ignored));
-    }
-    if (!handle_) {
-        throw CannotRead(reasonOf(path, error), error.code == TRK_ERROR_DAMAGED ? kIncomplete : kFailed, error);
-    }
-}
+Recording::Recording(std::string path, OpenOptions options, OnDamage onDamage)
+    : path_(std::move(path)), name_(tables::escaped(path_)), options_(std::move(options)),
+      recording_(openAs(path_, options_, onDamage, log_)) {}
 
-tables::Places Recording::findPlaces(const tables::TrialTexts &texts) {
-    trialTexts_ = texts;
-    return {handle(), trialTexts_};
-}
+tables::Places Recording::findPlaces(const tables::TrialTexts &texts) { return {recording_, texts}; }
 
 } // namespace tool

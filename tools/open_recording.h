@@ -3,10 +3,9 @@
 
 #include "status.h"
 #include "tables/places.h"
-#include "trkapi/trkapi.h"
+#include "trkapi/trkapi.hpp"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -73,12 +72,12 @@ class CannotRead : public std::runtime_error {
 class Recording {
   public:
     // Throws CannotRead.
-    Recording(const std::string &path, const OpenOptions &options, OnDamage onDamage);
+    Recording(std::string path, OpenOptions options, OnDamage onDamage);
     ~Recording() = default;
-    Recording(const Recording &) = delete; // the library keeps pointers into it
+    Recording(const Recording &) = delete; // lines of the log go into it
     Recording &operator=(const Recording &) = delete;
 
-    [[nodiscard]] _TRKFILE *handle() const { return handle_.get(); }
+    [[nodiscard]] _TRKFILE *handle() const { return recording_.handle(); }
     [[nodiscard]] const LogLines &log() const { return log_; }
     [[nodiscard]] const std::string &path() const { return path_; }
     [[nodiscard]] const std::string &name() const { return name_; } // to be shown
@@ -88,16 +87,11 @@ class Recording {
     [[nodiscard]] tables::Places findPlaces(const tables::TrialTexts &texts);
 
   private:
-    struct Closer {
-        void operator()(_TRKFILE *handle) const { trk_close_file(handle); }
-    };
-
     std::string path_;
     std::string name_;
     OpenOptions options_;
     LogLines log_;
-    tables::TrialTexts trialTexts_; // the library keeps pointers to them
-    std::unique_ptr<_TRKFILE, Closer> handle_;
+    trkapi::Recording recording_;
 };
 
 } // namespace tool

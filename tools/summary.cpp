@@ -96,7 +96,7 @@ void RecordingSummary::addRecording(const FRECORDING &recording) {
 }
 
 void RecordingSummary::addEvent(const tables::Item &item) {
-    if (insideBlock_ && !item.isBlockMark()) {
+    if (insideBlock_ && (item.code < REC_STARTSAMPLES || item.code > REC_ENDEVENTS)) {
         ++blocks.back().events;
     }
     if (item.code < REC_SBLINK || item.code > REC_EFIX) {

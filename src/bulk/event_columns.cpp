@@ -72,6 +72,9 @@ double angleBetween(const std::array<double, 2> &a, const std::array<double, 2> 
     return std::atan2(cross, a[0] * b[0] + a[1] * b[1] + kHrefDistanceSquared) * kDegrees;
 }
 
+// No more of it than its column states.
+double inSinglePrecision(double value) { return static_cast<double>(static_cast<float>(value)); }
+
 // From gaze and resolution; where these are not there, from the positions on the HREF plane.
 double amplitude(const FEVENT &event, const EventColumn & /*column*/) {
     const auto atStart = [&](float value, int what) {
@@ -88,9 +91,9 @@ double amplitude(const FEVENT &event, const EventColumn & /*column*/) {
     const double degreesAcross = across / pixelsPerDegree(event.start_res_x, event.end_res_x);
     const double degreesDown = down / pixelsPerDegree(event.start_res_y, event.end_res_y);
     if (!std::isnan(degreesAcross) && !std::isnan(degreesDown)) {
-        return static_cast<float>(std::hypot(degreesAcross, degreesDown));
+        return inSinglePrecision(std::hypot(degreesAcross, degreesDown));
     }
-    return static_cast<float>(
+    return inSinglePrecision(
         angleBetween({atStart(event.start_href_x, TRK_EVENT_HREF), atStart(event.start_href_y, TRK_EVENT_HREF)},
                      {atEnd(event.end_href_x, TRK_EVENT_HREF), atEnd(event.end_href_y, TRK_EVENT_HREF)}));
 }

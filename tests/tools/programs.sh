@@ -307,3 +307,10 @@ status=0
 has quality.txt '^damage at byte [0-9]+, [0-9]+ bytes long, behind [0-9]+ ms: [a-z ]+$'
 refuses 3 '^quality: none.trk cannot be read: No such file' "$quality" none.trk
 refuses 2 '^usage: quality FILE$' "$quality"
+
+# ---- The example program fixations ----
+
+"$(dirname "$quality")/fixations" compressed.trk TRIALID 'TRIAL OK' >fixations.txt || fail "fixations: status $?"
+"$trk" trials compressed.trk --start TRIALID --end 'TRIAL OK' --columns start,fixations_left,fixations_right |
+    awk 'NR > 1 { print $1 " ms: " $2 + $3 " fixations" }' >expected.txt
+cmp expected.txt <(sed 's/ of all eyes.*//' fixations.txt) || fail "fixations of the example"
