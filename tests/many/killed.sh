@@ -2,13 +2,13 @@
 # A run of trk convert that is killed, or runs out of disk, and is started again ends with the bytes of one that was
 # left alone: killed.sh TRK SCRATCH PYTHON
 . "$(dirname "${BASH_SOURCE[0]}")/recordings.sh"
-trk synth raw/00.trk --minutes 4 --trials 2 # long enough to be hit in the middle of a file
+trk synth recordings/00.trk --minutes 4 --trials 2 # long enough to be hit in the middle of a file
 sums() { (cd "$1" && find . -type f -exec sha256sum {} + | sort -k 2); }
 # awaits PATTERN: until there is such a file, or the run has ended.
 awaits() { until compgen -G "$1" >/dev/null || ! kill -0 $run 2>/dev/null; do sleep 0.001; done; }
 
 for format in tsv hdf5; do
-    convert=(trk convert raw --format "$format" --salvage --jobs 2 -o)
+    convert=(trk convert recordings --format "$format" --salvage --jobs 2 -o)
     status=0
     "${convert[@]}" whole >out 2>err || status=$?
     [ "$status" = 1 ] && [ "$(tail -n 1 out)" = "41 recordings: 38 converted, 3 converted in part" ] || fail "$(cat out err)"
@@ -22,7 +22,7 @@ for format in tsv hdf5; do
     kill -9 "${workers[@]}" 2>/dev/null || true
     status=0
     wait $run || status=$?
-    [ $status = 3 ] && grep -q '^raw/00.trk: failed: its process was ended: Killed$' out || fail "no worker was killed: $(cat out)"
+    [ $status = 3 ] && grep -q '^recordings/00.trk: failed: its process was ended: Killed$' out || fail "no worker was killed: $(cat out)"
     compgen -G 'killed/00*.part' >/dev/null || fail "a killed worker left nothing"
     sums killed >now
     ! cmp -s now "whole.$format" || fail "the kill did nothing"
@@ -48,7 +48,7 @@ for format in tsv hdf5; do
 done
 
 # The disk is full, and then it is not.
-convert() { trk convert raw -o disk/full --salvage --jobs 2 >out 2>err; }
+convert() { trk convert recordings -o disk/full --salvage --jobs 2 >out 2>err; }
 mkdir disk
 reason='No space left on device'
 if mount -t tmpfs -o size=6m none disk 2>/dev/null; then
