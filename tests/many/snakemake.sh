@@ -41,4 +41,5 @@ run '## Snakemake' && [ "$(jobs_of recording) $(jobs_of all)" = "1 1" ] || fail 
 echo text >recordings/42.trk
 ! run '## Snakemake' && [ "$(jobs_of recording)" = 1 ] && [ ! -e study.outcome/42.trk.txt ] || fail "$(cat log)"
 touch recordings/01.trk
-! run '## Snakemake' && [ "$(jobs_of recording)" = 2 ] && grep -q ': --force replaces it' log || fail "$(cat log)"
+! run '## Snakemake' && [ "$(jobs_of recording)" = 2 ] && grep -q ': --force replaces it' log &&
+    [ ! -e study.outcome/01.trk.txt ] || fail "$(cat log)"

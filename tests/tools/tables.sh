@@ -80,7 +80,7 @@ done
 "$trk" convert raw/deep -o whole --velocities >/dev/null
 diff -r killed whole || fail "a killed run, gone on with, differs"
 mkdir -p moved/too && cp raw/deep/example.trk moved/too && "$trk" convert moved/too -o elsewhere --velocities >/dev/null
-diff -r elsewhere whole || fail "a recording from another folder differs"
+! diff -r elsewhere whole | grep -v '^Only in whole' || fail "a recording from another folder differs"
 (ulimit -f 100 && exec "$trk" convert raw/deep -o full >out 2>err) && fail "a full disk"
 grep -q 'example_.* cannot be written: File too large' err && ! compgen -G 'full/*example_samples*' || fail "$(cat err)"
 
