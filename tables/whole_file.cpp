@@ -57,8 +57,8 @@ int enter(const char *name) {
     return -1;
 }
 
-// Opens `name` for this process alone, emptied of what one that was killed has left there. -1 where another process
-// writes it, or nobody can tell.
+// Opens `name` for this process alone, emptied of what one that was killed has left there. -1 where another
+// process writes it, or nobody can tell.
 int takeOver(const std::string &name) {
     const int descriptor =
         ::open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kNewFileMode);
@@ -136,8 +136,8 @@ WholeFile::~WholeFile() {
 }
 
 void WholeFile::finish() {
-    // Some file systems report a full disk only where a descriptor is closed. The lock stays until the file has its
-    // name.
+    // Some file systems report a full disk only where a descriptor is closed. The lock stays until the file has
+    // its name.
     const int copy = ::dup(descriptor_);
     if (copy < 0 || ::close(copy) != 0) {
         fail();
