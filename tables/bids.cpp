@@ -533,24 +533,36 @@ class BidsWriter {
         if (text.empty()) {
             text = "participant_id\n";
         }
-        std::istringstream lines(text);
+        text += text.ends_with('\n') ? "" : "\n";
+        // Rows in order stay in order, so that the order in which runs end says nothing.
+        std::size_t place = text.size();
         std::size_t cells = 1;
-        bool isHeader = true;
-        for (std::string line; std::getline(lines, line); isHeader = false) {
-            if (line.substr(0, line.find_first_of("\t\r")) == participant) {
+        std::string last;
+        bool isOrdered = true;
+        for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+            end = text.find('\n', begin);
+            const std::string_view line(text.data() + begin, end - begin);
+            if (begin == 0) {
+                cells += static_cast<std::size_t>(std::ranges::count(line, '\t'));
+                continue;
+            }
+            std::string present(line.substr(0, line.find_first_of("\t\r")));
+            if (present == participant) {
                 return;
             }
-            if (isHeader) {
-                cells += static_cast<std::size_t>(std::ranges::count(line, '\t'));
+            isOrdered = isOrdered && last <= present;
+            if (place == text.size() && present > participant) {
+                place = begin;
             }
+            last = std::move(present);
         }
-        text += text.ends_with('\n') ? "" : "\n";
-        text += participant;
+        std::string row = participant;
         for (std::size_t i = 1; i < cells; ++i) {
-            text += "\tn/a";
+            row += "\tn/a";
         }
+        text.insert(isOrdered ? place : text.size(), row + "\n");
         TextOutput out(path, {});
-        out.text(text + "\n");
+        out.text(text);
         out.finish();
     }
 

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -56,6 +57,30 @@ int enter(const char *name) {
     return -1;
 }
 
+// Opens `name` for this process alone, emptied of what one that was killed has left there. -1 where another
+// process writes it, or nobody can tell.
+int takeOver(const std::string &name) {
+    const int descriptor =
+        ::open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kNewFileMode);
+    if (descriptor < 0) {
+        return -1;
+    }
+    struct stat opened {};
+    struct stat named {};
+    const bool isLocked = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    // Who had the lock until now may have given the file its name in the meantime.
+    if (isLocked && ::fstat(descriptor, &opened) == 0 && ::lstat(name.c_str(), &named) == 0 &&
+        opened.st_dev == named.st_dev && opened.st_ino == named.st_ino && S_ISREG(opened.st_mode) &&
+        opened.st_nlink == 1 && opened.st_uid == ::geteuid() && ::ftruncate(descriptor, 0) == 0) {
+        return descriptor;
+    }
+    if (!isLocked && errno != EWOULDBLOCK) {
+        ::unlink(name.c_str()); // a file system without locks: nobody writes under this name
+    }
+    ::close(descriptor);
+    return -1;
+}
+
 [[noreturn]] void fail() { throw std::system_error(errno, std::generic_category()); }
 
 } // namespace
@@ -82,13 +107,15 @@ WholeFile::WholeFile(const std::string &path) : path_(path) {
         fail(); // what is protected is not replaced either
     }
     catchSignals();
+    temporary_ = path_ + ".part";
+    descriptor_ = takeOver(temporary_);
     static std::atomic<unsigned> count;
-    do {
+    while (descriptor_ < 0) {
         temporary_ = path_ + "." + std::to_string(::getpid()) + "-" + std::to_string(++count) + ".part";
         descriptor_ = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
-    } while (descriptor_ < 0 && errno == EEXIST);
-    if (descriptor_ < 0) {
-        fail();
+        if (descriptor_ < 0 && errno != EEXIST) {
+            fail();
+        }
     }
     if (replaces) {
         ::fchmod(descriptor_, old.st_mode & 07777U);
@@ -97,11 +124,11 @@ WholeFile::WholeFile(const std::string &path) : path_(path) {
 }
 
 WholeFile::~WholeFile() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
     if (!temporary_.empty()) {
         ::unlink(temporary_.c_str());
+    }
+    if (descriptor_ >= 0) {
+        ::close(descriptor_); // only now: the next one to take the name over must not lose its file
     }
     if (slot_ >= 0) {
         unfinished[static_cast<std::size_t>(slot_)] = nullptr;
@@ -109,8 +136,10 @@ WholeFile::~WholeFile() {
 }
 
 void WholeFile::finish() {
-    // Some file systems report a full disk only here.
-    if (::close(std::exchange(descriptor_, -1)) != 0) {
+    // Some file systems report a full disk only where a descriptor is closed. The lock stays until the file has
+    // its name.
+    const int copy = ::dup(descriptor_);
+    if (copy < 0 || ::close(copy) != 0) {
         fail();
     }
     if (!temporary_.empty()) {
@@ -122,6 +151,7 @@ void WholeFile::finish() {
         }
         temporary_.clear();
     }
+    ::close(std::exchange(descriptor_, -1));
 }
 
 } // namespace tables

@@ -5,8 +5,9 @@
 
 namespace tables {
 
-// Written under a name beside the one it is to have. What it replaces stays until then. When the work breaks off,
-// also by a signal that ends the program, nothing is left behind.
+// Written under a name beside the one it is to have (.part). What it replaces stays until then. When the work
+// breaks off, also by a signal that ends the program, nothing is left behind; what a kill that nobody can catch
+// has left, the next one to write the same file takes over.
 class WholeFile {
   public:
     // Throws std::system_error. Something other than a regular file, such as a device, is written as it is.

@@ -252,7 +252,13 @@ class Conversion {
                          {"facts", facts}};
         // Where it was is no fact of the recording.
         description["facts"].erase("file");
-        description["facts"]["message_log"].erase("file");
+        Json &log = description["facts"]["message_log"];
+        const std::string name = log["file"].get<std::string>();
+        std::string failure = log.value("error", std::string());
+        if (const std::size_t place = failure.find(name); place != std::string::npos) {
+            log["error"] = failure.replace(place, name.size(), fs::path(name).filename().string());
+        }
+        log.erase("file");
         tables::TextOutput out(task_.stem + ".json", {task_.recording});
         tables::writeJson(out, description);
         out.finish();

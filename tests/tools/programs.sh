@@ -251,7 +251,7 @@ has err '^trk: kept.txt cannot be written: File too large$'
 # Ended by a signal while it writes, unless it was done before.
 ended() {
     "$trk" dump --raw -o kept.txt "$big" &
-    until compgen -G 'kept.txt.*.part' >/dev/null || ! kill -0 $! 2>/dev/null; do sleep 0.01; done
+    until [ -e kept.txt.part ] || ! kill -0 $! 2>/dev/null; do sleep 0.01; done
     kill $! 2>/dev/null && ! wait $!
 }
 for try in 1 2 3 4 5; do
