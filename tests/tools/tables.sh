@@ -1,16 +1,7 @@
 #!/bin/bash
 # What trk convert writes, read back with other means: tables.sh TRK SCRATCH
-set -euo pipefail
-trk=$1 scratch=$2
-here=$(cd "$(dirname "$0")" && pwd)
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
+. "$(dirname "$0")/head.bash"
 
-fail() {
-    echo "FAILED: $1" >&2
-    exit 1
-}
 # The Python that has the most of what is read with here; what none has is skipped with a word.
 python=python3
 for candidate in python3 /usr/bin/python3; do
