@@ -21,6 +21,10 @@ refuses() {
     [ "$(wc -l <err)" -eq 1 ] && grep -q -- "$pattern" err || fail "$*: says '$(cat err)'"
 }
 has() { grep -qE -- "$2" "$1" || fail "$1 lacks '$2': $(cat "$1")"; }
+# Every cell of column $2 of the table $1.
+cells() {
+    awk -F'\t' -v name="$2" 'NR == 1 { for (i = 1; i <= NF; i++) if ($i == name) c = i } NR > 1 { print $c }' "$1"
+}
 
 # Recordings by hand, of records in hexadecimal digits.
 start() { printf 'QM_OPTICORE_COMBFILE\nVERSION: PUPILON V2 7\nSOURCE: PUPILON LX\n%bENDP:\n' "${1-}"; }

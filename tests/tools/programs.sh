@@ -4,11 +4,6 @@
 quality=$3
 header_file=$here/../../include/trkapi/trkapi.h
 
-# Every cell of column $2 of the table $1.
-cells() {
-    awk -F'\t' -v name="$2" 'NR == 1 { for (i = 1; i <= NF; i++) if ($i == name) c = i } NR > 1 { print $c }' "$1"
-}
-
 mkdir big && "$trk" synth big/plain.trk
 big=big/plain.trk
 
