@@ -104,6 +104,18 @@ variables=(--variable 'VAR (\w*[^ ]\w*) ?(.*)')
 [ "$(cat out)" = 'text na/me na,me .h größe var_text z␀z|NA 1 2 Ü "NA" . |' ] || fail "variables: $(cat out)"
 "$trk" trials hand/var.trk --missing '' --columns 'text,z*' "${variables[@]}" 2>err | tail -n 1 >out
 [ "$(cat out)" = $'\t""' ] || fail "an empty value beside a missing one: $(cat out)"
+"$trk" convert hand/var.trk -o names --format hdf5 "${variables[@]}" 2>err >out || fail "names in HDF5: $(cat out err)"
+"$python" - <<'END' || fail "HDF5 of odd names"
+import sys
+try:
+    import h5py
+except ImportError:
+    sys.exit(print("h5py is not there: not tried"))
+trials = h5py.File("names/var.h5")["trials"]
+names = trials.attrs["columns"].split(",")
+assert names[11:17] == ["na_me", "na_me_", "_.h", "größe", "var_text", "z␀z"] and set(names) == set(trials), names
+assert [trials[name][0] for name in ["text", *names[11:17]]] == [b"", b"1", b"2", "Ü".encode(), b"NA", b".", b""]
+END
 refuses 2 'no regular expression, at character 13: missing closing parenthesis' \
     "$trk" convert hand -o names --variable 'VAR (\w+ (.*'
 cp raw/texts.trk hand/sound.trk
