@@ -118,7 +118,13 @@ assert [trials[name][0] for name in ["text", *names[11:17]]] == [b"", b"1", b"2"
 END
 refuses 2 'no regular expression, at character 13: missing closing parenthesis' \
     "$trk" convert hand -o names --variable 'VAR (\w+ (.*'
+slow=(--variable '((?:a+)+)(x?)$')
+refuses 2 '^trk: the pattern .* cannot be searched for in the message "VAR aaa.*limit' timeout 20 \
+    "$trk" trials hand/var.trk "${slow[@]}"
 cp raw/texts.trk hand/sound.trk
+[ "$(status_of timeout 20 "$trk" convert hand -o slow "${slow[@]}")" = 3 ] || fail "a pattern without an end"
+[ "$(last)" = "2 recordings: 1 converted, 1 failed" ] || fail "a pattern without an end: $(cat out err)"
+
 mkdir odd
 for name in 'a b' $'line\nend' $'caf\xe9' -o 'q"u,ote' $'tab\there' UP; do
     cp hand/sound.trk "odd/$name.trk"
