@@ -134,6 +134,8 @@ mv odd/UP.trk odd/UP.TRK
 [ "$(wc -l <out)" = 8 ] && [ "$(last)" = "7 recordings: 7 converted" ] || fail "odd names: $(cat out)"
 stems() { find "$1" -name "$2" -printf '%f\0' | sed -z 's/\.[a-zA-Z]*$//' | sort -z; }
 cmp <(stems odd '*.[tT][rR][kK]') <(stems renamed '*.json') || fail "odd names: $(ls renamed)"
+(cd odd && "$trk" dump --kind messages --columns file,item -- *) 2>err >files
+iconv -f UTF-8 -t UTF-8 files >out && [ "$(cut -f1 files | sort -u | wc -l)" = 8 ] || fail "names of files in a table"
 
 # ---- Trouble ----
 
