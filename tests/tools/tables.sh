@@ -146,9 +146,12 @@ if "${nobody[@]}" "$trk" --version >/dev/null 2>&1 && "${nobody[@]}" test -w "$P
     [ "$(status_of "${nobody[@]}" "$trk" convert barred -o for_all)" = 3 ] || fail "an unreadable folder"
     has err '^trk: barred/shut cannot be read: Permission denied$'
     [ "$(last)" = "1 recording: 1 converted" ] || fail "beside an unreadable folder: $(cat out)"
+    refuses 3 '^trk: the folder barred/x cannot be made: Permission denied$' \
+        "${nobody[@]}" "$trk" convert raw/texts.trk -o barred/x
 else
     echo "there is no way to be somebody else: not tried"
 fi
+refuses 3 '^trk: the folder files/in cannot be made: Not a directory$' "$trk" convert raw/texts.trk -o files/in
 refuses 2 'hand/sound.trk and .*would both become' "$trk" convert hand/sound.trk "$PWD/hand/sound.trk" -o twice
 
 # A process that hangs, in a recording that nobody writes, is ended. The others are done before.
