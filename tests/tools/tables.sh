@@ -146,6 +146,9 @@ if "${nobody[@]}" "$trk" --version >/dev/null 2>&1 && "${nobody[@]}" test -w "$P
     [ "$(status_of "${nobody[@]}" "$trk" convert barred -o for_all)" = 3 ] || fail "an unreadable folder"
     has err '^trk: barred/shut cannot be read: Permission denied$'
     [ "$(last)" = "1 recording: 1 converted" ] || fail "beside an unreadable folder: $(cat out)"
+    chmod 000 barred/open.trk
+    [ "$(status_of "${nobody[@]}" "$trk" convert barred/open.trk -o for_all)" = 3 ] || fail "an unreadable recording"
+    has err '^trk: barred/open.trk cannot be read: Permission denied'
     refuses 3 '^trk: the folder barred/x cannot be made: Permission denied$' \
         "${nobody[@]}" "$trk" convert raw/texts.trk -o barred/x
 else
