@@ -147,6 +147,30 @@ refuses 3 'the message log logged cannot be read: Is a directory' "$trk" dump --
 refuses 3 'the message log xq_messages.log cannot be read: No such file' "$trk" dump --log hand.trk
 refuses 3 'xq_messages.log is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
 
+# ---- Buttons, inputs and times in trials: three buttons that there are, one without a number, one too many ----
+
+button_at() { printf '1900 21%08x 55%04x 56%04x 00' "$@"; }
+{
+    start && hex "$(message_at 990 'TRIALID 1') $(message_at 991 '') $(block_at 1000) $(button_at 1001 2 2)
+        1c00 21000003ea 550007 00 $(button_at 1003 0 2) $(button_at 1004 1 0) $(button_at 1005 65535 17)
+        $(message_at 1006 'TRIAL OK') $(end_at 1020) 0000"
+} >buttons.trk
+"$trk" dump buttons.trk "${texts[@]}" --kind events,messages --columns \
+    kind,time,trial_time,input,button,button_value,button_state,text >buttons.txt
+grep -v _ buttons.txt | tr '\t\n' ' |' >out # without the marks of the block
+[ "$(cat out)" = 'message 990 0 . . . . TRIALID 1|message 991 1 . . . . |button 1001 11 . 2 2 1 .|'\
+'input 1002 12 7 . . . .|button 1003 13 . 2 0 0 .|button 1004 14 . 0 1 . .|button 1005 15 . 17 65535 . .|message 1006 16 . . . . TRIAL OK|' ] ||
+    fail "buttons: $(cat out)"
+[ "$(grep -c '^[a-z]*_[a-z]*.1020.\.' buttons.txt)" = 2 ] || fail "behind a trial there is no time in it"
+"$trk" convert buttons.trk -o buttons "${texts[@]}" >out
+for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, trial_time:11,12,13,14,15; do
+    [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd,)" = "${column#*:}" ] || fail "${column%:*}"
+done
+for text in '--start nothing' '--start TRIALID --end nothing'; do
+    refuses 1 '^trk: buttons.trk: nothing \(starts\|ends\) a trial by "' "$trk" info $text buttons.trk
+    has out '^  trials +0 from "'
+done
+
 # ---- What cannot be read ----
 
 : >empty.trk
