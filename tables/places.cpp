@@ -4,7 +4,9 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <charconv>
 #include <string_view>
+#include <system_error>
 
 namespace tables {
 
@@ -17,12 +19,24 @@ Item itemAt(_TRKFILE *handle, uint32_t number) {
     return fetchItem(handle, trk_get_next_data(handle));
 }
 
-// Whether an item is one that a trial text speaks of: a message that holds it or, with trials by input values, any
-// input.
+constexpr std::string_view kInputPrefix = "inPut_type_";
+
+// The input value that a trial text asks for, or -1. The library takes what is longer for 0, which nobody meant.
+int inputOf(std::string_view text) {
+    constexpr std::size_t kLongest = 3;
+    text.remove_prefix(text.starts_with(kInputPrefix) ? kInputPrefix.size() : 0);
+    int value = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && text.size() <= kLongest ? value : -1;
+}
+
+// Whether an item is one that a trial text speaks of: a message that holds it or, with trials by input values, an
+// input of its value.
 bool matches(const Item &item, const std::string &text, bool byInput) {
-    return byInput ? item.code == REC_INPUT
-                   : item.record != nullptr && item.code == REC_MESSAGE &&
-                         item.messageText().find(text) != std::string_view::npos;
+    return byInput
+               ? item.record != nullptr && item.code == REC_INPUT && item.record->event.aux_word1 == inputOf(text)
+               : item.record != nullptr && item.code == REC_MESSAGE &&
+                     item.messageText().find(text) != std::string_view::npos;
 }
 
 bool occurs(_TRKFILE *handle, const std::string &text, bool byInput) {
@@ -94,7 +108,7 @@ void Places::findTrials(_TRKFILE *handle, TrialTexts &texts) {
         trk_set_trial_identifier(handle, pointer(texts.start), pointer(texts.end));
     }
     trials_.resize(static_cast<std::size_t>(std::max(trk_get_trial_count(handle), 0)));
-    const bool byInput = texts.start && texts.start->starts_with("inPut_type_");
+    const bool byInput = texts.start && texts.start->starts_with(kInputPrefix);
     bool sawStart = false;
     bool sawEnd = false;
     for (int i = 0; Trial & trial : trials_) {

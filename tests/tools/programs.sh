@@ -166,7 +166,10 @@ grep -v _ buttons.txt | tr '\t\n' ' |' >out # without the marks of the block
 for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, trial_time:11,12,13,14,15; do
     [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd,)" = "${column#*:}" ] || fail "${column%:*}"
 done
-for text in '--start nothing' '--start TRIALID --end nothing'; do
+[ "$("$trk" trials buttons.trk --start inPut_type_7 --end 7 --columns start,end | tr '\t\n' ' |')" = \
+    'start end|1000 1002|1002 1020|' ] || fail "trials by inputs"
+for text in '--start nothing' '--start TRIALID --end nothing' '--start inPut_type_9' \
+    '--start inPut_type_7 --end 8'; do
     refuses 1 '^trk: buttons.trk: nothing \(starts\|ends\) a trial by "' "$trk" info $text buttons.trk
     has out '^  trials +0 from "'
 done
