@@ -159,11 +159,12 @@ button_at() { printf '1900 21%08x 55%04x 56%04x 00' "$@"; }
     kind,time,trial_time,input,button,button_value,button_state,text >buttons.txt
 grep -v _ buttons.txt | tr '\t\n' ' |' >out # without the marks of the block
 [ "$(cat out)" = 'message 990 0 . . . . TRIALID 1|message 991 1 . . . . |button 1001 11 . 2 2 1 .|'\
-'input 1002 12 7 . . . .|button 1003 13 . 2 0 0 .|button 1004 14 . 0 1 . .|button 1005 15 . 17 65535 . .|message 1006 16 . . . . TRIAL OK|' ] ||
-    fail "buttons: $(cat out)"
+'input 1002 12 7 . . . .|button 1003 13 . 2 0 0 .|button 1004 14 . 0 1 . .|button 1005 15 . 17 65535 . .|'\
+'message 1006 16 . . . . TRIAL OK|' ] || fail "buttons: $(cat out)"
 [ "$(grep -c '^[a-z]*_[a-z]*.1020.\.' buttons.txt)" = 2 ] || fail "behind a trial there is no time in it"
 "$trk" convert buttons.trk -o buttons "${texts[@]}" >out
-for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, trial_time:11,12,13,14,15; do
+for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, \
+    trial_time:11,12,13,14,15; do
     [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd,)" = "${column#*:}" ] || fail "${column%:*}"
 done
 [ "$("$trk" trials buttons.trk --start inPut_type_7 --end 7 --columns start,end | tr '\t\n' ' |')" = \

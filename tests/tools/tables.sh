@@ -164,7 +164,7 @@ mkdir hang && mkfifo hang/fifo.trk && cp raw/texts.trk hang/sound.trk
 "$trk" convert hang/fifo.trk hang/sound.trk -o hung --jobs 2 >ended.txt 2>err &
 run=$!
 for try in {1..600}; do
-    grep -q 'sound.trk: converted' ended.txt && break
+    grep -qs 'sound.trk: converted' ended.txt && break
     sleep 0.05
 done
 kill -9 $(pgrep -P $run)
