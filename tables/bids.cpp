@@ -117,8 +117,7 @@ class BidsWriter {
     }
 
     BidsOutcome write() {
-        const fs::path folder = recordingFolder();
-        fs::create_directories(folder);
+        makeFolder(recordingFolder().string());
         if (target_.force) {
             removeEyes();
         }

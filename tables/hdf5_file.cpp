@@ -65,11 +65,22 @@ void setAttribute(hid_t object, const char *name, std::string_view text, const s
     demand(H5Awrite(attribute, type, &pointer), file);
 }
 
-// A name that a path in the file, and the list of columns, can hold.
-std::string pathName(std::string name) {
-    std::ranges::replace_if(
-        name, [](char character) { return character == '/' || character == ','; }, '_');
-    return name.starts_with('.') ? "_" + name : name;
+// Names that paths in the file, and the list of columns, can hold; each once.
+std::vector<std::string> pathNames(const std::vector<Column> &columns) {
+    std::vector<std::string> names;
+    for (const Column &column : columns) {
+        std::string name = column.name;
+        std::ranges::replace_if(
+            name, [](char character) { return character == '/' || character == ','; }, '_');
+        if (name.starts_with('.')) {
+            name.insert(0, "_");
+        }
+        while (std::ranges::find(names, name) != names.end()) {
+            name += '_';
+        }
+        names.push_back(name);
+    }
+    return names;
 }
 
 hid_t storedType(Type type) { return type == Type::Float ? H5T_IEEE_F32LE : H5T_IEEE_F64LE; }
@@ -77,8 +88,8 @@ hid_t storedType(Type type) { return type == Type::Float ? H5T_IEEE_F32LE : H5T_
 // Writes one column, a chunk at a time.
 class ColumnWriter {
   public:
-    ColumnWriter(hid_t group, const Column &column, const std::string &file)
-        : file_(file), type_(column.type), dataset_(create(group, column)) {
+    ColumnWriter(hid_t group, const Column &column, const std::string &name, const std::string &file)
+        : file_(file), type_(column.type), dataset_(create(group, name)) {
         setAttribute(dataset_, "units", column.unit, file_);
         setAttribute(dataset_, "description", column.description, file_);
     }
@@ -119,7 +130,7 @@ class ColumnWriter {
     }
 
   private:
-    [[nodiscard]] Id create(hid_t group, const Column &column) const {
+    [[nodiscard]] Id create(hid_t group, const std::string &name) const {
         constexpr hsize_t kNone = 0;
         constexpr hsize_t kUnlimited = H5S_UNLIMITED;
         constexpr hsize_t kTextChunk = 1024;
@@ -132,8 +143,8 @@ class ColumnWriter {
         demand(H5Pset_deflate(properties, kCompression), file_);
         demand(H5Pset_obj_track_times(properties, false), file_); // the same rows give the same bytes
         const Id text = textType(file_);
-        return {H5Dcreate2(group, pathName(column.name).c_str(), isText ? hid_t{text} : storedType(type_), space,
-                           H5P_DEFAULT, properties, H5P_DEFAULT),
+        return {H5Dcreate2(group, name.c_str(), isText ? hid_t{text} : storedType(type_), space, H5P_DEFAULT,
+                           properties, H5P_DEFAULT),
                 H5Dclose, file_};
     }
 
@@ -152,9 +163,9 @@ class GroupWriter : public TableWriter {
           group_(H5Gcreate2(file, table.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Gclose, fileName_) {
         std::string order;
         columns_.reserve(columns.size());
-        for (const Column &column : columns) {
-            columns_.emplace_back(group_, column, fileName_);
-            order += (order.empty() ? "" : ",") + pathName(column.name);
+        for (std::size_t i = 0; const std::string &name : pathNames(columns)) {
+            columns_.emplace_back(group_, columns[i++], name, fileName_);
+            order += (order.empty() ? "" : ",") + name;
         }
         setAttribute(group_, "columns", order, fileName_);
     }

@@ -18,12 +18,13 @@ class VariablePattern {
     VariablePattern(const VariablePattern &) = delete;
     VariablePattern &operator=(const VariablePattern &) = delete;
 
-    // Name and value where a text matches. A search that takes too many steps finds nothing.
+    // Name and value where a text matches. Throws std::invalid_argument for a search that takes too many steps.
     [[nodiscard]] std::optional<std::pair<std::string, std::string>> find(const std::string &text) const;
 
   private:
     struct Compiled;
 
+    std::string pattern_;
     std::unique_ptr<Compiled> compiled_;
 };
 

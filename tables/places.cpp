@@ -4,16 +4,29 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <charconv>
 #include <string_view>
+#include <system_error>
 
 namespace tables {
 
 namespace {
 
-// Whether an item is one that a trial text speaks of: a message that holds it or, with trials by input values, any
-// input.
+constexpr std::string_view kInputPrefix = "inPut_type_";
+
+// The input value that a trial text asks for, or -1. The library takes what is longer for 0, which nobody meant.
+int inputOf(std::string_view text) {
+    constexpr std::size_t kLongest = 3;
+    text.remove_prefix(text.starts_with(kInputPrefix) ? kInputPrefix.size() : 0);
+    int value = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && text.size() <= kLongest ? value : -1;
+}
+
+// Whether an item is one that a trial text speaks of: a message that holds it or, with trials by input values, an
+// input of its value.
 bool matches(const Item &item, const std::string &text, bool byInput) {
-    return byInput ? item.code == REC_INPUT
+    return byInput ? item.event() != nullptr && item.code == REC_INPUT && item.event()->aux_word1 == inputOf(text)
                    : item.record != nullptr && item.code == REC_MESSAGE &&
                          item.text().find(text) != std::string_view::npos;
 }
@@ -83,7 +96,7 @@ void Places::findBlocks(_TRKFILE *handle) {
 
 void Places::findTrials(trkapi::Recording &recording, const TrialTexts &texts) {
     _TRKFILE *const handle = recording.handle();
-    const bool byInput = texts.start && texts.start->starts_with("inPut_type_");
+    const bool byInput = texts.start && texts.start->starts_with(kInputPrefix);
     bool sawStart = false;
     bool sawEnd = false;
     for (const trkapi::Trial &found : recording.trials(texts.start, texts.end)) {

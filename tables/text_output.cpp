@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -55,6 +56,14 @@ std::string fixedPoint(double value, int decimals) {
 
 void failToWrite(const std::string &name, int error) {
     throw OutputError(escaped(name) + " cannot be written: " + std::strerror(error));
+}
+
+void makeFolder(const std::string &path) {
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error) {
+        throw OutputError("the folder " + escaped(path) + " cannot be made: " + error.message());
+    }
 }
 
 TextOutput::TextOutput(const std::string &path, const std::vector<std::string> &inputs, Packing packing)

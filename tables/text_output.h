@@ -31,6 +31,9 @@ class OutputError : public std::runtime_error {
 // Throws an OutputError for errno's value.
 [[noreturn]] void failToWrite(const std::string &name, int error);
 
+// Makes a folder, with those above it that are not there. Throws OutputError.
+void makeFolder(const std::string &path);
+
 // Whoever read the output wants no more of it: the end of the work, and no failure.
 struct OutputClosed {};
 

@@ -7,7 +7,10 @@
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <optional>
 #include <random>
+#include <sstream>
+#include <tuple>
 
 namespace {
 
@@ -95,6 +98,73 @@ TEST(Bulk, ReadsWhatAWholeWalkFetches) {
             for (const int flags : {int{TRK_OPEN_CHECK}, kBoth}) {
                 compareStretches(writer.plain(), {.flags = flags, .config = rate == 600 ? &fixed : nullptr},
                                  random, 8);
+            }
+        }
+    }
+}
+
+// Short recordings in which much is odd.
+std::vector<std::pair<std::string, Bytes>> oddRecordings() {
+    std::vector<std::pair<std::string, Bytes>> all{{"nothing", RecordingWriter().end().plain()}};
+    for (const uint32_t start : {1000U, 400000000U}) { // times of the later one are moved
+        RecordingWriter blocks;
+        for (uint32_t i = 0; i < 3; ++i) {
+            blocks.message(start + 100 * i - 1, i == 1 ? "" : "5 before").startBlock({.time = start + 100 * i});
+            blocks.message(start + 100 * i + 9, {"\0a\0", 3}).endBlock(start + 100 * i + 10);
+        }
+        all.emplace_back("blocks alone", blocks.end().plain());
+        RecordingWriter gaps;
+        gaps.startBlock({.time = start});
+        for (uint32_t i = 0; i < 60; ++i) {
+            if (i < 3 || (i > 12 && i < 30) || i > 49) {
+                gaps.sample({.time = start + i,
+                             .eyes = BothEyes,
+                             .gaze = EyePositions{{static_cast<int>(i * i), 2}, {3, static_cast<int>(i)}},
+                             .resolution = Position{30, 31},
+                             .pupilSize = i % 3 == 0 ? std::optional<EyeWords>({900, 0}) : std::nullopt});
+            } else if (i % 9 == 4) { // in the gaps, which is at 13 where the second one begins
+                gaps.message(start + i, "-20 GO").event(EventRecord(REC_SSACC, RightEye).startTime(start + i));
+            }
+        }
+        gaps.event(EventRecord(REC_ESACC, RightEye).times(start + 31, start + 55));
+        all.emplace_back("gaps", gaps.endBlock(start + 60).end().plain());
+        RecordingWriter eyes(preamble(5, start == 1000 ? "V2" : "LX"));
+        uint32_t time = start;
+        for (const auto &[eye, rate] : {std::pair(LeftEye, 500U), {RightEye, 2000U}, {BothEyes, 250U}}) {
+            eyes.startBlock(
+                {.time = time, .rate = rate, .eyes = eye, .content = eye == LeftEye ? 0x0400 : 0x0500});
+            for (uint32_t i = 0; i < 20; ++i) {
+                eyes.sample({.time = time + i * 1000 / rate,
+                             .eyes = eye,
+                             .gaze = EyePositions{{static_cast<int>(i), 7}, {9, static_cast<int>(i)}},
+                             .pupilSize = eye == LeftEye ? std::nullopt : std::optional<EyeWords>({8, 9}),
+                             .extension = i % 7 != 3
+                                              ? std::nullopt
+                                              : std::optional<ExtensionBlock>({0x12, {70, static_cast<int>(i)}})});
+            }
+            time += 20 * 1000 / rate;
+            eyes.message(time, "12 GO").endBlock(time);
+            time += 40;
+        }
+        all.emplace_back("an eye and a rate a block", eyes.end().plain());
+    }
+    return all;
+}
+
+TEST(Bulk, ReadsEveryStretchOfOddRecordings) {
+    const LogCapture quiet;
+    for (const auto &[name, file] : oddRecordings()) {
+        for (const int flags : {int{TRK_OPEN_NO_CHECK}, TRK_OPEN_CHECK | TRK_OPEN_MESSAGE_OFFSETS,
+                                kBoth | TRK_OPEN_MESSAGE_OFFSETS, kBoth | TRK_OPEN_KEEP_TIMES, kBoth}) {
+            const std::vector<Item> items = openBytes(file, {.flags = flags}).walk();
+            const Recording recording = openBytes(file, {.flags = flags});
+            ASSERT_EQ(items.size(), trk_get_element_count(recording.handle()));
+            for (size_t first = 0; first <= items.size(); ++first) {
+                BulkComparison comparison(recording.handle(), items, first % 2 == 0, 1 + first % 5 * 20);
+                for (const size_t end : {first, first + 1, first + 13, items.size()}) {
+                    ASSERT_EQ(comparison.difference(first, std::min(end, items.size())), "")
+                        << name << ' ' << flags << " [" << first << ", " << end << ")";
+                }
             }
         }
     }
@@ -274,6 +344,96 @@ TEST(Bulk, TypesStridesAndMissingValues) {
     EXPECT_TRUE(refuses({TRK_COLUMN_TIME, TRK_TYPE_DOUBLE, out.data(), 0}, 2));
     EXPECT_EQ(trk_read_samples(nullptr, 0, 9, columns.data(), 1, 4, 0, &error), -1);
     EXPECT_EQ(out, (std::array<double, 4>{-1, -1, -1, -1}));
+}
+
+// A text that finds no room ends the reading before its event, and nothing behind the room is written.
+TEST(Bulk, EndsWhereATextFindsNoRoom) {
+    const Bytes longest(498, 'x');
+    const std::array<Bytes, 5> texts{"", {"a\0b", 3}, longest, "", "z"};
+    RecordingWriter writer;
+    for (uint32_t i = 0; i < texts.size(); ++i) {
+        writer.message(10 + i, texts.at(i)).event(EventRecord(REC_BUTTON).startTime(10 + i));
+    }
+    const Recording recording = openBytes(writer.end().plain());
+    for (const size_t room : {0U, 1U, 4U, 5U, 503U, 504U, 505U, 506U, 507U}) {
+        std::string bytes(600, '#');
+        std::array<int64_t, 11> offsets{};
+        TRK_ERROR error{};
+        const int64_t rows =
+            trk_read_events(recording.handle(), 0, 99, nullptr, 10, bytes.data(), room, offsets.data(), &error);
+        std::string expected;
+        int64_t fitting = 0;
+        for (; fitting < 10; ++fitting) {
+            const auto i = static_cast<size_t>(fitting);
+            EXPECT_EQ(offsets.at(i), std::ssize(expected)) << room;
+            if (i % 2 == 0 && expected.size() + texts.at(i / 2).size() + 1 > room) {
+                break;
+            }
+            expected += i % 2 == 0 ? texts.at(i / 2) + '\0' : "";
+        }
+        EXPECT_EQ(std::pair(rows, error.item), std::pair(fitting, fitting == 10 ? int64_t{99} : fitting)) << room;
+        EXPECT_EQ(bytes, expected + std::string(600 - expected.size(), '#')) << room;
+        EXPECT_EQ(error.code, TRK_OK);
+    }
+    TRK_ERROR error{};
+    std::array<FEVENT, 2> events{};
+    EXPECT_EQ(trk_read_events(recording.handle(), 4, 99, events.data(), 2, nullptr, 0, nullptr, &error), 2);
+    EXPECT_EQ(std::tuple(events[0].type, events[1].start_time, error.item), std::tuple(REC_MESSAGE, 12U, 6));
+    for (const unsigned first : {6U, 10U, 4000000000U}) { // nothing lies in between, or there
+        EXPECT_EQ(trk_read_events(recording.handle(), first, 6, events.data(), 2, nullptr, 0, nullptr, &error), 0);
+        EXPECT_EQ(std::pair(error.code, error.item), std::pair(int{TRK_OK}, int64_t{6})) << first;
+        EXPECT_EQ(trk_read_samples(recording.handle(), first, 6, nullptr, 0, 2, 0, &error), 0);
+        EXPECT_EQ(trk_count_items(recording.handle(), first, 6, REC_MESSAGE), 0);
+    }
+}
+
+// Pupil sizes are repeated from the sample before, and words of an extension stay: where NaN is asked for, they
+// are none of the sample's.
+TEST(Bulk, TellsWhatASampleDidNotCarry) {
+    RecordingWriter writer;
+    writer.startBlock({.time = 1000, .eyes = BothEyes});
+    const auto add = [&](uint32_t time, Eyes eyes, std::optional<EyeWords> sizes,
+                         std::optional<ExtensionBlock> words) {
+        writer.sample({.time = time,
+                       .eyes = eyes,
+                       .href = EyePositions{{-32768, 1}, {2, 3}},
+                       .pupilSize = sizes,
+                       .status = words ? std::optional(0x8000) : std::nullopt,
+                       .extension = std::move(words)});
+    };
+    add(1000, BothEyes, std::nullopt, std::nullopt);
+    add(1001, BothEyes, EyeWords{901, 902}, ExtensionBlock{0x13, {5, 0x8000, 7}});
+    add(1002, BothEyes, std::nullopt, ExtensionBlock{0x11, {9}});
+    add(1003, BothEyes, EyeWords{0, 903}, ExtensionBlock{0x10, {}});
+    add(1004, LeftEye, EyeWords{904, 0}, std::nullopt);
+    add(1005, RightEye, std::nullopt, std::nullopt);
+    const Recording recording = openBytes(writer.endBlock(1006).end().plain(), {.flags = TRK_OPEN_CHECK});
+    const auto read = [&](int id, int flags) {
+        std::array<double, 6> values{};
+        const TRK_COLUMN column{id, TRK_TYPE_DOUBLE, values.data(), 0};
+        EXPECT_EQ(trk_read_samples(recording.handle(), 0, 99, &column, 1, 6, flags, nullptr), 6);
+        std::ostringstream text;
+        for (const double value : values) {
+            text << value << ' ';
+        }
+        return text.str();
+    };
+    const std::tuple<int, std::string, std::string> cases[] = {
+        {TRK_COLUMN_PUPIL_SIZE_LEFT, "1000 901 901 0 904 904 ", "nan 901 nan nan 904 nan "},
+        {TRK_COLUMN_PUPIL_SIZE_RIGHT, "1000 902 902 903 -32768 -32768 ", "nan 902 nan 903 nan nan "},
+        {TRK_COLUMN_EXT_TYPE, "", "nan 19 17 16 nan nan "},
+        {TRK_COLUMN_EXT_DATA_1, "", "nan 5 9 nan nan nan "},
+        {TRK_COLUMN_EXT_DATA_2, "", "nan 32768 nan nan nan nan "},
+        {TRK_COLUMN_EXT_DATA_3, "", "nan 7 nan nan nan nan "},
+        {TRK_COLUMN_EXT_DATA_4, "", "nan nan nan nan nan nan "},
+        {TRK_COLUMN_HREF_X_LEFT, "-32768 -32768 -32768 -32768 -32768 -32768 ", "nan nan nan nan nan nan "},
+        {TRK_COLUMN_HREF_X_RIGHT, "2 2 2 2 -32768 2 ", "2 2 2 2 nan 2 "},
+        {TRK_COLUMN_EYES, "3 3 3 3 1 2 ", "3 3 3 3 1 2 "},
+    };
+    for (const auto &[id, plain, nan] : cases) {
+        EXPECT_EQ(read(id, TRK_READ_NAN), nan) << id;
+        EXPECT_EQ(plain.empty() ? plain : read(id, 0), plain) << id;
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/scenarios.h"
 #include "support/walk.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -191,6 +192,64 @@ TEST(Door, FindsItemsByTimeTrialAndNumber) {
         EXPECT_EQ(std::pair(first, end), std::pair(0U, 14U));
         EXPECT_EQ(trk_get_trial_range(handle, 1, nullptr, nullptr), -1);
         EXPECT_EQ(trk_get_position(handle), 5U);
+    }
+}
+
+// Several items at a time, ends of eye events at their end, blocks that nothing lies in: what the walk shows first
+// at or after a time is found, and trials of messages are gone to where their ranges begin.
+TEST(Door, FindsWhatTheWalkShows) {
+    const TemporaryDirectory directory;
+    for (const uint32_t start : {1000U, 400000000U}) {
+        RecordingWriter writer;
+        writer.message(start, "S1").message(start, "S2").startBlock({.time = start + 10, .rate = 2000});
+        for (uint32_t i = 0; i < 20; ++i) {
+            writer.sample(start + 10 + i / 2);
+        }
+        writer.event(EventRecord(REC_SFIX, LeftEye).startTime(start + 12)).message(start + 13, "S3");
+        writer.message(start + 15, "E3")
+            .message(start + 16, "E2")
+            .event(EventRecord(REC_BUTTON).startTime(start + 16));
+        writer.event(EventRecord(REC_EFIX, LeftEye).times(start + 12, start + 18)).endBlock(start + 20);
+        writer.startBlock({.time = start + 50}).message(start + 50, "S4").endBlock(start + 60);
+        writer.message(start + 61, "E4");
+        const std::string path = directory.save("a.trk", writer.end().plain());
+        for (const int flags : {int{TRK_OPEN_CHECK}, TRK_OPEN_CHECK | TRK_OPEN_KEEP_TIMES}) {
+            const Opened recording = open(path, defaults(flags));
+            _TRKFILE *const handle = recording.handle.get();
+            std::vector<uint32_t> times;
+            std::vector<Item> items;
+            while (const int code = trk_get_next_data(handle)) {
+                items.push_back(itemOf(code, trk_get_float_data(handle)));
+                times.push_back(code == REC_EFIX ? items.back().event().end_time : items.back().time());
+            }
+            ASSERT_TRUE(std::ranges::is_sorted(times));
+            const uint32_t shown = times.front();
+            EXPECT_EQ(shown, start == 1000 || (flags & TRK_OPEN_KEEP_TIMES) != 0 ? start : 0);
+            for (uint32_t time = shown; time < shown + 70; ++time) {
+                EXPECT_EQ(trk_find_time(handle, time), std::ranges::lower_bound(times, time) - times.begin())
+                    << time;
+            }
+            const auto count = static_cast<unsigned>(times.size());
+            EXPECT_EQ(trk_find_time(handle, 0xFFFFFFFF), count);
+            EXPECT_EQ(trk_find_time(handle, 0), 0U);
+            for (const unsigned item : {count, 0xFFFFFFFF}) {
+                EXPECT_EQ(trk_goto_item(handle, count - 1), 0);
+                EXPECT_EQ(trk_goto_item(handle, item), -1);
+                EXPECT_EQ(trk_get_next_data(handle), REC_MESSAGE); // the position stays
+                EXPECT_EQ(trk_get_next_data(handle), 0);
+            }
+            char begins[] = "S", ends[] = "E";
+            trk_set_trial_identifier(handle, begins, ends);
+            std::string found;
+            unsigned first = 0, end = 0;
+            for (int trial = 0; trk_get_trial_range(handle, trial, &first, &end) == 0; ++trial) {
+                found += items.at(first).message + '-' + items.at(end - 1).message + ' ';
+                EXPECT_EQ(trk_jump_to_trial(handle, trial), 0);
+                const int code = trk_get_next_data(handle);
+                EXPECT_EQ(itemOf(code, trk_get_float_data(handle)), items.at(first)) << trial;
+            }
+            EXPECT_EQ(found, "S1- S3-E3 - S4-E4 "); // the blocks start the first and the third
+        }
     }
 }
 

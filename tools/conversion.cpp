@@ -58,8 +58,11 @@ class Earlier {
 
     [[nodiscard]] const std::string &fingerprint() const { return fingerprint_; }
 
-    // Whether it was made of another recording, or of this one before it changed.
-    [[nodiscard]] bool isOfAnother() const { return !found_.is_null() && found_["fingerprint"] != fingerprint_; }
+    // Whether it was made of another recording, or of this one before it changed. Of one that cannot be read,
+    // which has no fingerprint, nothing is known.
+    [[nodiscard]] bool isOfAnother() const {
+        return !found_.is_null() && !fingerprint_.empty() && found_["fingerprint"] != fingerprint_;
+    }
 
     // How it ended, when it has made all that is wanted; else nothing.
     [[nodiscard]] std::optional<Status> status() const {
@@ -91,7 +94,8 @@ class Earlier {
 
   private:
     [[nodiscard]] bool fits() const {
-        return isNewer_ && !isOfAnother() && found_.value("options", Json()) == optionsJson(options_);
+        return isNewer_ && found_["fingerprint"] == fingerprint_ &&
+               found_.value("options", Json()) == optionsJson(options_);
     }
     [[nodiscard]] bool has(const std::string &name) const {
         const Json table = found_["tables"].value(name, Json());
@@ -148,7 +152,7 @@ class Conversion {
 
     JobResult run() {
         status_ = std::max(reportDamage(recording_, damage_), reportUnmatched(recording_, places_));
-        fs::create_directories(fs::path(task_.stem).parent_path());
+        tables::makeFolder(fs::path(task_.stem).parent_path().string());
         const Json facts = factsJson(gatherFacts(recording_, damage_, places_));
         const Json others = earlier_.others();
         earlier_.forget();

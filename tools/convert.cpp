@@ -146,7 +146,7 @@ int convert(const ConvertOptions &options) {
     } else {
         checkNames(tasks);
     }
-    fs::create_directories(options.folder);
+    tables::makeFolder(options.folder);
 
     std::map<std::string, std::size_t> outcomes;
     runJobs(

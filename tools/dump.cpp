@@ -58,8 +58,9 @@ class Dump {
          tables::TextOutput &out, TableText &text)
         : options_(options), columns_(columns), indexed_(path, withoutLog(options.open), OnDamage::Refuse),
           places_(indexed_.findPlaces(options.texts)), range_(rangeOf(options, indexed_, places_)),
-          recording_(path, options.open, OnDamage::Refuse), handle_(recording_.handle()), out_(out), text_(text),
-          writer_(out, text.format()), rows_(writer_, columns.size()) {}
+          recording_(path, options.open, OnDamage::Refuse), file_(tables::utf8(recording_.name())),
+          handle_(recording_.handle()), out_(out), text_(text), writer_(out, text.format()),
+          rows_(writer_, columns.size()) {}
 
     // Returns the exit status.
     Status write() {
@@ -125,7 +126,7 @@ class Dump {
     }
 
     void addRow(const Item &item) {
-        tables::addRow(columns_, {item, places_, recording_.name(), handle_, text_.decoder(), rows_.withRoom()});
+        tables::addRow(columns_, {item, places_, file_, handle_, text_.decoder(), rows_.withRoom()});
     }
 
     // Tells standard error what the table lacks. Returns the exit status.
@@ -152,6 +153,7 @@ class Dump {
     tables::Places places_;
     ItemRange range_;
     Recording recording_;
+    std::string file_;
     _TRKFILE *handle_;
     tables::TextOutput &out_;
     TableText &text_;

@@ -2,19 +2,13 @@
 # Holds the manual pages and the completions against --help, and runs all examples:
 # manual.sh TRK SCRATCH
 # shellcheck disable=SC2016,SC2086 # programs of other shells; empty words are to go
-set -euo pipefail
+. "$(dirname "$0")/head.bash"
 export LC_ALL=C.UTF-8
-program=$1 scratch=$2
-source=$(cd "$(dirname "$0")/../.." && pwd)
+program=$trk source=$(cd "$here/../.." && pwd)
 completion=$source/tools/completion pages=$(cd "$(dirname "$program")/.." && pwd)/docs/man
 PATH=$(dirname "$program"):$PATH
-rm -rf "$scratch"
-mkdir -p "$scratch/recordings" && cd "$scratch"
+mkdir recordings
 
-fail() {
-    echo "FAILED: $1" >&2
-    exit 1
-}
 same() { # WHAT EXPECTED FOUND: lists, a line each, in any order
     diff <(sort <<<"$2") <(sort <<<"$3") >differences || fail "$1: $(cat differences)"
 }

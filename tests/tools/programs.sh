@@ -1,37 +1,14 @@
 #!/bin/bash
 # Runs the programs as a user does: programs.sh TRK SCRATCH QUALITY
-set -euo pipefail
-trk=$1 scratch=$2 quality=$3
-header_file=$(cd "$(dirname "$0")/../../include/trkapi" && pwd)/trkapi.h
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-fail() {
-    echo "FAILED: $1" >&2
-    exit 1
-}
-# A command that must fail with status $1 and say, in one line, something that matches $2.
-refuses() {
-    local expected=$1 pattern=$2 status=0
-    shift 2
-    "$@" >out 2>err || status=$?
-    [ "$status" -eq "$expected" ] || fail "$*: status $status"
-    [ "$(wc -l <err)" -eq 1 ] && grep -q -- "$pattern" err || fail "$*: says '$(cat err)'"
-}
-# Every cell of column $2 of the table $1.
-cells() {
-    awk -F'\t' -v name="$2" 'NR == 1 { for (i = 1; i <= NF; i++) if ($i == name) c = i } NR > 1 { print $c }' "$1"
-}
-has() { grep -qE -- "$2" "$1" || fail "$1 lacks '$2': $(cat "$1")"; }
-hex() { printf "$(tr -d ' \n' <<<"$1" | sed 's/../\\x&/g')"; }
+. "$(dirname "$0")/head.bash"
+quality=$3
+header_file=$here/../../include/trkapi/trkapi.h
 
 mkdir big && "$trk" synth big/plain.trk
 big=big/plain.trk
 
 # ---- A recording by hand: left eye, 1000 samples/s, gaze divisor 10, lost samples at 1003 and 1004 ----
 
-start() { printf 'QM_OPTICORE_COMBFILE\nVERSION: PUPILON V2 7\nSOURCE: PUPILON LX\nSUBJECT:\ta\\b\nENDP:\n'; }
 block="cf00 21000003e8 4103e80000 30000a 51000a 4b00120000 560001 b48540 00
        d100 21000003e8 4103e80000 30000a 51000a 4b00120000 554000 560001 00"
 message="1800 21000003e9 5e0008 473009 5c 00 0a 2e21 00"
@@ -43,8 +20,8 @@ samples="a541 000003e8 2584 1519 04b0 0007
 fixation="0800 21000003e8 41000003ed 6a25861517 7204b0 00"
 tail="1000 21000003ee 00 1200 21000003ee 00 0000"
 unreadable="2800 21000003ec 00"
-{ start && hex "$block $message $samples $fixation $tail"; } >hand.trk
-{ start && hex "$block $message $unreadable $samples $fixation $tail"; } >odd.trk
+{ start 'SUBJECT:\ta\\b\n' && hex "$block $message $samples $fixation $tail"; } >hand.trk
+{ start 'SUBJECT:\ta\\b\n' && hex "$block $message $unreadable $samples $fixation $tail"; } >odd.trk
 
 "$trk" dump hand.trk | tr '\t' ' ' >hand.txt
 header="kind time start end eye gaze_x_left gaze_y_left pupil_size_left gaze_x_right gaze_y_right \
@@ -111,13 +88,6 @@ has info.txt '^  block starts and ends +6$'
 
 # ---- Trials, message log and raw data: two blocks of 1000 samples/s, a log whose clock is 800 ms behind ----
 
-message_at() { printf '1800 21%08x 5e%04x %s 00' "$1" "${#2}" "$(printf %s "$2" | od -An -tx1)"; }
-block_at() {
-    printf 'cf00 21%08x 4103e80000 30000a 51000a 4b00120000 560001 b48540 00
-            d100 21%08x 4103e80000 30000a 51000a 4b00120000 554000 560001 00' "$1" "$1" |
-        sed "s/b48540/b4${2:-8540}/"
-}
-end_at() { printf '1000 21%08x 00 1200 21%08x 00' "$1" "$1"; }
 # Camera window at (160, 240), centre (248, 335); from there pupil at (+250, -125)/250, CR at (+12500, 0)/250;
 # areas 314 and 100. Without pupil size, the library takes both eyes for present.
 raw="a451 000003f4 2584 1519 3c28 88 00fa ff83 30d4 0000 013a 0064 2423 0c0d"
@@ -176,6 +146,34 @@ refuses 1 'trials.trk has no trial 3: it has 2, counted from 1' "$trk" dump --tr
 refuses 3 'the message log logged cannot be read: Is a directory' "$trk" dump --log-file logged hand.trk
 refuses 3 'the message log xq_messages.log cannot be read: No such file' "$trk" dump --log hand.trk
 refuses 3 'xq_messages.log is an input' "$trk" dump -o logged/xq_messages.log logged/trials.trk
+
+# ---- Buttons, inputs and times in trials: three buttons that there are, one without a number, one too many ----
+
+button_at() { printf '1900 21%08x 55%04x 56%04x 00' "$@"; }
+{
+    start && hex "$(message_at 990 'TRIALID 1') $(message_at 991 '') $(block_at 1000) $(button_at 1001 2 2)
+        1c00 21000003ea 550007 00 $(button_at 1003 0 2) $(button_at 1004 1 0) $(button_at 1005 65535 17)
+        $(message_at 1006 'TRIAL OK') $(end_at 1020) 0000"
+} >buttons.trk
+"$trk" dump buttons.trk "${texts[@]}" --kind events,messages --columns \
+    kind,time,trial_time,input,button,button_value,button_state,text >buttons.txt
+grep -v _ buttons.txt | tr '\t\n' ' |' >out # without the marks of the block
+[ "$(cat out)" = 'message 990 0 . . . . TRIALID 1|message 991 1 . . . . |button 1001 11 . 2 2 1 .|'\
+'input 1002 12 7 . . . .|button 1003 13 . 2 0 0 .|button 1004 14 . 0 1 . .|button 1005 15 . 17 65535 . .|'\
+'message 1006 16 . . . . TRIAL OK|' ] || fail "buttons: $(cat out)"
+[ "$(grep -c '^[a-z]*_[a-z]*.1020.\.' buttons.txt)" = 2 ] || fail "behind a trial there is no time in it"
+"$trk" convert buttons.trk -o buttons "${texts[@]}" >out
+for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, \
+    trial_time:11,12,13,14,15; do
+    [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd,)" = "${column#*:}" ] || fail "${column%:*}"
+done
+[ "$("$trk" trials buttons.trk --start inPut_type_7 --end 7 --columns start,end | tr '\t\n' ' |')" = \
+    'start end|1000 1002|1002 1020|' ] || fail "trials by inputs"
+for text in '--start nothing' '--start TRIALID --end nothing' '--start inPut_type_9' \
+    '--start inPut_type_7 --end 8'; do
+    refuses 1 '^trk: buttons.trk: nothing \(starts\|ends\) a trial by "' "$trk" info $text buttons.trk
+    has out '^  trials +0 from "'
+done
 
 # ---- What cannot be read ----
 

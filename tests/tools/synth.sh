@@ -1,16 +1,6 @@
 #!/bin/bash
 # trk synth, tried as a user does: synth.sh TRK SCRATCH QUALITY
-set -euo pipefail
-trk=$1 scratch=$2
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-fail() {
-    echo "FAILED: $1" >&2
-    exit 1
-}
-status_of() { "$@" >out 2>err || echo $?; }
+. "$(dirname "$0")/head.bash"
 
 # What was asked for is in the recording, and the table beside it.
 options=(--minutes 0.5 --rate 500 --eyes left --trials 6 --blocks 2 --seed 5)

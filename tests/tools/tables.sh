@@ -1,16 +1,7 @@
 #!/bin/bash
 # What trk convert writes, read back with other means: tables.sh TRK SCRATCH
-set -euo pipefail
-trk=$1 scratch=$2
-here=$(cd "$(dirname "$0")" && pwd)
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
+. "$(dirname "$0")/head.bash"
 
-fail() {
-    echo "FAILED: $1" >&2
-    exit 1
-}
 # The Python that has the most of what is read with here; what none has is skipped with a word.
 python=python3
 for candidate in python3 /usr/bin/python3; do
@@ -32,7 +23,10 @@ for format in tsv csv tsv.gz csv.gz hdf5; do
     grep -q '^trk: raw/texts.trk: nothing starts a trial by "TRIALID"$' err || fail "$(cat err)"
 done
 "$python" "$here/read_back.py" "$trk" raw/deep/example.trk
-zcat tsv.gz/deep/example_samples.tsv.gz | cmp - tsv/deep/example_samples.tsv || fail "gzip"
+for table in tsv/deep/*.tsv csv/*.csv; do
+    packed=${table/\//.gz/}.gz
+    zcat "$packed" | cmp - "$table" || fail "$packed"
+done
 cmp tsv/deep/example_samples.tsv tsv/packed_samples.tsv || fail "plain and compressed differ"
 if command -v Rscript >/dev/null; then
     Rscript "$here/read_back.R" || fail "R reads other texts"
@@ -84,6 +78,143 @@ mkdir -p moved/too && cp raw/deep/example.trk moved/too && "$trk" convert moved/
 (ulimit -f 100 && exec "$trk" convert raw/deep -o full >out 2>err) && fail "a full disk"
 grep -q 'example_.* cannot be written: File too large' err && ! compgen -G 'full/*example_samples*' || fail "$(cat err)"
 
+# ---- Texts and names ----
+
+mkdir hand
+long=$(printf 'a%.0s' {1..60})
+{
+    start && hex "$(block_at 1000) $(message_at 1001 'gr\xfc\xdfe') $(message_at 1002 'grüße')
+        $(message_at 1003 '€ \x80') $(message_at 1004 'VAR na/me 1') $(message_at 1005 'VAR na,me 2')
+        $(message_at 1006 'VAR .h \xdc') $(message_at 1007 'VAR größe NA') $(message_at 1008 'VAR text .')
+        $(message_at 1009 'VAR z\x00z') $(message_at 1010 "VAR $long!") $(end_at 1020) 0000"
+} >hand/var.trk
+latin=$'gr\xc3\x83\xc2\xbc\xc3\x83\xc2\x9fe' both=$'\xc3\xa2\xc2\x82\xc2\xac \xc2\x80'
+while read -r encoding doubtful texts; do
+    "$trk" dump --kind messages --columns text --to 1003 --missing NA hand/var.trk \
+        ${encoding:+--encoding "${encoding#any}"} 2>err | tail -n +2 | tr '\n' '|' >out
+    [ "$(cat out)" = "$texts" ] && [ "$(cut -d' ' -f2 err)" = "${doubtful#0}" ] || fail "$encoding: $(cat out err)"
+done <<END
+any 2 grüße|grüße|$both|
+latin1 0 grüße|$latin|$both|
+cp1252 0 grüße|grÃ¼ÃŸe|â‚¬ €|
+utf-8 2 gr��e|grüße|€ �|
+END
+variables=(--variable 'VAR (\w*[^ ]\w*) ?(.*)')
+"$trk" trials hand/var.trk --missing NA --columns 'text,na/me,na?me,.h,gr*,var_text,z*' "${variables[@]}" 2>err |
+    tr '\t\n' ' |' >out
+[ "$(cat out)" = 'text na/me na,me .h größe var_text z␀z|NA 1 2 Ü "NA" . |' ] || fail "variables: $(cat out)"
+"$trk" trials hand/var.trk --missing '' --columns 'text,z*' "${variables[@]}" 2>err | tail -n 1 >out
+[ "$(cat out)" = $'\t""' ] || fail "an empty value beside a missing one: $(cat out)"
+"$trk" convert hand/var.trk -o names --format hdf5 "${variables[@]}" 2>err >out || fail "HDF5: $(cat out err)"
+"$python" - <<'END' || fail "HDF5 of odd names"
+import sys
+try:
+    import h5py
+except ImportError:
+    sys.exit(print("h5py is not there: not tried"))
+trials = h5py.File("names/var.h5")["trials"]
+names = trials.attrs["columns"].split(",")
+assert names[11:17] == ["na_me", "na_me_", "_.h", "größe", "var_text", "z␀z"], names
+assert set(names) == set(trials)
+assert [trials[name][0] for name in ["text", *names[11:17]]] == [b"", b"1", b"2", "Ü".encode(), b"NA", b".", b""]
+END
+refuses 2 'no regular expression, at character 13: missing closing parenthesis' \
+    "$trk" convert hand -o names --variable 'VAR (\w+ (.*'
+slow=(--variable '((?:a+)+)(x?)$')
+refuses 2 '^trk: the pattern .* cannot be searched for in the message "VAR aaa.*limit' timeout 20 \
+    "$trk" trials hand/var.trk "${slow[@]}"
+cp raw/texts.trk hand/sound.trk
+[ "$(status_of timeout 20 "$trk" convert hand -o slow "${slow[@]}")" = 3 ] || fail "a pattern without an end"
+[ "$(last)" = "2 recordings: 1 converted, 1 failed" ] || fail "a pattern without an end: $(cat out err)"
+
+mkdir odd
+for name in 'a b' $'line\nend' $'caf\xe9' -o 'q"u,ote' $'tab\there' UP; do
+    cp hand/sound.trk "odd/$name.trk"
+done
+mv odd/UP.trk odd/UP.TRK
+"$trk" convert odd odd/UP.TRK ./odd/../odd/-o.trk -o renamed >out 2>err || fail "odd names: $(cat err)"
+[ "$(wc -l <out)" = 8 ] && [ "$(last)" = "7 recordings: 7 converted" ] || fail "odd names: $(cat out)"
+stems() { find "$1" -name "$2" -printf '%f\0' | sed -z 's/\.[a-zA-Z]*$//' | sort -z; }
+cmp <(stems odd '*.[tT][rR][kK]') <(stems renamed '*.json') || fail "odd names: $(ls renamed)"
+(cd odd && "$trk" dump --kind messages --columns file,item -- *) 2>err >files
+iconv -f UTF-8 -t UTF-8 files >out && [ "$(cut -f1 files | sort -u | wc -l)" = 8 ] || fail "names in a table"
+
+# ---- Trouble ----
+
+nobody=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+mkdir -p barred/shut for_all && chmod 777 for_all
+cp raw/texts.trk barred/open.trk && cp raw/texts.trk barred/shut
+if "${nobody[@]}" "$trk" --version >/dev/null 2>&1 && "${nobody[@]}" test -w "$PWD/for_all"; then
+    chmod 700 barred/shut
+    [ "$(status_of "${nobody[@]}" "$trk" convert barred -o for_all)" = 3 ] || fail "an unreadable folder"
+    has err '^trk: barred/shut cannot be read: Permission denied$'
+    [ "$(last)" = "1 recording: 1 converted" ] || fail "beside an unreadable folder: $(cat out)"
+    chmod 000 barred/open.trk
+    [ "$(status_of "${nobody[@]}" "$trk" convert barred/open.trk -o for_all)" = 3 ] || fail "one that is barred"
+    has err '^trk: barred/open.trk cannot be read: Permission denied'
+    refuses 3 '^trk: the folder barred/x cannot be made: Permission denied$' \
+        "${nobody[@]}" "$trk" convert raw/texts.trk -o barred/x
+else
+    echo "there is no way to be somebody else: not tried"
+fi
+refuses 3 '^trk: the folder files/in cannot be made: Not a directory$' "$trk" convert raw/texts.trk -o files/in
+refuses 2 'hand/sound.trk and .*would both become' "$trk" convert hand/sound.trk "$PWD/hand/sound.trk" -o twice
+
+# A process that hangs, in a recording that nobody writes, is ended. The others are done before.
+mkdir hang && mkfifo hang/fifo.trk && cp raw/texts.trk hang/sound.trk
+"$trk" convert hang/fifo.trk hang/sound.trk -o hung --jobs 2 >ended.txt 2>err &
+run=$!
+for try in {1..600}; do
+    grep -qs 'sound.trk: converted' ended.txt && break
+    sleep 0.05
+done
+kill -9 $(pgrep -P $run)
+wait $run && fail "a killed process is no failure"
+[ "$(sed -n '2,$p' ended.txt | tr '\n' '|')" = 'hang/fifo.trk: failed: its process was ended: Killed|'\
+'2 recordings: 1 converted, 1 failed|' ] || fail "a killed process: $(cat ended.txt)"
+
+# ^C while a recording is written. A background process heeds it under job control only.
+interrupted() {
+    set -m
+    "$trk" convert raw/deep/example.trk -o stopped --format "$1" --velocities >out 2>err &
+    set +m
+    until compgen -G "stopped/*$2*.part" >/dev/null || ! kill -0 $! 2>/dev/null; do sleep 0.01; done
+    kill -INT -- -$! 2>/dev/null && ! wait $! && [ ! -e stopped/example.json ]
+}
+for format in tsv:samples tsv.gz:samples hdf5:h5; do
+    for try in 1 2 3 4 5; do
+        rm -rf stopped
+        interrupted "${format%:*}" "${format#*:}" && break
+        [ $try != 5 ] || fail "$format could not be interrupted"
+    done
+    for try in {1..100}; do # the process that writes ends by itself
+        compgen -G 'stopped/*.part' >/dev/null || break
+        [ "$try" != 100 ] || fail "left behind: $(ls stopped)"
+        sleep 0.05
+    done
+    ! compgen -G "stopped/*${format#*:}*" >/dev/null || fail "half of $format: $(ls stopped)"
+done
+
+# A full disk, of its own where that can be.
+cat >fill.sh <<'END'
+mount -t tmpfs -o size=600k none disk 2>/dev/null || ulimit -f 200
+"$1" convert raw/deep/example.trk -o disk/out "${@:2}"
+echo $?
+find disk -name '*.part' -o -name '*_samples*' -o -name '*.h5' -o -name '*_physio.tsv.gz' -o -name example.json
+END
+mkdir disk && alone=()
+unshare -m true 2>/dev/null && alone=(unshare -m)
+for format in tsv csv.gz hdf5 'bids --sub 1 --task a'; do
+    ${alone[@]+"${alone[@]}"} bash fill.sh "$trk" --format $format >out 2>err
+    [ "$(sed -n '3,$p' out)" = 3 ] && has err '^trk: disk/.* cannot be written: (No space left|File too large)' ||
+        fail "a full disk, $format: $(cat out err)"
+    rm -rf disk/out
+done
+for command in 'info' 'check --json' 'trials' 'dump --columns help' 'convert -o unheard'; do # nobody reads it
+    { sleep 0.1 && "$trk" $command raw/texts.trk; } 2>err | true || fail "$command into a closed pipe: $(cat err)"
+done
+[ -e unheard/texts.json ] || fail "what nobody hears of is not converted"
+
 # ---- Columns, dump of several files ----
 
 "$trk" convert raw/deep/example.trk -o few --what samples,trials --columns 'time,gaze_?_left,trial_time' >out
@@ -96,6 +227,14 @@ python3 "$here/odd_texts.py" 500 400000000 >late.trk
 [ "$(cut -f10 late/late_samples.tsv | tr '\n' ' ')" = "trial_time 1 2 3 4 1 2 3 4 " ] || fail "a late recording"
 [ "$(cut -f5 late/late_trials.tsv | tr '\n' ' ')" = "start 400000000 400002000 " ] || fail "trials of a late recording"
 [ "$(head -n 1 few/example_samples.tsv)" = $'time\tgaze_x_left\tgaze_y_left\ttrial_time' ] || fail "--columns"
+"$trk" dump --kind samples --columns 'gaze_[xy]_right,ti?e,gaze_y_right' packed.trk | head -n 1 >out
+[ "$(cat out)" = $'gaze_x_right\tgaze_y_right\ttime' ] || fail "patterns: $(cat out)"
+for command in dump 'convert -o few'; do
+    refuses 2 'no column gaze_x_lefd; nearest is gaze_x_left; --columns help' \
+        "$trk" $command --columns time,gaze_x_lefd late.trk
+    refuses 2 'no column b\*k_x; nearest is ' "$trk" $command --columns +b*k_x late.trk
+done
+refuses 2 'no column mean_gaze; nearest is mean_gaze_x_left' "$trk" trials --columns mean_gaze late.trk
 "$trk" dump --kind messages raw/deep/example.trk packed.trk | cut -f1 | sort | uniq -c | tr -s ' \n' ' ' >files
 [ "$(cat files)" = " 1 file 84 packed.trk 84 raw/deep/example.trk " ] || fail "files: $(cat files)"
 
@@ -125,6 +264,17 @@ cp -a study before
 bids raw/deep/example.trk --sub 01 --velocities && diff -r before study || fail "a second run"
 bids raw/deep/example.trk --sub 01 "${screen[@]}" && fail "replaced what says something else"
 bids raw/deep/example.trk --sub 01 "${screen[@]}" --start TRIALID --end "TRIAL OK" --force && python3 "$here/bids_check.py" study 9 || fail "--force"
+bids packed.trk --sub 01 --run 2 && bids right.trk --sub 01 --run 3 || fail "more runs: $(cat out err)"
+eyes_of() { find study/sub-01 -name "*_run-$1_*_physio.tsv.gz" | sed 's/.*-\(eye.\)_.*/\1/' | sort | tr '\n' ' '; }
+[ "$(eyes_of 2)$(eyes_of 3)" = "eye1 eye2 eye2 " ] || fail "eyes of runs: $(eyes_of 2)$(eyes_of 3)"
+bids right.trk --sub 01 --run 2 --force && [ "$(eyes_of 2)" = "eye2 " ] || fail "an eye fewer: $(eyes_of 2)"
+mkdir both # by eight at once
+for number in {1..8}; do
+    "$trk" convert rates.trk -o both --format bids --task a --sub "$number" >"both.$number" 2>&1 &
+done
+wait && [ "$(sort both/participants.tsv | tr '\n' ' ')" = "participant_id $(printf 'sub-%s ' {1..8})" ] ||
+    fail "several runs at once: $(cat both/participants.tsv both.*)"
+[ "$(find both -name '*.gz' | wc -l)" = 32 ] && ! find both -name '*.part' | grep . || fail "several runs at once"
 for usage in "--sub x_1" "" "--sub 1 --screen-size 3x4cm" "--sub 1 --screen-size 3 --screen-resolution 1x1 --screen-distance 1m"; do
     status=0
     bids raw/deep/example.trk $usage || status=$?
