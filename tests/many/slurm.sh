@@ -92,8 +92,8 @@ cat >bin/stuck <<'END'
 #!/bin/bash
 trk "$@" &
 until compgen -G 'late/*_samples.tsv.part' >/dev/null || ! kill -0 $!; do sleep 0.001; done
-kill -STOP $(cat /proc/$!/task/$!/children) $!
-wait
+# Again and again: the scheduler lets processes go on before it ends them.
+while kill -STOP $(cat /proc/$!/task/$!/children) $!; do sleep 0.01; done
 END
 chmod +x bin/stuck
 mkdir long
