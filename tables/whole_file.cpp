@@ -47,6 +47,25 @@ void catchSignals() {
     static_cast<void>(once);
 }
 
+// Signals that end the program wait until a file that is there has its place among the names.
+class Uninterrupted {
+  public:
+    Uninterrupted() {
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        for (const int signal : kEndingSignals) {
+            ::sigaddset(&signals, signal);
+        }
+        ::pthread_sigmask(SIG_BLOCK, &signals, &before_);
+    }
+    ~Uninterrupted() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    Uninterrupted(const Uninterrupted &) = delete;
+    Uninterrupted &operator=(const Uninterrupted &) = delete;
+
+  private:
+    sigset_t before_{};
+};
+
 int enter(const char *name) {
     for (std::size_t i = 0; i < unfinished.size(); ++i) {
         const char *none = nullptr;
@@ -107,6 +126,7 @@ WholeFile::WholeFile(const std::string &path) : path_(path) {
         fail(); // what is protected is not replaced either
     }
     catchSignals();
+    const Uninterrupted uninterrupted;
     temporary_ = path_ + ".part";
     descriptor_ = takeOver(temporary_);
     static std::atomic<unsigned> count;
