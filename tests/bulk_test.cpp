@@ -156,9 +156,19 @@ TEST(Bulk, ReadsEveryStretchOfOddRecordings) {
     for (const auto &[name, file] : oddRecordings()) {
         for (const int flags : {int{TRK_OPEN_NO_CHECK}, TRK_OPEN_CHECK | TRK_OPEN_MESSAGE_OFFSETS,
                                 kBoth | TRK_OPEN_MESSAGE_OFFSETS, kBoth | TRK_OPEN_KEEP_TIMES, kBoth}) {
-            const std::vector<Item> items = openBytes(file, {.flags = flags}).walk();
-            const Recording recording = openBytes(file, {.flags = flags});
+            // What is opened without events is walked over.
+            const OpenOptions options{.flags = flags,
+                                      .loadEvents = flags == kBoth ? TRK_EVENTS_BLOCKS_ONLY : TRK_EVENTS_ALL};
+            const std::vector<Item> items = openBytes(file, options).walk();
+            const Recording recording = openBytes(file, options);
             ASSERT_EQ(items.size(), trk_get_element_count(recording.handle()));
+            std::vector<double> times(items.size() + 1); // of samples, with halves of milliseconds
+            const TRK_COLUMN exact{TRK_COLUMN_TIME_EXACT, TRK_TYPE_DOUBLE, times.data(), 0};
+            const auto room = static_cast<int64_t>(times.size());
+            EXPECT_GE(trk_read_samples(recording.handle(), 0, 9999, &exact, 1, room, 0, nullptr), 0) << name;
+            for (auto time = times.begin(); const Item &item : items) {
+                EXPECT_TRUE(item.code != REC_SAMPLE || std::floor(*time++) == item.time()) << name << flags;
+            }
             for (size_t first = 0; first <= items.size(); ++first) {
                 BulkComparison comparison(recording.handle(), items, first % 2 == 0, 1 + first % 5 * 20);
                 for (const size_t end : {first, first + 1, first + 13, items.size()}) {
@@ -407,8 +417,9 @@ TEST(Bulk, TellsWhatASampleDidNotCarry) {
     add(1003, BothEyes, EyeWords{0, 903}, ExtensionBlock{0x10, {}});
     add(1004, LeftEye, EyeWords{904, 0}, std::nullopt);
     add(1005, RightEye, std::nullopt, std::nullopt);
-    const Recording recording = openBytes(writer.endBlock(1006).end().plain(), {.flags = TRK_OPEN_CHECK});
-    const auto read = [&](int id, int flags) {
+    const Bytes file = writer.endBlock(1006).end().plain();
+    const auto read = [&](int id, int flags, int loadEvents) {
+        const Recording recording = openBytes(file, {.flags = TRK_OPEN_CHECK, .loadEvents = loadEvents});
         std::array<double, 6> values{};
         const TRK_COLUMN column{id, TRK_TYPE_DOUBLE, values.data(), 0};
         EXPECT_EQ(trk_read_samples(recording.handle(), 0, 99, &column, 1, 6, flags, nullptr), 6);
@@ -431,8 +442,10 @@ TEST(Bulk, TellsWhatASampleDidNotCarry) {
         {TRK_COLUMN_EYES, "3 3 3 3 1 2 ", "3 3 3 3 1 2 "},
     };
     for (const auto &[id, plain, nan] : cases) {
-        EXPECT_EQ(read(id, TRK_READ_NAN), nan) << id;
-        EXPECT_EQ(plain.empty() ? plain : read(id, 0), plain) << id;
+        for (const int events : {TRK_EVENTS_ALL, TRK_EVENTS_BLOCKS_ONLY}) { // the latter are walked over
+            EXPECT_EQ(read(id, TRK_READ_NAN, events), nan) << id << events;
+            EXPECT_EQ(plain.empty() ? plain : read(id, 0, events), plain) << id << events;
+        }
     }
 }
 

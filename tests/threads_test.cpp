@@ -29,7 +29,7 @@ Walk walk(const Job &job) {
     const bool hasLog = job.second.loadEvents == TRK_EVENTS_MESSAGE_LOG; // whose messages are no items
     const std::string difference =
         hasLog ? "" : BulkComparison(recording.handle(), items, true, 300).difference(0, items.size());
-    return Walk({std::move(items), trk_get_trial_count(recording.handle()), difference});
+    return {{std::move(items), trk_get_trial_count(recording.handle()), difference}};
 }
 
 std::vector<Job> saveRecordings(const TemporaryDirectory &directory) {

@@ -163,9 +163,9 @@ grep -v _ buttons.txt | tr '\t\n' ' |' >out # without the marks of the block
 'message 1006 16 . . . . TRIAL OK|' ] || fail "buttons: $(cat out)"
 [ "$(grep -c '^[a-z]*_[a-z]*.1020.\.' buttons.txt)" = 2 ] || fail "behind a trial there is no time in it"
 "$trk" convert buttons.trk -o buttons "${texts[@]}" >out
-for column in button:2,,2,0,17 button_value:2,,0,1,65535 button_state:1,,0,, input:,7,,, \
-    trial_time:11,12,13,14,15; do
-    [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd,)" = "${column#*:}" ] || fail "${column%:*}"
+for column in button:2//2/0/17 button_value:2//0/1/65535 button_state:1//0// input:/7/// \
+    trial_time:11/12/13/14/15; do
+    [ "$(cells buttons/buttons_events.tsv "${column%:*}" | paste -sd/)" = "${column#*:}" ] || fail "${column%:*}"
 done
 [ "$("$trk" trials buttons.trk --start inPut_type_7 --end 7 --columns start,end | tr '\t\n' ' |')" = \
     'start end|1000 1002|1002 1020|' ] || fail "trials by inputs"

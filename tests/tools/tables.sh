@@ -84,11 +84,12 @@ mkdir hand
 long=$(printf 'a%.0s' {1..60})
 {
     start && hex "$(block_at 1000) $(message_at 1001 'gr\xfc\xdfe') $(message_at 1002 'grüße')
-        $(message_at 1003 '€ \x80') $(message_at 1004 'VAR na/me 1') $(message_at 1005 'VAR na,me 2')
+        $(message_at 1003 '€ \xe2\x82') $(message_at 1004 'VAR na/me 1') $(message_at 1005 'VAR na,me 2')
         $(message_at 1006 'VAR .h \xdc') $(message_at 1007 'VAR größe NA') $(message_at 1008 'VAR text .')
-        $(message_at 1009 'VAR z\x00z') $(message_at 1010 "VAR $long!") $(end_at 1020) 0000"
+        $(message_at 1009 'VAR z\x00z') $(message_at 1010 "VAR $long!")
+        $(message_at 1011 "$(printf '\\x80%.0s' {1..498})") $(end_at 1020) 0000"
 } >hand/var.trk
-latin=$'gr\xc3\x83\xc2\xbc\xc3\x83\xc2\x9fe' both=$'\xc3\xa2\xc2\x82\xc2\xac \xc2\x80'
+latin=$'gr\xc3\x83\xc2\xbc\xc3\x83\xc2\x9fe' both=$'\xc3\xa2\xc2\x82\xc2\xac \xc3\xa2\xc2\x82'
 while read -r encoding doubtful texts; do
     "$trk" dump --kind messages --columns text --to 1003 --missing NA hand/var.trk \
         ${encoding:+--encoding "${encoding#any}"} 2>err | tail -n +2 | tr '\n' '|' >out
@@ -96,9 +97,12 @@ while read -r encoding doubtful texts; do
 done <<END
 any 2 grüße|grüße|$both|
 latin1 0 grüße|$latin|$both|
-cp1252 0 grüße|grÃ¼ÃŸe|â‚¬ €|
-utf-8 2 gr��e|grüße|€ �|
+cp1252 0 grüße|grÃ¼ÃŸe|â‚¬ â‚|
+utf-8 2 gr��e|grüße|€ ��|
 END
+# The longest of all grows when it is converted.
+"$trk" dump --columns text --from 1011 --to 1011 hand/var.trk --encoding cp1252 | grep -o '€' >out
+[ "$(wc -l <out)" = 498 ] || fail "a long text"
 variables=(--variable 'VAR (\w*[^ ]\w*) ?(.*)')
 "$trk" trials hand/var.trk --missing NA --columns 'text,na/me,na?me,.h,gr*,var_text,z*' "${variables[@]}" 2>err |
     tr '\t\n' ' |' >out

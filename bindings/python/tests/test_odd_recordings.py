@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import csv
+import subprocess
 import warnings
 from pathlib import Path
 from typing import Any
@@ -9,7 +11,7 @@ from typing import Any
 import matplotlib.pyplot as plt
 import numpy as np
 import pytest
-from conftest import write_raw
+from conftest import BUILD, write_raw, write_recording
 
 import trkapi
 from trkapi import plot
@@ -60,3 +62,79 @@ def test_all_can_be_read_measured_and_drawn(name: str, tmp_path: Path, capfd: An
     page = trkapi.report([path], tmp_path / "pages", workers=1)[str(path)]
     assert page.duration == duration and (tmp_path / "pages" / f"{name}.trk.html").exists()
     assert capfd.readouterr() == ("", "")
+
+
+# What trk writes as tables: 2000 samples per second of one eye, some lost; late clocks; no resolution; no samples.
+WRITTEN: dict[str, Any] = {
+    "fast": ("--rate", "2000", "--eyes", "right", "--minutes", "0.2", "--trials", "2", "--dropout", "10"),
+    "slow": ("--rate", "250", "--minutes", "0.4", "--trials", "4", "--blocks", "2", "--blinks", "40"),
+    "late": (
+        RIGHT,
+        [*range(400000000, 400000100, 2), *range(400000120, 400000200, 2)],
+        {399999990: b"a", 400000050: b"TRIALID a"},
+    ),
+    "latest": (
+        LEFT,
+        range(2**32 - 600, 2**32 - 100, 2),
+        {2**32 - 590: b"TRIALID", 2**32 - 101: b"TRIAL OK"},
+    ),
+    "messages": (LEFT, (), {5: b"", 6: b'$a "b"\t\n$', 2**32 - 1: b"caf\xe9 \x00"}),
+}
+
+
+def written_columns(path: Path) -> dict[str, list[str]]:
+    """The columns of a table that trk wrote, by their names."""
+    with path.open(newline="", encoding="utf-8") as file:
+        names, *rows = csv.reader(file, delimiter="\t", strict=True)
+    return {name: [row[place] for row in rows] for place, name in enumerate(names)}
+
+
+def assert_same(cells: list[str], values: Any, name: str) -> None:
+    if values.dtype.kind in "OU":
+        assert cells == values.tolist(), name
+    else:
+        dtype = values.dtype if values.dtype == "f4" else "f8"
+        numbers = np.array([float(cell) if cell else np.nan for cell in cells], dtype)
+        np.testing.assert_array_equal(numbers, values.astype(dtype), err_msg=name)
+
+
+@pytest.mark.parametrize("name", WRITTEN)
+@pytest.mark.parametrize("check", ["full", "none"])
+def test_trk_writes_the_same_values(name: str, check: str, tmp_path: Path) -> None:
+    path, given = tmp_path / f"{name}.trk", WRITTEN[name]
+    _ = write_recording(path, *given) if isinstance(given[0], str) else write_raw(path, *given)
+    # The trial of the late one has no end of its own.
+    marks = {"late": ("TRIALID", None), "messages": (None, None)}.get(name, ("TRIALID", "TRIAL OK"))
+    words = [word for option, text in zip(("--start", "--end"), marks) if text for word in (option, text)]
+    trk = BUILD / "tools" / "trk"
+    command = [trk, "convert", path, "-o", tmp_path, "--columns", "*", "--check", check, *words]
+    subprocess.run(command, check=True, capture_output=True)
+    recording = trkapi.open(path, check="fill" if check == "full" else check)
+
+    tables = {what: written_columns(tmp_path / f"{name}_{what}.tsv") for what in ("samples", "events", "messages")}
+    samples = recording.samples("*")
+    trial = tables["samples"].pop("trial"), tables["samples"].pop("trial_time")
+    assert list(tables["samples"]) == list(samples.columns)
+    for column, cells in tables["samples"].items():
+        assert_same([cell or "0" for cell in cells] if column == "block" else cells, samples[column], column)
+    trials = recording.trials(*marks)
+    for own in trials:
+        inside = np.array(trial[0]) == str(own.number)
+        assert samples["item"][inside].tolist() == own.samples("item")["item"].tolist()
+        assert_same(np.array(trial[1])[inside].tolist(), samples["time_exact"][inside] - own.start, "trial_time")
+    assert trial[0].count("") + sum(len(own.samples("item")) for own in trials) == len(samples)
+
+    events = recording.events[np.isin(recording.events["kind"], ["fixation_end", "saccade_end", "blink_end"])]
+    is_eyes = [kind in ("fixation", "saccade", "blink") for kind in tables["events"]["kind"]]
+    for column in set(tables["events"]) & set(recording.events.columns) - {"kind"}:
+        cells = [cell for cell, wanted in zip(tables["events"][column], is_eyes) if wanted]
+        assert_same(cells, events[column], column)
+    assert len(is_eyes) - sum(is_eyes) == len(recording.buttons) + len(recording.inputs)
+    assert_same(tables["messages"]["time"], recording.messages["time"], "time")
+    texts = [text.rstrip("\u2400") for text in tables["messages"]["text"]]  # Python leaves out zeros at the end
+    assert texts == recording.messages["text"].tolist()
+    for what, own in (("trials", trials.table), ("blocks", recording.blocks)):
+        cells_by_name = written_columns(tmp_path / f"{name}_{what}.tsv")
+        for column in set(own.columns) & set(cells_by_name):
+            assert_same(cells_by_name[column], own[column], f"{what} {column}")
+        assert_same(cells_by_name["last_item"], own["end_item"] - 1, what)
