@@ -3,10 +3,13 @@
 #include "support/walk.h"
 #include "trkapi/trkapi.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -55,6 +58,35 @@ TEST(CppInterface, LoopsOverWhatAWalkFetches) {
             EXPECT_EQ(itemsOf(recording).size(), recording.size()); // again, from the first
         }
     }
+}
+
+TEST(CppInterface, TellsItemsFromMessagesOfALog) {
+    const TemporaryDirectory directory;
+    const ScenarioOptions scenario{.durationMs = 12000};
+    const std::string path = directory.save("a.trk", experiment(scenario).file);
+    std::string log = messageLogFor(scenario);
+    log.replace(log.find("pressed"), 7, 400, 'x'); // more than is delivered of a line
+    directory.save("xq_messages.log", log);
+    const trkapi::Recording plain(path);
+    size_t longest = 0;
+    for (const trkapi::Item &item : trkapi::Recording(path, {.events = TRK_EVENTS_MESSAGE_LOG})) {
+        longest = std::max(longest, item.text().size());
+        EXPECT_EQ(item.text().find('\0'), std::string_view::npos);
+    }
+    EXPECT_EQ(longest, 260U);
+
+    const trkapi::Recording merged(path, {.events = TRK_EVENTS_MESSAGE_LOG});
+    for (uint32_t number = 0; number < plain.size(); number += 500) {
+        const trkapi::Item item = merged.at(number);
+        const trkapi::Item expected = plain.at(number);
+        EXPECT_EQ(itemOf(item.code, item.record), itemOf(expected.code, expected.record)) << number;
+    }
+    trkapi::BulkWalk walk(merged.handle());
+    uint32_t items = 0;
+    for (; const std::optional<trkapi::Item> item = walk.next(); ++items) {
+        ASSERT_NE(item->record, nullptr) << item->number;
+    }
+    EXPECT_EQ(items, plain.size());
 }
 
 TEST(CppInterface, ReadsColumnsAndTrials) {

@@ -147,9 +147,12 @@ struct Item {
     /* The bytes of a message; empty for all else. They can hold zero bytes, and need be no UTF-8. */
     [[nodiscard]] std::string_view text() const noexcept {
         const TRK_MESSAGE *const message = event() == nullptr ? nullptr : event()->message;
-        return message == nullptr
-                   ? std::string_view()
-                   : std::string_view(message->text, std::min<std::size_t>(message->length, sizeof message->text));
+        if (message == nullptr) {
+            return {};
+        }
+        const std::string_view text(message->text, std::min<std::size_t>(message->length, sizeof message->text));
+        // The length of a log message is that of the line, of which no more than a part is there.
+        return isLogMessage() ? text.substr(0, text.find('\0')) : text;
     }
 
     /* Where the item stands among the others, ms: ends of blinks, saccades and fixations at their end, all other
@@ -184,9 +187,18 @@ class Walk {
         return fetched(code, position == 0 ? 0 : position - 1);
     }
 
-    /* A certain item; the walk goes on behind it. Null record when there is none. */
+    /* A certain item; the walk goes on behind it. Null record when there is none. Messages of an external log that
+       stand before it are passed over, and do not come again. */
     Item at(uint32_t number) noexcept {
-        return trk_goto_item(handle_, number) == 0 ? fetched(trk_get_next_data(handle_), number) : Item{};
+        if (trk_goto_item(handle_, number) != 0) {
+            return {};
+        }
+        int code = trk_get_next_data(handle_);
+        while (code != 0 && trk_get_position(handle_) <= number) {
+            code = trk_get_next_data(handle_);
+        }
+        // The merge leaves out some items: then what was stepped to is the one behind.
+        return trk_get_position(handle_) == number + 1 ? fetched(code, number) : Item{};
     }
 
   private:
@@ -239,6 +251,10 @@ class BulkWalk {
             }
             const uint32_t number = nearest == nullptr ? fillEnd_ : nearest->numbers[nearest->next];
             if (kinds_ == kAllKinds && number != number_) {
+                if (trk_goto_item(handle_, number_) != 0) { // messages of an external log were counted
+                    end_ = number_;
+                    break;
+                }
                 failure_ = "item " + std::to_string(number_) + " is of a kind that is not known";
                 const uint32_t unknown = number_++;
                 return Item{codeOf(unknown), nullptr, unknown};
@@ -605,8 +621,8 @@ class Recording {
         std::optional<Item> item_;
     };
 
-    /* Each item in order, with velocities, messages of a merged log among them. One loop at a time; an item stays
-       as it is until the next. */
+    /* Each item in order, with velocities, messages of a merged log among them: in the first loop, a log is gone
+       through once. One loop at a time; an item stays as it is until the next. */
     [[nodiscard]] Iterator begin() const {
         if (mergesLog_) {
             trk_goto_item(handle(), 0);
