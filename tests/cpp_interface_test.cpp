@@ -10,12 +10,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 namespace {
 
 using namespace trk_test;
+
+static_assert(!std::is_copy_constructible_v<trkapi::SampleReader>); // it would fill the columns of another one
+static_assert(std::is_move_constructible_v<trkapi::SampleReader>);
 
 std::vector<Item> itemsOf(const trkapi::Recording &recording) {
     std::vector<Item> items;

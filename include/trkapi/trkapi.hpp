@@ -74,7 +74,9 @@ template <class T> class [[nodiscard]] Result {
     /* As value(), for who has asked before. */
     [[nodiscard]] T &operator*() & noexcept { return *std::get_if<0>(&content_); }
     [[nodiscard]] T &&operator*() && noexcept { return std::move(*std::get_if<0>(&content_)); }
+    [[nodiscard]] const T &operator*() const & noexcept { return *std::get_if<0>(&content_); }
     [[nodiscard]] T *operator->() noexcept { return std::get_if<0>(&content_); }
+    [[nodiscard]] const T *operator->() const noexcept { return std::get_if<0>(&content_); }
 
     /* Fails as Recording's constructor does when there is none. */
     [[nodiscard]] T &value() & {
@@ -84,6 +86,10 @@ template <class T> class [[nodiscard]] Result {
     [[nodiscard]] T &&value() && {
         demand();
         return *std::move(*this);
+    }
+    [[nodiscard]] const T &value() const & {
+        demand();
+        return **this;
     }
 
     /* Only when there is no value. */
@@ -446,6 +452,11 @@ class SampleReader {
     SampleReader(_TRKFILE *handle, std::initializer_list<int> columns, uint32_t first = 0,
                  uint32_t end = std::numeric_limits<uint32_t>::max())
         : SampleReader(handle, std::span(columns.begin(), columns.size()), first, end) {}
+    SampleReader(const SampleReader &) = delete; // places point into the columns, which move with it
+    SampleReader &operator=(const SampleReader &) = delete;
+    SampleReader(SampleReader &&) = default;
+    SampleReader &operator=(SampleReader &&) = default;
+    ~SampleReader() = default;
 
     /* Replaces the rows by the next ones; false when there are none. Goes over samples that cannot be read. */
     bool next() {
@@ -510,13 +521,13 @@ class SampleReader {
 
 /* How to open a recording: TRK_OPEN_OPTIONS, with what it points to. */
 struct Options {
-    int flags = TRK_OPEN_CHECK;                 /* TRK_OPEN_* bits */
-    int events = TRK_EVENTS_ALL;                /* TRK_EVENTS_* */
-    bool samples = true;                        /* false: none are delivered */
-    std::optional<CONFIG> resolution;           /* fixed, pixels per degree */
-    std::optional<std::string> messageLog;      /* none: the usual name beside the recording */
-    std::optional<std::string> temporaryFolder; /* none: the system's */
-    std::function<void(std::string_view)> log;  /* receives diagnostic lines; what it throws is lost */
+    int flags = TRK_OPEN_CHECK;                      /* TRK_OPEN_* bits */
+    int events = TRK_EVENTS_ALL;                     /* TRK_EVENTS_* */
+    bool samples = true;                             /* false: none are delivered */
+    std::optional<CONFIG> resolution = {};           /* fixed, pixels per degree */
+    std::optional<std::string> messageLog = {};      /* none: the usual name beside the recording */
+    std::optional<std::string> temporaryFolder = {}; /* none: the system's */
+    std::function<void(std::string_view)> log = {};  /* receives diagnostic lines; what it throws is lost */
 };
 
 /* A trial: the items [first, end), and the message that started it. */
@@ -527,8 +538,9 @@ struct Trial {
 };
 
 /*
- * An open recording, closed when it goes. All it needs is with it, so that it can be moved. The calls of trkapi.h
- * take its handle().
+ * An open recording, closed when it goes. All it needs is with it, so that it can be moved; what it was moved from
+ * can be assigned to and destroyed, no more. Iterators, walks and readers of a recording must not outlive it. The
+ * calls of trkapi.h take its handle().
  */
 class Recording {
   public:
