@@ -219,17 +219,24 @@ TEST(Bulk, ColumnsAreNamedAsTheirFields) {
     EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8), field("ext_data_8", offsetof(FSAMPLE_REC, ext_data) + 14));
     EXPECT_EQ(offsetOf(TRK_COLUMN_EXT_DATA_8 + 1).second, -2);
 
-    std::ifstream header(TRKAPI_SOURCE_DIR "/include/trkapi/trkapi.h");
-    std::string constant, equals;
-    int next = 1;
-    while (header >> constant) {
-        if (constant.starts_with("TRK_COLUMN_") && header >> equals && equals == "=") {
-            std::string name = constant.substr(std::string("TRK_COLUMN_").size());
-            std::ranges::transform(name, name.begin(), [](unsigned char letter) { return std::tolower(letter); });
-            EXPECT_EQ(offsetOf(next++).first, name);
+    const auto namedAsInTheHeader = [](const std::string &prefix, const auto &describe) {
+        std::ifstream header(TRKAPI_SOURCE_DIR "/include/trkapi/trkapi.h");
+        std::string constant, equals;
+        int count = 0;
+        while (header >> constant) {
+            if (constant.starts_with(prefix) && header >> equals && equals == "=") {
+                std::string name = constant.substr(prefix.size());
+                std::ranges::transform(name, name.begin(),
+                                       [](unsigned char letter) { return std::tolower(letter); });
+                TRK_COLUMN_DESCRIPTION column{};
+                EXPECT_EQ(describe(++count, &column), 0);
+                EXPECT_STREQ(column.name, name.c_str());
+            }
         }
-    }
-    EXPECT_EQ(next, TRK_COLUMN_EXT_DATA_8 + 1);
+        return count;
+    };
+    EXPECT_EQ(namedAsInTheHeader("TRK_COLUMN_", trk_describe_column), TRK_COLUMN_EXT_DATA_8);
+    EXPECT_EQ(namedAsInTheHeader("TRK_EVENT_COLUMN_", trk_describe_event_column), TRK_EVENT_COLUMN_BUTTON_STATE);
 }
 
 TEST(Bulk, EventColumnsHoldWhatWasRecorded) {
