@@ -899,7 +899,7 @@ enum TRK_TYPE {
 
 /* What a column holds. The texts are constant. */
 typedef struct TRK_COLUMN_DESCRIPTION {
-    int id;                  /* TRK_COLUMN_ID */
+    int id;                  /* TRK_COLUMN_ID, of events TRK_EVENT_COLUMN_ID */
     int type;                /* TRK_TYPE that holds every value; wider ones do, too */
     const char *name;        /* as in `trk dump` */
     const char *group;       /* what to ask for together: "item", "gaze", "pupil_size", "href", "pupil",
