@@ -573,7 +573,7 @@ class Recording {
 
     [[nodiscard]] _TRKFILE *handle() const noexcept { return handle_.get(); }
 
-    /* Number of items. */
+    /* Number of items, and of the messages of a merged log, which have no number of their own. */
     [[nodiscard]] uint32_t size() const noexcept { return trk_get_element_count(handle()); }
 
     /* All damages and repairs. Reads a damaged recording once more, at the first time. */
