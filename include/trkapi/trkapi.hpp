@@ -9,8 +9,8 @@
  *
  * What fails throws trkapi::Error; Recording::open gives a Result instead. In programs that are built without
  * exceptions what would be thrown ends the program: there, open with Recording::open; behind it only want of
- * memory and a column that there is not are left to fail. Units, missing values and rules of the records are those of
- * trkapi.h. A recording is used by one thread at a time; different recordings by any.
+ * memory and a column that there is not are left to fail. Units, missing values and rules of the records are those
+ * of trkapi.h. A recording is used by one thread at a time; different recordings by any.
  */
 #pragma once
 
