@@ -62,15 +62,15 @@ class Figures {
   private:
     void addSamples() {
         constexpr std::array<int, 10> kIds{TRK_COLUMN_ITEM,
-                                  TRK_COLUMN_EYES,
-                                  TRK_COLUMN_DUMMY,
-                                  TRK_COLUMN_BLOCK,
-                                  TRK_COLUMN_GAZE_X_LEFT,
-                                  TRK_COLUMN_GAZE_X_RIGHT,
-                                  TRK_COLUMN_GAZE_Y_LEFT,
-                                  TRK_COLUMN_GAZE_Y_RIGHT,
-                                  TRK_COLUMN_PUPIL_SIZE_LEFT,
-                                  TRK_COLUMN_PUPIL_SIZE_RIGHT};
+                                           TRK_COLUMN_EYES,
+                                           TRK_COLUMN_DUMMY,
+                                           TRK_COLUMN_BLOCK,
+                                           TRK_COLUMN_GAZE_X_LEFT,
+                                           TRK_COLUMN_GAZE_X_RIGHT,
+                                           TRK_COLUMN_GAZE_Y_LEFT,
+                                           TRK_COLUMN_GAZE_Y_RIGHT,
+                                           TRK_COLUMN_PUPIL_SIZE_LEFT,
+                                           TRK_COLUMN_PUPIL_SIZE_RIGHT};
         enum Place : std::size_t { kItem, kEyesPresent, kDummy, kBlock, kGazeX, kGazeY = 6, kPupil = 8 };
         const std::vector<Trial> &trials = source_.places.trials();
         trkapi::SampleReader reader(source_.handle, kIds, trials.front().first, trials.back().end);
