@@ -11,7 +11,7 @@ python_packages=(python3-numpy python3-pandas python3-matplotlib python3-dask py
 # The engines of examples/many.
 many_packages=(slurm-wlm munge snakemake python3-dask python3-distributed)
 test_packages=("${build_packages[@]}" "${sanitizer_packages[@]}" libgtest-dev libbenchmark-dev pkg-config python3
-    "${python_packages[@]}" "${many_packages[@]}" python3-h5py r-base-core octave-dev zsh fish)
+    "${python_packages[@]}" "${many_packages[@]}" python3-h5py r-base-core make octave-dev zsh fish)
 package_packages=("${build_packages[@]}" debhelper dh-python dpkg-dev fakeroot lintian abigail-tools debootstrap
     autopkgtest python3)
 lint_packages=("${test_packages[@]}" clang-format clang-tidy)

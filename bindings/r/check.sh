@@ -6,6 +6,7 @@ source=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$scratch"
 mkdir -p "$scratch"
 cd "$scratch"
+export LC_ALL=C.UTF-8 # R shows texts that its locale lacks as <U+...>
 cmake --install "$build" --prefix "$scratch/prefix" >install.log
 export PKG_CONFIG_PATH=$scratch/prefix/$libdir/pkgconfig LD_LIBRARY_PATH=$scratch/prefix/$libdir
 export TRKAPI_TRK=$trk TRKAPI_EXAMPLE=$scratch/example.trk TRKAPI_TEXTS=$scratch/texts.trk

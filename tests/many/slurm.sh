@@ -66,6 +66,8 @@ SchedulerParameters=batch_sched_delay=0,sched_interval=1
 NodeName=$host NodeAddr=127.0.0.1 CPUs=8 RealMemory=8000
 PartitionName=all Nodes=ALL Default=YES MaxTime=INFINITE State=UP
 END
+# Nothing is confined by groups of the kernel, which a container may lack; left alone slurmd looks for them.
+printf '%s\n' CgroupPlugin=cgroup/v1 "CgroupMountpoint=$cluster" >"$cluster/cgroup.conf"
 # until_so SECONDS COMMAND...
 until_so() {
     local end=$((SECONDS + $1))
