@@ -201,13 +201,14 @@ done
 
 # A full disk, of its own where that can be.
 cat >fill.sh <<'END'
-mount -t tmpfs -o size=600k none disk 2>/dev/null || ulimit -f 200
+[ "$own_mounts" -gt 0 ] && mount -t tmpfs -o size=600k none disk 2>/dev/null || ulimit -f 200
 "$1" convert raw/deep/example.trk -o disk/out "${@:2}"
 echo $?
 find disk -name '*.part' -o -name '*_samples*' -o -name '*.h5' -o -name '*_physio.tsv.gz' -o -name example.json
 END
 mkdir disk && alone=()
 unshare -m true 2>/dev/null && alone=(unshare -m)
+export own_mounts=${#alone[@]} # else what is mounted would stay
 for format in tsv csv.gz hdf5 'bids --sub 1 --task a'; do
     ${alone[@]+"${alone[@]}"} bash fill.sh "$trk" --format $format >out 2>err
     [ "$(sed -n '3,$p' out)" = 3 ] && has err '^trk: disk/.* cannot be written: (No space left|File too large)' ||
