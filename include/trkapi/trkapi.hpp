@@ -530,7 +530,7 @@ struct Options {
     std::function<void(std::string_view)> log = {};  /* receives diagnostic lines; what it throws is lost */
 };
 
-/* A trial: the items [first, end), and the message that started it. */
+/* A trial: the items [first, end). The first is the message that started it, or a recording block. */
 struct Trial {
     TRIAL header{};
     uint32_t first = 0;
